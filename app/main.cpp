@@ -1,0 +1,94 @@
+#include "app/SafeApp.h"
+#include "app/ScanOptions.h"
+#include "engine/Engine.h"
+#include "engine/host/Capabilities.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QStandardPaths>
+#include <QTimer>
+#include <QUrl>
+
+#include <chrono>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto heartbeatInterval = 2000ms;
+
+/// The one place for files that the program shares with its supervisor.
+QString runtimeDirectory()
+{
+    const QString given = qEnvironmentVariable("CORVANE_RUNTIME_DIR");
+    return given.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + "/runtime"_L1 : given;
+}
+
+/// Milliseconds since the epoch, replaced in place; a beat that can't be written is skipped.
+void writeHeartbeat(const QString &path)
+{
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        file.write(QByteArray::number(QDateTime::currentMSecsSinceEpoch()));
+}
+
+/// An empty file: the mark of an orderly exit.
+void markCleanExit(const QString &path)
+{
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly))
+        file.close();
+}
+
+void loadInterface(QQmlApplicationEngine &qmlEngine)
+{
+#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
+    qmlEngine.loadFromModule("Corvane", "Main");
+#else
+    qmlEngine.load(QUrl(u"qrc:/qt/qml/Corvane/app/qml/Main.qml"_s));
+#endif
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    if (const auto report = corvane::scanReport(argc, argv)) {
+        std::fwrite(report->constData(), 1, static_cast<std::size_t>(report->size()), stdout);
+        return 0;
+    }
+
+    corvane::SafeApp app(argc, argv);
+    QCoreApplication::setApplicationName(u"CORVANE"_s);
+    QCoreApplication::setOrganizationName(u"halvorndev"_s);
+    QCoreApplication::setOrganizationDomain(QStringLiteral(CORVANE_ORGANIZATION_DOMAIN));
+    QCoreApplication::setApplicationVersion(QStringLiteral(CORVANE_VERSION));
+
+    const QString runtimeDir = runtimeDirectory();
+    QDir().mkpath(runtimeDir + "/crashes"_L1);
+
+    const QString heartbeatPath = runtimeDir + "/.heartbeat"_L1;
+    QTimer heartbeatTimer;
+    QObject::connect(&heartbeatTimer, &QTimer::timeout, &app, [&heartbeatPath] { writeHeartbeat(heartbeatPath); });
+    heartbeatTimer.start(heartbeatInterval);
+
+    if (corvane::lockProcessMemory())
+        qInfo("memória travada (mlockall)");
+
+    corvane::Engine engine;
+
+    QQmlApplicationEngine qmlEngine;
+    qmlEngine.rootContext()->setContextProperty(u"engine"_s, &engine);
+    loadInterface(qmlEngine);
+    if (qmlEngine.rootObjects().isEmpty())
+        return -1;
+
+    const int exitCode = QGuiApplication::exec();
+    markCleanExit(runtimeDir + "/.cleanexit"_L1);
+    return exitCode;
+}

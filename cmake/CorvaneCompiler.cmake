@@ -1,0 +1,37 @@
+# How the tree is compiled: what every target links (corvane_compiler), and the warnings that hold for code
+# written by hand (corvane_warnings).
+
+add_library(corvane_compiler INTERFACE)
+add_library(corvane_warnings INTERFACE)
+
+target_compile_definitions(corvane_compiler INTERFACE
+    QT_NO_CAST_FROM_ASCII
+    QT_NO_CAST_TO_ASCII
+    QT_NO_CAST_FROM_BYTEARRAY
+    QT_NO_URL_CAST_FROM_STRING
+    QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
+    QT_NO_FOREACH
+    QT_NO_KEYWORDS
+    QT_DISABLE_DEPRECATED_BEFORE=0x060400)
+
+if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+    target_compile_options(corvane_warnings INTERFACE
+        -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual)
+    if(CORVANE_WARNINGS_AS_ERRORS)
+        target_compile_options(corvane_warnings INTERFACE -Werror)
+    endif()
+    if(CORVANE_SANITIZE)
+        target_compile_options(corvane_compiler INTERFACE
+            -fsanitize=${CORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        target_link_options(corvane_compiler INTERFACE -fsanitize=${CORVANE_SANITIZE})
+    endif()
+    if(CORVANE_COVERAGE)
+        target_compile_options(corvane_compiler INTERFACE --coverage -fprofile-abs-path)
+        target_link_options(corvane_compiler INTERFACE --coverage)
+    endif()
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+endif()

@@ -1,0 +1,11 @@
+# What this configuration came to, in one screen.
+message(STATUS "")
+message(STATUS "CORVANE ${PROJECT_VERSION}")
+message(STATUS "  Qt                 ${Qt6_VERSION}")
+message(STATUS "  compiler           ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}, ${CMAKE_BUILD_TYPE}")
+if(CORVANE_SANITIZE)
+    message(STATUS "  sanitizers         ${CORVANE_SANITIZE}")
+endif()
+message(STATUS "  organization       ${CORVANE_ORGANIZATION_DOMAIN}")
+message(STATUS "  tests              ${BUILD_TESTING}, benchmarks ${CORVANE_BENCHMARKS}")
+message(STATUS "")

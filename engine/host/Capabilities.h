@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QStringList>
+
+/// What the platform itself offers, asked in one place. On the platforms built today there is no NDI and no
+/// DeckLink runtime, no memory locking and no thermal sensor; a port that has one answers here.
+namespace corvane {
+
+[[nodiscard]] bool ndiRuntimeAvailable();
+[[nodiscard]] bool decklinkRuntimeAvailable();
+
+/// Names of the NDI sources on the network, found within `timeoutMs`. Empty without an NDI runtime.
+[[nodiscard]] QStringList ndiSourceScan(int timeoutMs);
+
+/// Names of the DeckLink devices of this machine. Empty without a DeckLink runtime.
+[[nodiscard]] QStringList decklinkDeviceScan();
+
+/// Locks the process's memory against paging; answers whether it is locked.
+[[nodiscard]] bool lockProcessMemory();
+
+/// Thermal level of the machine: 0 is unconcerned, 2 and 3 count as overheated.
+[[nodiscard]] int thermalState();
+
+} // namespace corvane

@@ -1,0 +1,19 @@
+#include "engine/host/LocalPorts.h"
+
+namespace corvane {
+
+// One fewer than the range holds: a full circle would end at the port it began with.
+constexpr int allocationAttempts = 300;
+
+LocalPort allocateLocalPort(int &nextLocalPort, const std::function<UdpPortProbe(int)> &probe)
+{
+    for (int attempt = 0; attempt < allocationAttempts; ++attempt) {
+        const int candidate = nextLocalPort > lastLocalPort ? firstLocalPort : nextLocalPort;
+        nextLocalPort = candidate + 1;
+        if (probe(candidate) != UdpPortProbe::Taken)
+            return {candidate, false};
+    }
+    return {nextLocalPort++, true};
+}
+
+} // namespace corvane

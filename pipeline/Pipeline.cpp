@@ -1,0 +1,265 @@
+#include "pipeline/Pipeline.h"
+
+#include "builder/CommandBuilder.h"
+#include "engine/host/Capabilities.h"
+
+#include <QDateTime>
+#include <QTimer>
+
+#include <chrono>
+#include <exception>
+#include <utility>
+
+namespace corvane {
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int quitTimeoutMs = 3000;
+constexpr auto hangCheckInterval = 2000ms;
+constexpr auto qualityTickInterval = 1000ms;
+constexpr auto relaunchDelay = 200ms;
+
+qint64 nowMs()
+{
+    return QDateTime::currentMSecsSinceEpoch();
+}
+
+} // namespace
+
+Pipeline::Pipeline(PipelineConfig config, QString ffmpegPath, bool ffmpegHasSrt, QObject *parent)
+    : QObject(parent)
+    , m_config(std::move(config))
+    , m_ffmpegPath(std::move(ffmpegPath))
+    , m_ffmpegHasSrt(ffmpegHasSrt)
+{
+    qRegisterMetaType<State>("corvane::Pipeline::State");
+}
+
+Pipeline::~Pipeline()
+{
+    stop();
+}
+
+bool Pipeline::isTransmitting() const
+{
+    return m_state == State::Starting || m_state == State::Running;
+}
+
+void Pipeline::start()
+{
+    if (isTransmitting())
+        return;
+
+    m_stopRequested = false;
+    setState(State::Starting);
+    m_lastError.clear();
+
+    try {
+        m_ffmpegArgs = CommandBuilder::build(m_config, m_ffmpegHasSrt);
+    } catch (const std::exception &error) {
+        m_lastError = QString::fromUtf8(error.what());
+        Q_EMIT logLine("ERRO: "_L1 + m_lastError);
+        setState(State::Failed);
+        return;
+    }
+
+    launchFfmpeg();
+}
+
+void Pipeline::launchFfmpeg()
+{
+    // After an automatic restart the process of the run before stays a child of this object until the end.
+    m_process = new QProcess(this);
+    m_process->setProgram(m_ffmpegPath);
+    m_process->setArguments(m_ffmpegArgs);
+
+    QProcess *ffmpeg = m_process;
+    connect(ffmpeg, &QProcess::readyReadStandardError, this, [this, ffmpeg] { readStandardError(*ffmpeg); });
+    connect(ffmpeg, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+        Q_EMIT logLine(u"ffmpeg errorOccurred: %1"_s.arg(static_cast<int>(error)));
+    });
+    connect(ffmpeg, &QProcess::started, this, [this, ffmpeg] { onStarted(*ffmpeg); });
+    connect(ffmpeg, &QProcess::finished, this, [this, ffmpeg](int exitCode, QProcess::ExitStatus exitStatus) {
+        // A child that was killed may end when the next run has already begun: that run is none of its business.
+        if (!m_process || m_process == ffmpeg)
+            onFinished(exitCode, exitStatus);
+    });
+
+    Q_EMIT logLine("ffmpeg "_L1 + m_ffmpegArgs.join(u' '));
+    ffmpeg->start(QIODevice::ReadWrite);
+}
+
+void Pipeline::onStarted(const QProcess &ffmpeg)
+{
+    setState(State::Running);
+    m_startedAtMs = nowMs();
+    m_lastProgressMs = m_startedAtMs;
+    Q_EMIT logLine(u"ffmpeg rodando (pid %1)"_s.arg(ffmpeg.processId()));
+
+    if (!m_hangTimer) {
+        m_hangTimer = new QTimer(this);
+        m_hangTimer->setTimerType(Qt::PreciseTimer);
+        connect(m_hangTimer, &QTimer::timeout, this, &Pipeline::checkForHang);
+    }
+    m_hangTimer->start(hangCheckInterval);
+
+    if (m_baseBitrateKbps == 0)
+        m_baseBitrateKbps = m_config.encoder.bitrate;
+
+    if (!m_qualityTimer) {
+        m_qualityTimer = new QTimer(this);
+        m_qualityTimer->setTimerType(Qt::PreciseTimer);
+        connect(m_qualityTimer, &QTimer::timeout, this, &Pipeline::onQualityTick);
+    }
+    m_qualityTimer->start(qualityTickInterval);
+}
+
+void Pipeline::onFinished(int exitCode, QProcess::ExitStatus exitStatus)
+{
+    stopTimers();
+
+    if (m_qualityRestartPending) {
+        m_qualityRestartPending = false;
+        Q_EMIT logLine(u"aplicando novo bitrate (degradação) — restart imediato"_s);
+        // The state stays `Running`, so this start() is refused: the operator's stop and start applies the rate.
+        QTimer::singleShot(relaunchDelay, Qt::PreciseTimer, this, [this] {
+            if (!m_stopRequested)
+                start();
+        });
+        return;
+    }
+
+    const bool crashed = exitStatus == QProcess::CrashExit;
+    if (!crashed && exitCode == 0) {
+        setState(State::Stopped);
+        return;
+    }
+
+    m_lastError = u"ffmpeg saiu (code=%1, %2)"_s.arg(QString::number(exitCode), crashed ? u"crash"_s : u"erro"_s);
+    Q_EMIT logLine("ERRO: "_L1 + m_lastError);
+    setState(State::Failed);
+    considerRestart();
+}
+
+void Pipeline::considerRestart()
+{
+    if (m_stopRequested || !m_config.autoRestart || !m_config.restart.enabled)
+        return;
+
+    const RestartDecision decision = m_gate.onFailure(m_config.restart, m_startedAtMs, nowMs());
+    if (decision.circuitOpen) {
+        const QString reason =
+            u"circuit breaker ABERTO: %1 restarts em %2s — parando auto-restart (intervenção necessária)"_s
+                .arg(decision.failuresInWindow)
+                .arg(m_config.restart.windowSec);
+        Q_EMIT logLine("FATAL: "_L1 + reason);
+        Q_EMIT circuitOpen(reason);
+        return;
+    }
+
+    Q_EMIT logLine(u"auto-restart em %1ms (tentativa %2 na janela)"_s.arg(decision.delayMs)
+                       .arg(decision.failuresInWindow));
+    QTimer::singleShot(std::chrono::milliseconds(decision.delayMs), Qt::PreciseTimer, this, [this] {
+        if (m_state == State::Failed)
+            start();
+    });
+}
+
+void Pipeline::stop()
+{
+    m_stopRequested = true;
+    m_gate.clear();
+    stopTimers();
+
+    if (m_process) {
+        // Waiting runs the handlers of this process, onFinished() among them.
+        if (m_process->state() != QProcess::NotRunning) {
+            m_process->write("q", 1);
+            if (!m_process->waitForFinished(quitTimeoutMs))
+                m_process->kill();
+        }
+        m_process->deleteLater();
+        m_process = nullptr;
+    }
+
+    setState(State::Stopped);
+}
+
+void Pipeline::stopTimers()
+{
+    if (m_hangTimer)
+        m_hangTimer->stop();
+    if (m_qualityTimer)
+        m_qualityTimer->stop();
+}
+
+void Pipeline::readStandardError(QProcess &ffmpeg)
+{
+    const QStringList parts =
+        QString::fromUtf8(ffmpeg.readAllStandardError()).split(u'\n', Qt::SkipEmptyParts);
+    for (const QString &part : parts) {
+        if (isProgressLine(part)) {
+            m_lastProgressMs = nowMs();
+            m_telemetry.readProgress(part);
+            Q_EMIT statsChanged(part.trimmed());
+        } else {
+            Q_EMIT logLine(part.trimmed());
+        }
+    }
+}
+
+void Pipeline::checkForHang()
+{
+    if (m_state != State::Running || !m_process)
+        return;
+    const qint64 elapsed = nowMs() - m_lastProgressMs;
+    if (elapsed <= m_config.restart.hangTimeoutMs)
+        return;
+
+    Q_EMIT logLine(u"HANG detectado: ffmpeg sem progresso há %1ms — reiniciando"_s.arg(elapsed));
+    m_hangTimer->stop();
+    // A hung process wouldn't read a "q".
+    if (m_process->state() != QProcess::NotRunning)
+        m_process->kill();
+}
+
+void Pipeline::onQualityTick()
+{
+    if (m_state != State::Running)
+        return;
+    m_telemetry.thermalState = thermalState();
+    const int newLevel = m_ladder.evaluate(m_telemetry);
+    Q_EMIT telemetryChanged();
+    if (newLevel != m_appliedLevel)
+        applyQuality(newLevel);
+}
+
+void Pipeline::applyQuality(int newLevel)
+{
+    const QString name = QString::fromLatin1(qualityLevel(newLevel).name);
+    const int bitrate = bitrateAtLevel(newLevel, m_baseBitrateKbps);
+    Q_EMIT logLine(u"DEGRADAÇÃO: nível %1 (%2) — bitrate %3→%4 kbps"_s.arg(
+        QString::number(newLevel), name, QString::number(m_config.encoder.bitrate), QString::number(bitrate)));
+
+    m_config.encoder.bitrate = bitrate;
+    m_appliedLevel = newLevel;
+    Q_EMIT qualityChanged(newLevel, name);
+
+    // ffmpeg can't change its rate while it runs.
+    m_qualityRestartPending = true;
+    if (m_process && m_process->state() != QProcess::NotRunning)
+        m_process->kill();
+}
+
+void Pipeline::setState(State state)
+{
+    if (m_state == state)
+        return;
+    m_state = state;
+    Q_EMIT stateChanged(state);
+}
+
+} // namespace corvane

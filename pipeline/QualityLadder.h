@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QString>
+
+namespace corvane {
+
+struct Telemetry;
+
+/// One row of the quality table.
+struct QualityLevel {
+    const char *name;
+    double factor; ///< of the pipeline's base bit rate
+    int maxFps;    ///< 0: no limit; read by nothing
+    int maxHeight; ///< 0: no limit; read by nothing
+};
+
+inline constexpr int lowestQuality = 4;
+
+/// The row of `level`, which is clamped to 0..4.
+[[nodiscard]] const QualityLevel &qualityLevel(int level);
+
+/// Video bit rate of `level` in kbit/s: the base's share, truncated, but at least 300.
+[[nodiscard]] int bitrateAtLevel(int level, int baseBitrateKbps);
+
+/// When to give up quality and when to take it back: a hysteresis over one tick a second. Going down takes
+/// three bad ticks in a row, coming back ten good ones. Pure: figures in, level out.
+struct QualityLadder {
+    double rttLimitMs = 800.0;
+    double loadLimit = 88.0;
+    qint32 badTicksDown = 3;
+    qint32 goodTicksUp = 10;
+    qint32 level = 0; ///< 0 (full) to 4
+    qint32 badTicks = 0;
+    qint32 goodTicks = 0;
+    qint32 lastSndDrop = 0;
+    qint32 lastDropped = 0;
+    bool primed = false; ///< a tick has been evaluated
+
+    /// Looks at the figures of one tick and answers the level, which moves by one step at most.
+    qint32 evaluate(const Telemetry &figures);
+
+private:
+    [[nodiscard]] bool isBad(const Telemetry &figures) const;
+};
+
+} // namespace corvane

@@ -1,0 +1,34 @@
+#include "pipeline/Telemetry.h"
+
+#include <QRegularExpression>
+
+namespace corvane {
+
+using namespace Qt::StringLiterals;
+
+bool isProgressLine(const QString &line)
+{
+    return line.contains("frame="_L1) || line.contains("bitrate="_L1);
+}
+
+void Telemetry::readProgress(const QString &line)
+{
+    static const QRegularExpression fpsPattern(uR"(fps=\s*([0-9.]+))"_s);
+    static const QRegularExpression bitratePattern(uR"(bitrate=\s*([0-9.]+)kbits/s)"_s);
+    static const QRegularExpression dropPattern(uR"(drop=\s*(\d+))"_s);
+
+    if (const auto match = fpsPattern.match(line); match.hasMatch()) {
+        fps = match.capturedView(1).toDouble();
+        valid = true;
+    }
+    if (const auto match = bitratePattern.match(line); match.hasMatch()) {
+        bitrateKbps = match.capturedView(1).toDouble();
+        valid = true;
+    }
+    if (const auto match = dropPattern.match(line); match.hasMatch()) {
+        dropped = match.capturedView(1).toInt();
+        valid = true;
+    }
+}
+
+} // namespace corvane
