@@ -1,0 +1,53 @@
+#pragma once
+
+#include "pipeline/Pipeline.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+/// What tests of several folders share.
+namespace corvane::test {
+
+[[nodiscard]] QString fakeFfmpeg();     ///< path of tests/support/fake_ffmpeg
+[[nodiscard]] QString corvaneProgram(); ///< path of the built program
+
+/// Percent-encodes `bytes` as an argument of a step of fake_ffmpeg.
+[[nodiscard]] QString stepText(const QByteArray &bytes);
+
+/// A default record with id "cafe0001", name "Teste" and one RTMP output whose URL is "fake:" and `steps`.
+[[nodiscard]] PipelineConfig fakeConfig(const QString &steps);
+
+/// Everything that a Pipeline says, in order: "state starting", "log …", "stats …", "circuit …",
+/// "telemetry", "quality N name". Connected for the life of this object.
+class Recorder : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Recorder(const Pipeline &pipeline);
+
+    [[nodiscard]] const QStringList &events() const { return m_events; }
+    [[nodiscard]] QStringList logLines() const;             ///< the "log " events, without that word
+    [[nodiscard]] qsizetype count(const QString &event) const;
+    [[nodiscard]] bool contains(const QString &event) const { return count(event) > 0; }
+    [[nodiscard]] bool containsPart(const QString &part) const; ///< part of some event
+    void clear() { m_events.clear(); }
+
+Q_SIGNALS:
+    void added(); ///< after each event
+
+private:
+    void add(const QString &event);
+
+    QStringList m_events;
+};
+
+/// Runs the event loop until `condition` holds, looking at it after every event; false after `timeoutMs`.
+bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 20000);
+
+/// Text form of a state as the recorder writes it: "stopped", "starting", "running", "failed".
+[[nodiscard]] QString stateName(Pipeline::State state);
+
+} // namespace corvane::test

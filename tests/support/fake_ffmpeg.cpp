@@ -1,0 +1,246 @@
+// A stand-in for ffmpeg whose behaviour is named by its last argument, "fake:STEP,STEP,…".
+//
+// The steps are taken in order; after the last one the program waits for a "q" on standard input and exits with 0.
+// It also exits when standard input is closed, so that no test leaves one behind. A "q" is honoured during every
+// wait. Arguments of steps are percent-decoded (a comma is %2C).
+//
+//   exit=N            exit with code N
+//   crash             die of SIGSEGV
+//   ignore-q          from here on a "q" is read and ignored
+//   quit-code=N       from here on a "q" leads to exit code N
+//   stderr=TEXT       write the bytes to standard error as they stand
+//   stdout=TEXT       the same to standard output
+//   pause=MS          wait
+//   progress          one progress line, ended by a carriage return, every 100 ms, for ever
+//   progress=N        N progress lines ended by line feeds, at once
+//   drops=MS          a progress line every MS milliseconds whose drop total rises by 5 each time, for ever
+//   flood=N           N lines of warning on standard error, at once
+//   args=PATH         write the arguments to PATH, one to a line
+//   append=PATH       append the process id to PATH, as one line
+//   once=PATH         if PATH exists, skip to the step after "end"; else make it and go on
+//   end               see once
+//
+// Asked for -encoders or -protocols it answers with FAKE_FFMPEG_ENCODERS or FAKE_FFMPEG_PROTOCOLS from the
+// environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead, FAKE_FFMPEG_PROBE=exit1 answers with code 1.
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
+#include <process.h>
+#else
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
+namespace {
+
+std::mutex mutex;
+std::condition_variable changed;
+bool quitAsked = false;
+bool inputClosed = false;
+bool ignoreQuit = false;
+int quitCode = 0;
+
+void leave(int code)
+{
+    std::fflush(stdout); // not every stream: the thread that waits in standard input holds its lock
+    std::_Exit(code);
+}
+
+void watchInput()
+{
+    for (int byte = std::getchar(); byte != EOF; byte = std::getchar()) {
+        const std::lock_guard lock(mutex);
+        quitAsked = quitAsked || byte == 'q';
+        changed.notify_all();
+    }
+    const std::lock_guard lock(mutex);
+    inputClosed = true;
+    changed.notify_all();
+}
+
+/// Waits, or leaves if asked to. A negative time is for ever.
+void waitFor(long long ms)
+{
+    std::unique_lock lock(mutex);
+    const auto leaving = [] { return inputClosed || (quitAsked && !ignoreQuit); };
+    if (ms < 0)
+        changed.wait(lock, leaving);
+    else
+        changed.wait_for(lock, std::chrono::milliseconds(ms), leaving);
+    if (leaving())
+        leave(quitAsked && !ignoreQuit ? quitCode : 0);
+}
+
+std::string decoded(std::string_view text)
+{
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size()) {
+            bytes += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
+            i += 2;
+        } else {
+            bytes += text[i];
+        }
+    }
+    return bytes;
+}
+
+void writeAll(std::FILE *stream, const std::string &bytes)
+{
+    std::fwrite(bytes.data(), 1, bytes.size(), stream);
+    std::fflush(stream);
+}
+
+std::string progressLine(long frame, long dropped, char end)
+{
+    char line[200];
+    std::snprintf(line, sizeof line,
+                  "frame=%5ld fps= 30 q=28.0 size=    %ldkB time=00:00:%05.2f bitrate=6012.3kbits/s drop=%ld speed=   1x %c",
+                  frame, frame * 25, static_cast<double>(frame) / 30, dropped, end);
+    return line;
+}
+
+void crash()
+{
+#ifndef _WIN32
+    const rlimit noCore{0, 0};
+    setrlimit(RLIMIT_CORE, &noCore);
+#endif
+    std::signal(SIGSEGV, SIG_DFL);
+    std::raise(SIGSEGV);
+}
+
+long processId()
+{
+#ifdef _WIN32
+    return _getpid();
+#else
+    return getpid();
+#endif
+}
+
+std::vector<std::string> split(const std::string &text, char separator)
+{
+    std::vector<std::string> parts;
+    std::size_t from = 0;
+    while (from <= text.size()) {
+        const std::size_t to = std::min(text.find(separator, from), text.size());
+        parts.push_back(text.substr(from, to - from));
+        from = to + 1;
+    }
+    return parts;
+}
+
+int answerProbe(const char *variable)
+{
+    const char *mode = std::getenv("FAKE_FFMPEG_PROBE");
+    if (mode && std::string_view(mode) == "hang")
+        std::this_thread::sleep_for(std::chrono::minutes(1)); // ended by the one that asked
+    if (const char *answer = std::getenv(variable))
+        std::fputs(answer, stdout);
+    return mode && std::string_view(mode) == "exit1" ? 1 : 0;
+}
+
+void runSteps(const std::vector<std::string> &steps, const std::vector<std::string> &arguments)
+{
+    for (auto step = steps.begin(); step != steps.end(); ++step) {
+        const std::size_t equals = std::min(step->find('='), step->size());
+        const std::string name = step->substr(0, equals);
+        const bool hasValue = equals < step->size();
+        const std::string value = hasValue ? decoded(step->substr(equals + 1)) : std::string();
+
+        if (name == "exit") {
+            leave(std::stoi(value));
+        } else if (name == "crash") {
+            crash();
+        } else if (name == "ignore-q") {
+            const std::lock_guard lock(mutex);
+            ignoreQuit = true;
+        } else if (name == "quit-code") {
+            const std::lock_guard lock(mutex);
+            quitCode = std::stoi(value);
+        } else if (name == "stderr") {
+            writeAll(stderr, value);
+        } else if (name == "stdout") {
+            writeAll(stdout, value);
+        } else if (name == "pause") {
+            waitFor(std::stoll(value));
+        } else if (name == "progress" && hasValue) {
+            const long count = std::stol(value);
+            for (long frame = 1; frame <= count; ++frame)
+                writeAll(stderr, progressLine(frame, 0, '\n'));
+        } else if (name == "progress") {
+            for (long frame = 1;; frame += 3, waitFor(100))
+                writeAll(stderr, progressLine(frame, 0, '\r'));
+        } else if (name == "drops") {
+            const long long interval = std::stoll(value);
+            for (long frame = 1;; ++frame, waitFor(interval))
+                writeAll(stderr, progressLine(frame, frame * 5, '\r'));
+        } else if (name == "flood") {
+            const long count = std::stol(value);
+            for (long line = 1; line <= count; ++line)
+                writeAll(stderr, "[fake @ 0x1] warning number " + std::to_string(line) + " of a flood\n");
+        } else if (name == "args") {
+            std::ofstream file(value, std::ios::binary | std::ios::trunc);
+            for (const std::string &argument : arguments)
+                file << argument << '\n';
+        } else if (name == "append") {
+            std::ofstream(value, std::ios::binary | std::ios::app) << processId() << '\n';
+        } else if (name == "once") {
+            if (std::ifstream(value).good()) {
+                step = std::find(step, steps.end(), "end");
+                if (step == steps.end())
+                    return;
+            } else {
+                std::ofstream(value, std::ios::binary) << "once\n";
+            }
+        } else if (name != "end") {
+            std::fprintf(stderr, "fake_ffmpeg: no step is called %s\n", name.c_str());
+            leave(64);
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+#ifdef _WIN32
+    _setmode(_fileno(stderr), _O_BINARY);
+    _setmode(_fileno(stdout), _O_BINARY);
+#endif
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    for (const std::string &argument : arguments) {
+        if (argument == "-encoders")
+            return answerProbe("FAKE_FFMPEG_ENCODERS");
+        if (argument == "-protocols")
+            return answerProbe("FAKE_FFMPEG_PROTOCOLS");
+    }
+
+    const std::string last = arguments.empty() ? std::string() : arguments.back();
+    const std::string_view prefix = "fake:";
+    const std::size_t behaviour = last.find(prefix);
+    if (behaviour == std::string::npos) {
+        std::fprintf(stderr, "fake_ffmpeg: the last argument names no behaviour: %s\n", last.c_str());
+        return 64;
+    }
+
+    std::thread(watchInput).detach();
+    runSteps(split(last.substr(behaviour + prefix.size()), ','), arguments);
+    waitFor(-1);
+    return 0;
+}
