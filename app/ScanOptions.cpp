@@ -13,7 +13,8 @@ namespace {
 
 constexpr int scanTimeoutMs = 1500;
 
-QByteArray report(const char *supportedFormat, bool supported, const char *countFormat, const QStringList &names)
+QByteArray report(const char *supportedFormat, bool supported, const char *countFormat,
+                  const QStringList &names)
 {
     QByteArray text = QString::asprintf(supportedFormat, supported ? "sim" : "não").toUtf8();
     text += QString::asprintf(countFormat, static_cast<int>(names.size())).toUtf8();
@@ -33,8 +34,8 @@ std::optional<QByteArray> scanReport(int argc, const char *const argv[])
                           ndiSourceScan(scanTimeoutMs));
         }
         if (argument == "--decklink-scan"_L1) {
-            return report("DeckLink suportado: %s\n", decklinkRuntimeAvailable(), "Dispositivos DeckLink: %d\n",
-                          decklinkDeviceScan());
+            return report("DeckLink suportado: %s\n", decklinkRuntimeAvailable(),
+                          "Dispositivos DeckLink: %d\n", decklinkDeviceScan());
         }
     }
     return std::nullopt;

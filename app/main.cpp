@@ -26,7 +26,8 @@ constexpr auto heartbeatInterval = 2000ms;
 QString runtimeDirectory()
 {
     const QString given = qEnvironmentVariable("CORVANE_RUNTIME_DIR");
-    return given.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + "/runtime"_L1 : given;
+    return given.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + "/runtime"_L1
+                           : given;
 }
 
 /// Milliseconds since the epoch, replaced in place; a beat that can't be written is skipped.
@@ -74,7 +75,8 @@ int main(int argc, char *argv[])
 
     const QString heartbeatPath = runtimeDir + "/.heartbeat"_L1;
     QTimer heartbeatTimer;
-    QObject::connect(&heartbeatTimer, &QTimer::timeout, &app, [&heartbeatPath] { writeHeartbeat(heartbeatPath); });
+    QObject::connect(&heartbeatTimer, &QTimer::timeout, &app,
+                     [&heartbeatPath] { writeHeartbeat(heartbeatPath); });
     heartbeatTimer.start(heartbeatInterval);
 
     if (corvane::lockProcessMemory())

@@ -8,8 +8,7 @@ QStringList audioEncoderArgs(const EncoderConfig &encoder, bool hasAudio)
 {
     if (!hasAudio)
         return {};
-    return {u"-c:a"_s, encoder.audioCodec,
-            u"-b:a"_s, u"%1k"_s.arg(encoder.audioBitrate),
+    return {u"-c:a"_s, encoder.audioCodec, u"-b:a"_s, u"%1k"_s.arg(encoder.audioBitrate),
             u"-ar"_s,  u"48000"_s};
 }
 

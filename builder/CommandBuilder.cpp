@@ -18,10 +18,9 @@ QStringList build(const PipelineConfig &config, bool ffmpegHasSrt)
 
     const bool hasAudio = config.source.danteEnabled || config.source.kind == SourceKind::TestPattern;
 
-    // "-stats" keeps the progress lines coming at this log level. Stream selection is left to ffmpeg: there is
-    // no "-map" and no "-an" in any list.
-    QStringList args{u"-hide_banner"_s, u"-loglevel"_s, u"warning"_s,
-                     u"-stats"_s};
+    // "-stats" keeps the progress lines coming at this log level. Stream selection is left to ffmpeg: there
+    // is no "-map" and no "-an" in any list.
+    QStringList args{u"-hide_banner"_s, u"-loglevel"_s, u"warning"_s, u"-stats"_s};
     args += inputArgs(config.source);
     args += audioInputArgs(config.source);
     if (const QString filter = scaleFilter(config.source, config.scaler); !filter.isEmpty())

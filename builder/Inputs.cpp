@@ -11,8 +11,7 @@ const auto defaultDanteDevice = "Dante Virtual Soundcard"_L1;
 QStringList ndiInputArgs(const SourceConfig &source)
 {
     if (source.ndiPipePath.isEmpty()) {
-        return {u"-f"_s, u"libndi_newtek"_s,    u"-flags"_s,
-                u"low_delay"_s, u"-analyzeduration"_s, u"0"_s,
+        return {u"-f"_s, u"libndi_newtek"_s, u"-flags"_s, u"low_delay"_s, u"-analyzeduration"_s, u"0"_s,
                 u"-i"_s, source.uri};
     }
     return {u"-f"_s,
@@ -39,30 +38,25 @@ QStringList inputArgs(const SourceConfig &source)
     case SourceKind::Decklink:
         return {u"-f"_s, u"decklink"_s, u"-i"_s, source.uri};
     case SourceKind::Capture:
-        return {u"-f"_s, u"dshow"_s, u"-i"_s,
-                "video="_L1 + source.uri};
+        return {u"-f"_s, u"dshow"_s, u"-i"_s, "video="_L1 + source.uri};
     case SourceKind::File:
-        return {u"-re"_s, u"-stream_loop"_s, u"-1"_s, u"-i"_s,
-                source.uri};
+        return {u"-re"_s, u"-stream_loop"_s, u"-1"_s, u"-i"_s, source.uri};
     case SourceKind::TestPattern:
     default:
         return {u"-re"_s, u"-f"_s, u"lavfi"_s, u"-i"_s,
-                u"testsrc=size=%1x%2:rate=%3"_s
-                    .arg(source.width)
-                    .arg(source.height)
-                    .arg(source.fps)};
+                u"testsrc=size=%1x%2:rate=%3"_s.arg(source.width).arg(source.height).arg(source.fps)};
     }
 }
 
 QStringList audioInputArgs(const SourceConfig &source)
 {
     if (source.danteEnabled) {
-        const QString device = source.danteDevice.isEmpty() ? QString(defaultDanteDevice) : source.danteDevice;
+        const QString device =
+            source.danteDevice.isEmpty() ? QString(defaultDanteDevice) : source.danteDevice;
         return {u"-f"_s, u"dshow"_s, u"-i"_s, "audio="_L1 + device};
     }
     if (source.kind == SourceKind::TestPattern) {
-        return {u"-f"_s, u"lavfi"_s, u"-i"_s,
-                u"anullsrc=channel_layout=stereo:sample_rate=48000"_s};
+        return {u"-f"_s, u"lavfi"_s, u"-i"_s, u"anullsrc=channel_layout=stereo:sample_rate=48000"_s};
     }
     return {};
 }

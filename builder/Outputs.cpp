@@ -50,15 +50,15 @@ QStringList teeOutputArgs(const QList<OutputConfig> &outputs, bool ffmpegHasSrt)
 {
     // One backslash before the colon, which the tee muxer reads. Everything that doesn't leave by SRT is
     // "flv" here, whatever the single form gives it.
-    const auto slave = u"[f=%1:use_fifo=1:fifo_options=queue_size=120\\:drop_pkts_on_overflow=1:onfail=ignore]%2"_s;
+    const auto slave =
+        u"[f=%1:use_fifo=1:fifo_options=queue_size=120\\:drop_pkts_on_overflow=1:onfail=ignore]%2"_s;
 
     QStringList slaves;
     for (const OutputConfig &output : outputs) {
         if (!output.enabled)
             continue;
-        slaves << (leavesBySrt(output)
-                       ? slave.arg(u"mpegts"_s, transportTarget(output, ffmpegHasSrt))
-                       : slave.arg(u"flv"_s, output.url));
+        slaves << (leavesBySrt(output) ? slave.arg(u"mpegts"_s, transportTarget(output, ffmpegHasSrt))
+                                       : slave.arg(u"flv"_s, output.url));
     }
     return {u"-f"_s, u"tee"_s, slaves.join(u'|')};
 }

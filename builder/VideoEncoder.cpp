@@ -9,7 +9,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// Encoder names of one family, by codec.
-struct EncoderNames {
+struct EncoderNames
+{
     int hw;
     QLatin1StringView h264;
     QLatin1StringView hevc;
@@ -17,16 +18,13 @@ struct EncoderNames {
 };
 
 constexpr EncoderNames hardwareEncoders[] = {
-    {HwAccel::Nvenc, "h264_nvenc"_L1, "hevc_nvenc"_L1,
-     "av1_nvenc"_L1},
+    {HwAccel::Nvenc, "h264_nvenc"_L1, "hevc_nvenc"_L1, "av1_nvenc"_L1},
     {HwAccel::Qsv, "h264_qsv"_L1, "hevc_qsv"_L1, "av1_qsv"_L1},
     {HwAccel::Amf, "h264_amf"_L1, "hevc_amf"_L1, "av1_amf"_L1},
-    {HwAccel::VideoToolbox, "h264_videotoolbox"_L1, "hevc_videotoolbox"_L1,
-     "av1_videotoolbox"_L1},
+    {HwAccel::VideoToolbox, "h264_videotoolbox"_L1, "hevc_videotoolbox"_L1, "av1_videotoolbox"_L1},
 };
 
-constexpr EncoderNames softwareEncoders{HwAccel::X264, "libx264"_L1, "libx265"_L1,
-                                        "libsvtav1"_L1};
+constexpr EncoderNames softwareEncoders{HwAccel::X264, "libx264"_L1, "libx265"_L1, "libsvtav1"_L1};
 
 QLatin1StringView encoderNameFor(int hw, int codec)
 {
@@ -49,7 +47,8 @@ QLatin1StringView encoderNameFor(int hw, int codec)
 ///
 /// The operator chooses in x264's vocabulary. On SVT-AV1 a higher number is faster; the QSV column rises with
 /// the slowness of the name.
-struct PresetRow {
+struct PresetRow
+{
     QLatin1StringView x264;
     QLatin1StringView nvenc;
     int qsv;
@@ -116,15 +115,13 @@ QStringList amfArgs(const EncoderConfig &encoder)
     QStringList args{u"-rc"_s, u"cbr"_s};
     // The later "-bufsize" counts: 100 ms of buffer in place of two seconds.
     if (encoder.zeroLatency)
-        args << u"-bufsize"_s << kilobits(encoder.bitrate / 10) << u"-quality"_s
-             << u"speed"_s;
+        args << u"-bufsize"_s << kilobits(encoder.bitrate / 10) << u"-quality"_s << u"speed"_s;
     return args;
 }
 
 QStringList videoToolboxArgs()
 {
-    return {u"-realtime"_s, u"true"_s,        u"-allow_sw"_s,
-            u"0"_s,         u"-prio_speed"_s, u"true"_s};
+    return {u"-realtime"_s, u"true"_s, u"-allow_sw"_s, u"0"_s, u"-prio_speed"_s, u"true"_s};
 }
 
 QStringList svtAv1Args(const EncoderConfig &encoder)

@@ -35,8 +35,9 @@ QString stateText(Pipeline::State state)
 
 QString targetText(const OutputConfig &output)
 {
-    return output.kind == OutputKind::Srtla ? u"%1:%2"_s.arg(output.receiverHost, QString::number(output.receiverPort))
-                                            : output.url;
+    return output.kind == OutputKind::Srtla
+               ? u"%1:%2"_s.arg(output.receiverHost, QString::number(output.receiverPort))
+               : output.url;
 }
 
 } // namespace
@@ -75,7 +76,7 @@ bool Engine::decklinkSupported() const
 
 QStringList Engine::ndiSources(int timeoutMs)
 {
-    const QStringList sources = ndiSourceScan(timeoutMs);
+    QStringList sources = ndiSourceScan(timeoutMs);
     appendLog(u"NDI discovery: %1 fonte(s) %2"_s.arg(
         QString::number(sources.size()), sources.isEmpty() ? QString() : "— "_L1 + sources.join(", "_L1)));
     return sources;
@@ -83,10 +84,10 @@ QStringList Engine::ndiSources(int timeoutMs)
 
 QStringList Engine::decklinkDevices()
 {
-    const QStringList devices = decklinkDeviceScan();
-    appendLog(u"DeckLink: %1 dispositivo(s) %2"_s.arg(
-        QString::number(devices.size()),
-        devices.isEmpty() ? u"(driver/placa ausente?)"_s : "— "_L1 + devices.join(", "_L1)));
+    QStringList devices = decklinkDeviceScan();
+    appendLog(u"DeckLink: %1 dispositivo(s) %2"_s.arg(QString::number(devices.size()),
+                                                      devices.isEmpty() ? u"(driver/placa ausente?)"_s
+                                                                        : "— "_L1 + devices.join(", "_L1)));
     return devices;
 }
 
@@ -247,7 +248,8 @@ QString Engine::addPipeline(const QString &name)
     config.id = newPipelineId();
     config.name = pipelineName(name, m_pipelines.size());
 
-    // Only a pipeline that nobody has edited yet reports its figures, its level and an open circuit by itself.
+    // Only a pipeline that nobody has edited yet reports its figures, its level and an open circuit by
+    // itself.
     Pipeline *pipeline = makePipeline(config);
     wireLog(pipeline);
     connect(pipeline, &Pipeline::telemetryChanged, this, &Engine::pipelinesChanged);

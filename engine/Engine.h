@@ -14,12 +14,13 @@
 
 namespace corvane {
 
-/// The one object that the interface talks to: registry of pipelines, log text, what the machine's tools can do.
+/// The one object that the interface talks to: registry of pipelines, log text, what the machine's tools can
+/// do.
 ///
-/// A pipeline's record is never edited in place. Every edit copies it, changes the copy and puts a new, stopped
-/// Pipeline in the old one's position, so that an edit ends a running transmission. An unknown id or an index
-/// out of range ends an operation silently. Main thread; operations that stop a pipeline block for up to 3 s
-/// for each.
+/// A pipeline's record is never edited in place. Every edit copies it, changes the copy and puts a new,
+/// stopped Pipeline in the old one's position, so that an edit ends a running transmission. An unknown id or
+/// an index out of range ends an operation silently. Main thread; operations that stop a pipeline block for
+/// up to 3 s for each.
 class Engine : public QObject
 {
     Q_OBJECT
@@ -48,8 +49,8 @@ public:
     [[nodiscard]] bool ndiSupported() const;
     [[nodiscard]] bool decklinkSupported() const;
 
-    /// One map per pipeline, in order of creation, built anew at every call: "id", "name", "outputs", "state",
-    /// "fps", "bitrate" (kbit/s), "dropped", "rtt" (ms), "sndDrop", "level".
+    /// One map per pipeline, in order of creation, built anew at every call: "id", "name", "outputs",
+    /// "state", "fps", "bitrate" (kbit/s), "dropped", "rtt" (ms), "sndDrop", "level".
     [[nodiscard]] QVariantList pipelines() const;
 
     Q_INVOKABLE void clearLog();
@@ -68,7 +69,8 @@ public:
 
     /// Outputs go to the end of the list. SRT outputs get a local port, bonded ones two.
     Q_INVOKABLE void addRtmpOutput(const QString &id, const QString &url);
-    Q_INVOKABLE void addSrtOutput(const QString &id, const QString &url, int latencyMs, const QString &passphrase);
+    Q_INVOKABLE void addSrtOutput(const QString &id, const QString &url, int latencyMs,
+                                  const QString &passphrase);
     Q_INVOKABLE void addSrtlaOutput(const QString &id, const QString &receiverHost, int receiverPort);
     Q_INVOKABLE void clearOutputs(const QString &id);
     Q_INVOKABLE void removeOutput(const QString &id, int index);
@@ -78,7 +80,8 @@ public:
     Q_INVOKABLE QVariantList outputsView(const QString &id) const;
     Q_INVOKABLE void renamePipeline(const QString &id, const QString &name);
     Q_INVOKABLE void addSrtOutputFull(const QString &id, const QString &url, int latencyMs,
-                                      const QString &passphrase, const QString &streamId, int oheadbw, int maxbw);
+                                      const QString &passphrase, const QString &streamId, int oheadbw,
+                                      int maxbw);
 
     /// The command line as one unquoted text, always in the form for an ffmpeg without SRT of its own. A
     /// record that can't be built gives "(inválido: …)"; an unknown id an empty text.
@@ -117,7 +120,8 @@ private:
 
     /// A configuring operation: `edit` on a copy of the record, replacement, wiring, notice.
     void reconfigure(const QString &id, const Edit &edit);
-    void editOutput(const QString &id, int index, const Edit &edit); ///< reconfigure(), for a valid index only
+    void editOutput(const QString &id, int index,
+                    const Edit &edit); ///< reconfigure(), for a valid index only
     Pipeline *replace(qsizetype index, PipelineConfig config);
     Pipeline *makePipeline(PipelineConfig config);
     void wireLog(Pipeline *pipeline);

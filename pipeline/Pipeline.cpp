@@ -83,7 +83,8 @@ void Pipeline::launchFfmpeg()
     });
     connect(ffmpeg, &QProcess::started, this, [this, ffmpeg] { onStarted(*ffmpeg); });
     connect(ffmpeg, &QProcess::finished, this, [this, ffmpeg](int exitCode, QProcess::ExitStatus exitStatus) {
-        // A child that was killed may end when the next run has already begun: that run is none of its business.
+        // A child that was killed may end when the next run has already begun: that run is none of its
+        // business.
         if (!m_process || m_process == ffmpeg)
             onFinished(exitCode, exitStatus);
     });
@@ -124,7 +125,8 @@ void Pipeline::onFinished(int exitCode, QProcess::ExitStatus exitStatus)
     if (m_qualityRestartPending) {
         m_qualityRestartPending = false;
         Q_EMIT logLine(u"aplicando novo bitrate (degradação) — restart imediato"_s);
-        // The state stays `Running`, so this start() is refused: the operator's stop and start applies the rate.
+        // The state stays `Running`, so this start() is refused: the operator's stop and start applies the
+        // rate.
         QTimer::singleShot(relaunchDelay, Qt::PreciseTimer, this, [this] {
             if (!m_stopRequested)
                 start();
@@ -138,7 +140,8 @@ void Pipeline::onFinished(int exitCode, QProcess::ExitStatus exitStatus)
         return;
     }
 
-    m_lastError = u"ffmpeg saiu (code=%1, %2)"_s.arg(QString::number(exitCode), crashed ? u"crash"_s : u"erro"_s);
+    m_lastError =
+        u"ffmpeg saiu (code=%1, %2)"_s.arg(QString::number(exitCode), crashed ? u"crash"_s : u"erro"_s);
     Q_EMIT logLine("ERRO: "_L1 + m_lastError);
     setState(State::Failed);
     considerRestart();
@@ -242,7 +245,8 @@ void Pipeline::applyQuality(int newLevel)
     const QString name = QString::fromLatin1(qualityLevel(newLevel).name);
     const int bitrate = bitrateAtLevel(newLevel, m_baseBitrateKbps);
     Q_EMIT logLine(u"DEGRADAÇÃO: nível %1 (%2) — bitrate %3→%4 kbps"_s.arg(
-        QString::number(newLevel), name, QString::number(m_config.encoder.bitrate), QString::number(bitrate)));
+        QString::number(newLevel), name, QString::number(m_config.encoder.bitrate),
+        QString::number(bitrate)));
 
     m_config.encoder.bitrate = bitrate;
     m_appliedLevel = newLevel;

@@ -13,12 +13,12 @@ class QTimer;
 
 namespace corvane {
 
-/// One transmission at run time: owns the one ffmpeg child, decides whether the transmission counts as up, and
-/// brings it back after a failure.
+/// One transmission at run time: owns the one ffmpeg child, decides whether the transmission counts as up,
+/// and brings it back after a failure.
 ///
-/// Only ffmpeg is supervised, and outputs have no life of their own. The record is a copy; a run may write into
-/// it. A start in `Starting` or `Running` is refused without a word. All on the thread of the event loop;
-/// stop() and the destructor block it for up to 3 s while ffmpeg leaves.
+/// Only ffmpeg is supervised, and outputs have no life of their own. The record is a copy; a run may write
+/// into it. A start in `Starting` or `Running` is refused without a word. All on the thread of the event
+/// loop; stop() and the destructor block it for up to 3 s while ffmpeg leaves.
 class Pipeline : public QObject
 {
     Q_OBJECT
@@ -54,10 +54,10 @@ public:
 
 Q_SIGNALS:
     void stateChanged(State s);
-    void logLine(QString line);                ///< without a time stamp
-    void statsChanged(QString stats);          ///< one progress line of ffmpeg, trimmed
-    void circuitOpen(QString reason);          ///< no further restart comes by itself
-    void telemetryChanged();                   ///< once a second while `Running`
+    void logLine(QString line);       ///< without a time stamp
+    void statsChanged(QString stats); ///< one progress line of ffmpeg, trimmed
+    void circuitOpen(QString reason); ///< no further restart comes by itself
+    void telemetryChanged();          ///< once a second while `Running`
     void qualityChanged(int level, QString name);
 
 private:

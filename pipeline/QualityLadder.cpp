@@ -33,11 +33,11 @@ int bitrateAtLevel(int level, int baseBitrateKbps)
 bool QualityLadder::isBad(const Telemetry &figures) const
 {
     // Only the encoder's drops wait for a first tick: a total from before it isn't held against the stream.
-    return figures.sndDrop > lastSndDrop || (primed && figures.dropped > lastDropped)
-           || figures.rttMs > rttLimitMs || figures.loadPercent > loadLimit || figures.thermalState == 2
-           || figures.thermalState == 3
-           || (figures.linkCapacity > 0 && figures.sendRate > 0
-               && figures.sendRate > figures.linkCapacity * 0.9);
+    return figures.sndDrop > lastSndDrop || (primed && figures.dropped > lastDropped) ||
+           figures.rttMs > rttLimitMs || figures.loadPercent > loadLimit || figures.thermalState == 2 ||
+           figures.thermalState == 3 ||
+           (figures.linkCapacity > 0 && figures.sendRate > 0 &&
+            figures.sendRate > figures.linkCapacity * 0.9);
 }
 
 qint32 QualityLadder::evaluate(const Telemetry &figures)

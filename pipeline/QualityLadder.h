@@ -7,7 +7,8 @@ namespace corvane {
 struct Telemetry;
 
 /// One row of the quality table.
-struct QualityLevel {
+struct QualityLevel
+{
     const char *name;
     double factor; ///< of the pipeline's base bit rate
     int maxFps;    ///< 0: no limit; read by nothing
@@ -24,7 +25,8 @@ inline constexpr int lowestQuality = 4;
 
 /// When to give up quality and when to take it back: a hysteresis over one tick a second. Going down takes
 /// three bad ticks in a row, coming back ten good ones. Pure: figures in, level out.
-struct QualityLadder {
+struct QualityLadder
+{
     double rttLimitMs = 800.0;
     double loadLimit = 88.0;
     qint32 badTicksDown = 3;

@@ -23,7 +23,8 @@ RestartDecision RestartGate::onFailure(const RestartPolicy &policy, qint64 start
         return {true, 0, restartTimes.size()};
     }
 
-    const qint64 backoff = (qint64(1) << std::min(restartAttempts, largestExponent)) * policy.initialBackoffMs;
+    const qint64 backoff =
+        (qint64(1) << std::min(restartAttempts, largestExponent)) * policy.initialBackoffMs;
     ++restartAttempts;
     return {false, std::min<qint64>(backoff, policy.maxBackoffMs), restartTimes.size()};
 }

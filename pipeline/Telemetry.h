@@ -7,7 +7,8 @@ namespace corvane {
 /// The latest figures of one transmission. A plain value: all zero at first, never reset between runs.
 ///
 /// Nothing feeds the SRT figures or the load: they read 0 until a source for them exists.
-struct Telemetry {
+struct Telemetry
+{
     double rttMs = 0;
     double sendRate = 0;
     double linkCapacity = 0;

@@ -16,8 +16,8 @@ namespace {
 constexpr int answerTimeoutMs = 5000;
 
 constexpr const char *knownEncoders[] = {
-    "libx264",    "libx265",  "h264_nvenc", "hevc_nvenc", "av1_nvenc",         "h264_qsv",          "hevc_qsv",
-    "av1_qsv",    "h264_amf", "hevc_amf",   "av1_amf",    "h264_videotoolbox", "hevc_videotoolbox", "libsvtav1",
+    "libx264", "libx265",  "h264_nvenc", "hevc_nvenc", "av1_nvenc",         "h264_qsv",          "hevc_qsv",
+    "av1_qsv", "h264_amf", "hevc_amf",   "av1_amf",    "h264_videotoolbox", "hevc_videotoolbox", "libsvtav1",
 };
 
 /// Standard output of `ffmpeg -hide_banner <question>`; empty if it doesn't end in time.
@@ -70,9 +70,9 @@ EnvironmentProbe EnvironmentProbe::run()
 
 QString EnvironmentProbe::summary() const
 {
-    return u"ffmpeg=%1 | NDI=%2 | SRT(srt-live-transmit)=%3 | srtla=%4 | encoders=%5"_s
-        .arg(ffmpegPath.isEmpty() ? u"NÃO ENCONTRADO"_s : ffmpegPath, yesNo(ffmpegHasNdi),
-             yesNo(srtAvailable), yesNo(srtlaAvailable), availableEncoders.join(", "_L1));
+    return u"ffmpeg=%1 | NDI=%2 | SRT(srt-live-transmit)=%3 | srtla=%4 | encoders=%5"_s.arg(
+        ffmpegPath.isEmpty() ? u"NÃO ENCONTRADO"_s : ffmpegPath, yesNo(ffmpegHasNdi), yesNo(srtAvailable),
+        yesNo(srtlaAvailable), availableEncoders.join(", "_L1));
 }
 
 } // namespace corvane

@@ -6,7 +6,8 @@
 namespace corvane {
 
 /// What the outside tools of this machine can do, as a value. `run()` is the one way to fill it.
-struct EnvironmentProbe {
+struct EnvironmentProbe
+{
     QString ffmpegPath; ///< empty if there is none
     bool ffmpegHasNdi = false;
     bool ffmpegHasSrt = false; ///< ffmpeg itself speaks SRT

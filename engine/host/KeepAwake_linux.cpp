@@ -24,7 +24,8 @@ constexpr auto reason = "Transmissão ao vivo em andamento";
 /// All calls are asynchronous, so a slow bus never holds up the interface. An answer that comes after the
 /// request was lifted is given back at once. Main thread; lives with the application object. A bus or a
 /// service that isn't there is passed over in silence.
-class Inhibitors : public QObject {
+class Inhibitors : public QObject
+{
 public:
     explicit Inhibitors(QObject *parent)
         : QObject(parent)
@@ -54,7 +55,8 @@ public:
         QDBusMessage screen = screenSaverCall(u"Inhibit"_s);
         screen << QCoreApplication::applicationName() << QString::fromUtf8(reason);
         whenAnswered<uint>(
-            QDBusConnection::sessionBus(), screen, [this](uint cookie) { m_screenCookie = cookie; }, uninhibit);
+            QDBusConnection::sessionBus(), screen, [this](uint cookie) { m_screenCookie = cookie; },
+            uninhibit);
     }
 
     void release()

@@ -5,15 +5,16 @@
 namespace corvane {
 
 enum class UdpPortProbe {
-    Free,      ///< the port could be bound, and is free again
-    Taken,     ///< the port could not be bound
-    NoSocket,  ///< no socket could be made, so nothing is known
+    Free,     ///< the port could be bound, and is free again
+    Taken,    ///< the port could not be bound
+    NoSocket, ///< no socket could be made, so nothing is known
 };
 
 /// Binds an IPv4 datagram socket to 127.0.0.1 and `port` and closes it at once: nothing is reserved.
 [[nodiscard]] UdpPortProbe probeUdpPort(int port);
 
-struct LocalPort {
+struct LocalPort
+{
     int port = 0;
     bool exhausted = false; ///< every attempt failed: `port` is unverified
 };

@@ -11,7 +11,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-struct TextForm {
+struct TextForm
+{
     QLatin1StringView text;
     int value;
 };
@@ -27,11 +28,8 @@ constexpr TextForm sourceKinds[] = {
 };
 
 constexpr TextForm outputKinds[] = {
-    {"rtmp"_L1, OutputKind::Rtmp},
-    {"srt"_L1, OutputKind::Srt},
-    {"srtla"_L1, OutputKind::Srtla},
-    {"decklink"_L1, OutputKind::Decklink},
-    {"file"_L1, OutputKind::File},
+    {"rtmp"_L1, OutputKind::Rtmp},         {"srt"_L1, OutputKind::Srt},   {"srtla"_L1, OutputKind::Srtla},
+    {"decklink"_L1, OutputKind::Decklink}, {"file"_L1, OutputKind::File},
 };
 
 constexpr TextForm videoCodecs[] = {
@@ -41,29 +39,22 @@ constexpr TextForm videoCodecs[] = {
 };
 
 constexpr TextForm encoderFamilies[] = {
-    {"auto"_L1, HwAccel::Auto},
-    {"x264"_L1, HwAccel::X264},
-    {"nvenc"_L1, HwAccel::Nvenc},
-    {"qsv"_L1, HwAccel::Qsv},
-    {"amf"_L1, HwAccel::Amf},
-    {"videotoolbox"_L1, HwAccel::VideoToolbox},
+    {"auto"_L1, HwAccel::Auto}, {"x264"_L1, HwAccel::X264}, {"nvenc"_L1, HwAccel::Nvenc},
+    {"qsv"_L1, HwAccel::Qsv},   {"amf"_L1, HwAccel::Amf},   {"videotoolbox"_L1, HwAccel::VideoToolbox},
 };
 
 constexpr TextForm encoderPresets[] = {
-    {"auto"_L1, EncoderPreset::Auto},
-    {"ultrafast"_L1, EncoderPreset::Ultrafast},
-    {"superfast"_L1, EncoderPreset::Superfast},
-    {"veryfast"_L1, EncoderPreset::Veryfast},
-    {"fast"_L1, EncoderPreset::Fast},
-    {"medium"_L1, EncoderPreset::Medium},
+    {"auto"_L1, EncoderPreset::Auto},           {"ultrafast"_L1, EncoderPreset::Ultrafast},
+    {"superfast"_L1, EncoderPreset::Superfast}, {"veryfast"_L1, EncoderPreset::Veryfast},
+    {"fast"_L1, EncoderPreset::Fast},           {"medium"_L1, EncoderPreset::Medium},
     {"slow"_L1, EncoderPreset::Slow},
 };
 
 template <std::size_t N>
 int valueOf(const TextForm (&table)[N], const QString &text, int unknown)
 {
-    const auto row =
-        std::find_if(std::begin(table), std::end(table), [&](const TextForm &form) { return form.text == text; });
+    const auto row = std::find_if(std::begin(table), std::end(table),
+                                  [&](const TextForm &form) { return form.text == text; });
     return row == std::end(table) ? unknown : row->value;
 }
 
@@ -123,9 +114,8 @@ void applyEncoderMap(EncoderConfig &encoder, const QVariantMap &m)
     ifPresent(m, "preset", [&](const QVariant &v) {
         encoder.preset = valueOf(encoderPresets, v.toString(), EncoderPreset::Auto);
     });
-    ifPresent(m, "hw", [&](const QVariant &v) {
-        encoder.hw = valueOf(encoderFamilies, v.toString(), HwAccel::Auto);
-    });
+    ifPresent(m, "hw",
+              [&](const QVariant &v) { encoder.hw = valueOf(encoderFamilies, v.toString(), HwAccel::Auto); });
 }
 
 } // namespace corvane

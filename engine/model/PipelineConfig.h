@@ -38,7 +38,8 @@ namespace ScalerKind {
 enum Kind : int { None = 0, Lanczos = 1, Cuda = 2, Placebo = 3, LanczosAlt = 4 };
 } // namespace ScalerKind
 
-struct SourceConfig {
+struct SourceConfig
+{
     int kind = SourceKind::TestPattern;
     QString uri;               ///< NDI source name, srt:// URL, device name or file path, by kind
     int width = 1920;          ///< pixels
@@ -50,25 +51,28 @@ struct SourceConfig {
     QString ndiPipePath;       ///< local raw-video pipe; empty: ffmpeg reads NDI itself
 };
 
-struct ScalerConfig {
+struct ScalerConfig
+{
     int kind = ScalerKind::None;
     int width = 0;  ///< pixels; 0 beside a non-zero height: keep the aspect ratio
     int height = 0; ///< pixels; 0 beside a non-zero width: keep the aspect ratio
 };
 
-struct EncoderConfig {
+struct EncoderConfig
+{
     int codec = VideoCodec::H264;
     int hw = HwAccel::Auto;
     int preset = EncoderPreset::Auto;
-    int bitrate = 6000;  ///< video, kbit/s
-    int keyintSec = 2;   ///< seconds between key frames
+    int bitrate = 6000; ///< video, kbit/s
+    int keyintSec = 2;  ///< seconds between key frames
     bool zeroLatency = true;
     bool bFrames = false;
     QString audioCodec = QStringLiteral("aac"); ///< as ffmpeg names it
     int audioBitrate = 160;                     ///< kbit/s
 };
 
-struct OutputConfig {
+struct OutputConfig
+{
     int kind = OutputKind::Rtmp;
     QString url; ///< destination URL or path; not used by `Srtla`
     bool enabled = true;
@@ -90,7 +94,8 @@ struct OutputConfig {
 };
 
 /// Limits of the automatic restart and of the hang watchdog.
-struct RestartPolicy {
+struct RestartPolicy
+{
     bool enabled = true; ///< a restart takes this and `PipelineConfig::autoRestart`
     int initialBackoffMs = 1000;
     int maxBackoffMs = 30000;
@@ -99,7 +104,8 @@ struct RestartPolicy {
     int hangTimeoutMs = 8000; ///< time without progress after which ffmpeg counts as hung
 };
 
-struct PipelineConfig {
+struct PipelineConfig
+{
     QString id;   ///< 8 lower-case hexadecimal digits; never changes
     QString name; ///< free text for the operator; may repeat
     SourceConfig source;

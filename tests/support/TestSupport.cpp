@@ -56,11 +56,14 @@ Recorder::Recorder(const Pipeline &pipeline)
     connect(&pipeline, &Pipeline::stateChanged, this,
             [this](Pipeline::State state) { add("state "_L1 + stateName(state)); });
     connect(&pipeline, &Pipeline::logLine, this, [this](const QString &line) { add("log "_L1 + line); });
-    connect(&pipeline, &Pipeline::statsChanged, this, [this](const QString &stats) { add("stats "_L1 + stats); });
-    connect(&pipeline, &Pipeline::circuitOpen, this, [this](const QString &reason) { add("circuit "_L1 + reason); });
+    connect(&pipeline, &Pipeline::statsChanged, this,
+            [this](const QString &stats) { add("stats "_L1 + stats); });
+    connect(&pipeline, &Pipeline::circuitOpen, this,
+            [this](const QString &reason) { add("circuit "_L1 + reason); });
     connect(&pipeline, &Pipeline::telemetryChanged, this, [this] { add(u"telemetry"_s); });
-    connect(&pipeline, &Pipeline::qualityChanged, this,
-            [this](int level, const QString &name) { add(u"quality %1 %2"_s.arg(QString::number(level), name)); });
+    connect(&pipeline, &Pipeline::qualityChanged, this, [this](int level, const QString &name) {
+        add(u"quality %1 %2"_s.arg(QString::number(level), name));
+    });
 }
 
 QStringList Recorder::logLines() const
@@ -80,7 +83,8 @@ qsizetype Recorder::count(const QString &event) const
 
 bool Recorder::containsPart(const QString &part) const
 {
-    return std::any_of(m_events.begin(), m_events.end(), [&](const QString &event) { return event.contains(part); });
+    return std::any_of(m_events.begin(), m_events.end(),
+                       [&](const QString &event) { return event.contains(part); });
 }
 
 void Recorder::add(const QString &event)

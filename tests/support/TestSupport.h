@@ -29,7 +29,7 @@ public:
     explicit Recorder(const Pipeline &pipeline);
 
     [[nodiscard]] const QStringList &events() const { return m_events; }
-    [[nodiscard]] QStringList logLines() const;             ///< the "log " events, without that word
+    [[nodiscard]] QStringList logLines() const; ///< the "log " events, without that word
     [[nodiscard]] qsizetype count(const QString &event) const;
     [[nodiscard]] bool contains(const QString &event) const { return count(event) > 0; }
     [[nodiscard]] bool containsPart(const QString &part) const; ///< part of some event

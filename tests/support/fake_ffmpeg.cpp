@@ -1,8 +1,8 @@
 // A stand-in for ffmpeg whose behaviour is named by its last argument, "fake:STEP,STEP,…".
 //
-// The steps are taken in order; after the last one the program waits for a "q" on standard input and exits with 0.
-// It also exits when standard input is closed, so that no test leaves one behind. A "q" is honoured during every
-// wait. Arguments of steps are percent-decoded (a comma is %2C).
+// The steps are taken in order; after the last one the program waits for a "q" on standard input and exits
+// with 0. It also exits when standard input is closed, so that no test leaves one behind. A "q" is honoured
+// during every wait. Arguments of steps are percent-decoded (a comma is %2C).
 //
 //   exit=N            exit with code N
 //   crash             die of SIGSEGV
@@ -21,7 +21,8 @@
 //   end               see once
 //
 // Asked for -encoders or -protocols it answers with FAKE_FFMPEG_ENCODERS or FAKE_FFMPEG_PROTOCOLS from the
-// environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead, FAKE_FFMPEG_PROBE=exit1 answers with code 1.
+// environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead, FAKE_FFMPEG_PROBE=exit1 answers with
+// code 1.
 
 #include <algorithm>
 #include <chrono>
@@ -109,7 +110,8 @@ std::string progressLine(long frame, long dropped, char end)
 {
     char line[200];
     std::snprintf(line, sizeof line,
-                  "frame=%5ld fps= 30 q=28.0 size=    %ldkB time=00:00:%05.2f bitrate=6012.3kbits/s drop=%ld speed=   1x %c",
+                  "frame=%5ld fps= 30 q=28.0 size=    %ldkB time=00:00:%05.2f bitrate=6012.3kbits/s drop=%ld "
+                  "speed=   1x %c",
                   frame, frame * 25, static_cast<double>(frame) / 30, dropped, end);
     return line;
 }

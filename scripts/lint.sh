@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Every check that needs no run of the program. Short on success; each failure is shown whole.
+# shellcheck disable=SC2317 # the functions are called by name, through check()
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+failed=0
+check() { # <name> <command>...
+    local name=$1 log
+    shift
+    log=$(mktemp)
+    if "$@" >"$log" 2>&1; then
+        printf '  ok    %s\n' "$name"
+    else
+        printf '  FAIL  %s\n' "$name"
+        cat "$log"
+        failed=1
+    fi
+    rm -f "$log"
+}
+
+sources() { git ls-files -co --exclude-standard --deduplicate -- '*.cpp' '*.h' | xargs ls 2>/dev/null; }
+
+# What clang-tidy looks at: every file that a Linux build compiles, or of these the changed ones.
+tidy_files() {
+    local files
+    files=$(sources | grep '\.cpp$' | grep -v '_win\.cpp$')
+    if [ "${1:-}" = --changed ]; then
+        files=$(grep -xF -f <(git diff --name-only HEAD; git ls-files -o --exclude-standard) <<<"$files" || true)
+    fi
+    printf '%s\n' "$files"
+}
+
+tidy() {
+    local files
+    files=$(tidy_files "${1:-}")
+    [ -n "$files" ] || { echo "no changed file"; return 0; }
+    cmake --preset lint >/dev/null
+    # Generated headers (moc) have to be there before a file that includes them can be read.
+    cmake --build --preset lint --target autogen >/dev/null
+    tr '\n' '\0' <<<"${files%$'\n'}" | xargs -0 -P "$(nproc)" -n 4 clang-tidy -p build/lint --quiet
+}
+
+qml() {
+    # `engine` is a context property, which qmllint can't know of.
+    git ls-files '*.qml' | xargs /usr/lib/qt6/bin/qmllint -I build/lint --unqualified disable
+}
+
+formatted() { sources | xargs clang-format --dry-run -Werror; }
+scripts_checked() { git ls-files -co --exclude-standard -- dev '*.sh' .ci/run | xargs shellcheck; }
+
+check "clang-format" formatted
+check "shellcheck" scripts_checked
+check "folder dependencies" scripts/check-arrows.py
+check "clang-tidy" tidy "${1:-}"
+check "qmllint" qml
+exit "$failed"
