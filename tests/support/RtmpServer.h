@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <memory>
+
+namespace corvane::test {
+
+/// A real RTMP server on loopback: nginx with its rtmp module, own configuration, own port, recording on. It
+/// runs from start() to stop() or to the end of this object.
+class RtmpServer
+{
+public:
+    RtmpServer();
+    ~RtmpServer();
+
+    /// Answers whether the server accepts connections; if not, error() says why.
+    bool start();
+
+    /// Ends the server and with it the recording, which is whole from then on.
+    void stop();
+
+    [[nodiscard]] QString url(const QString &streamName) const;       ///< where to publish
+    [[nodiscard]] QString recording(const QString &streamName) const; ///< FLV file of what was received
+    [[nodiscard]] QString error() const { return m_error; }
+
+private:
+    QTemporaryDir m_directory;
+    std::unique_ptr<QProcess> m_nginx;
+    quint16 m_port = 0;
+    QString m_error;
+};
+
+} // namespace corvane::test
