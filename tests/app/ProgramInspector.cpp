@@ -2,7 +2,8 @@
 // program from within, once its event loop runs.
 //
 //   CORVANE_INSPECT_REPORT=PATH   write what was found to PATH, as one JSON object
-//   CORVANE_INSPECT_THEN=WORD     and then: "quit" ends the event loop; "throw" lets one standard exception leave a
+//   CORVANE_INSPECT_THEN=WORD     and then: "quit" ends the event loop; "throw" lets one standard exception
+//   leave a
 //                                 slot, "throw-other" one of another kind
 
 #include <QCoreApplication>
@@ -59,11 +60,12 @@ QJsonObject findings()
         const QQmlContext *context = qmlContext(window);
         if (!context)
             continue;
-        windows.append(QJsonObject{{u"title"_s, window->title()},
-                                   {u"source"_s, context->baseUrl().toString()}});
+        windows.append(
+            QJsonObject{{u"title"_s, window->title()}, {u"source"_s, context->baseUrl().toString()}});
         for (const QString &name : {u"engine"_s, u"updater"_s}) {
             const auto *object = context->engine()->rootContext()->contextProperty(name).value<QObject *>();
-            contextProperties.insert(name, object ? QString::fromLatin1(object->metaObject()->className()) : QString());
+            contextProperties.insert(name, object ? QString::fromLatin1(object->metaObject()->className())
+                                                  : QString());
         }
     }
     return {

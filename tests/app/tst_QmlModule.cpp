@@ -61,7 +61,8 @@ void tst_QmlModule::identity_data()
     QTest::newRow("class") << u"applicationClass"_s << u"corvane::SafeApp"_s;
     QTest::newRow("name") << u"applicationName"_s << u"CORVANE"_s;
     QTest::newRow("organization") << u"organizationName"_s << u"halvorndev"_s;
-    QTest::newRow("domain, as configured") << u"organizationDomain"_s << QStringLiteral(CORVANE_ORGANIZATION_DOMAIN);
+    QTest::newRow("domain, as configured")
+        << u"organizationDomain"_s << QStringLiteral(CORVANE_ORGANIZATION_DOMAIN);
     QTest::newRow("version") << u"applicationVersion"_s << u"0.1.0"_s;
 }
 
@@ -112,7 +113,8 @@ void tst_QmlModule::showsOneWindowMadeOfMain()
 
     QCOMPARE(windows.size(), 1);
     QCOMPARE(windows.at(0).toObject().value("title"_L1).toString(), u"CORVANE"_s);
-    QCOMPARE(windows.at(0).toObject().value("source"_L1).toString(), u"qrc:/qt/qml/Corvane/app/qml/Main.qml"_s);
+    QCOMPARE(windows.at(0).toObject().value("source"_L1).toString(),
+             u"qrc:/qt/qml/Corvane/app/qml/Main.qml"_s);
 }
 
 void tst_QmlModule::contextPropertiesOfTheRoot()
