@@ -37,6 +37,7 @@ ApplicationWindow {
         ScrollView {
             Layout.fillWidth: true
             Layout.fillHeight: true
+            contentWidth: availableWidth
 
             TextArea {
                 id: logArea
