@@ -11,6 +11,7 @@
 //   stderr=TEXT       write the bytes to standard error as they stand
 //   stdout=TEXT       the same to standard output
 //   pause=MS          wait
+//   await=PATH        wait until PATH exists
 //   progress          one progress line, ended by a carriage return, every 100 ms, for ever
 //   progress=N        N progress lines ended by line feeds, at once
 //   drops=MS          a progress line every MS milliseconds whose drop total rises by 5 each time, for ever
@@ -179,6 +180,9 @@ void runSteps(const std::vector<std::string> &steps, const std::vector<std::stri
             writeAll(stdout, value);
         } else if (name == "pause") {
             waitFor(std::stoll(value));
+        } else if (name == "await") {
+            while (!std::ifstream(value).good())
+                waitFor(10);
         } else if (name == "progress" && hasValue) {
             const long count = std::stol(value);
             for (long frame = 1; frame <= count; ++frame)
