@@ -12,6 +12,7 @@
 //   stdout=TEXT       the same to standard output
 //   pause=MS          wait
 //   await=PATH        wait until PATH exists
+//   input=PATH        from here on append to PATH what comes on standard input
 //   progress          one progress line, ended by a carriage return, every 100 ms, for ever
 //   progress=N        N progress lines ended by line feeds, at once
 //   drops=MS          a progress line every MS milliseconds whose drop total rises by 5 each time, for ever
@@ -54,6 +55,7 @@ bool quitAsked = false;
 bool inputClosed = false;
 bool ignoreQuit = false;
 int quitCode = 0;
+std::ofstream inputCopy;
 
 void leave(int code)
 {
@@ -65,6 +67,8 @@ void watchInput()
 {
     for (int byte = std::getchar(); byte != EOF; byte = std::getchar()) {
         const std::lock_guard lock(mutex);
+        if (inputCopy.is_open())
+            inputCopy << static_cast<char>(byte) << std::flush;
         quitAsked = quitAsked || byte == 'q';
         changed.notify_all();
     }
@@ -202,6 +206,9 @@ void runSteps(const std::vector<std::string> &steps, const std::vector<std::stri
             std::ofstream file(value, std::ios::binary | std::ios::trunc);
             for (const std::string &argument : arguments)
                 file << argument << '\n';
+        } else if (name == "input") {
+            const std::lock_guard lock(mutex);
+            inputCopy.open(value, std::ios::binary | std::ios::app);
         } else if (name == "append") {
             std::ofstream(value, std::ios::binary | std::ios::app) << processId() << '\n';
         } else if (name == "once") {
