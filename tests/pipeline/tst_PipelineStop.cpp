@@ -3,6 +3,7 @@
 #include "tests/support/TestSupport.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtTest>
@@ -101,7 +102,9 @@ void tst_PipelineStop::killsAChildThatIgnoresTheRequest()
     QCOMPARE_GE(clock.elapsed(), 3000);
     QCOMPARE_LT(clock.elapsed(), 8000);
     QCOMPARE(outline(recorder), QStringList{u"state stopped"_s});
-    QCOMPARE(fileLines(input), QStringList{u"q"_s}); // asked once, with no line end
+    QFile asked(input);
+    QVERIFY(asked.open(QIODevice::ReadOnly));
+    QCOMPARE(asked.readAll(), "q"_ba); // once, with no line end
 
     // The end of the killed child arrives later, and counts as a failure that nobody mends.
     QVERIFY(waitUntil([&] { return pipeline.state() == Pipeline::State::Failed; }));
