@@ -2,6 +2,8 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QFile>
+#include <QRegularExpression>
 #include <QTimer>
 
 #include <algorithm>
@@ -107,6 +109,55 @@ bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
     return true;
+}
+
+void passTimersOf(int ms)
+{
+    bool fired = false;
+    QTimer::singleShot(ms, Qt::PreciseTimer, [&] { fired = true; });
+    while (!fired)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+}
+
+QStringList outline(const Recorder &recorder)
+{
+    static const QRegularExpression pid(uR"(\(pid \d+\))"_s);
+    QStringList lines;
+    for (const QString &event : recorder.events()) {
+        if (event.startsWith("stats "_L1) || event == "telemetry"_L1)
+            continue;
+        if (event.startsWith("log ffmpeg -hide_banner "_L1))
+            lines << u"log ffmpeg <arguments>"_s;
+        else
+            lines << QString(event).replace(pid, u"(pid <pid>)"_s);
+    }
+    return lines;
+}
+
+qint64 lastPid(const Recorder &recorder)
+{
+    static const QRegularExpression started(uR"(^ffmpeg rodando \(pid (\d+)\)$)"_s);
+    qint64 pid = 0;
+    for (const QString &line : recorder.logLines()) {
+        if (const auto match = started.match(line); match.hasMatch())
+            pid = match.capturedView(1).toLongLong();
+    }
+    return pid;
+}
+
+QStringList fileLines(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
+}
+
+void createFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        qFatal("no file can be made at %s", qPrintable(path));
 }
 
 } // namespace corvane::test

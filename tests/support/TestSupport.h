@@ -47,6 +47,23 @@ private:
 /// Runs the event loop until `condition` holds, looking at it after every event; false after `timeoutMs`.
 bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 20000);
 
+/// Runs the event loop until a timer of `ms` that starts now has fired. Timers fire in the order in which
+/// they are due, so a shorter one that was started before has had its turn: this shows that it did nothing.
+void passTimersOf(int ms);
+
+/// The recorded events as a list that can be compared in full: figures ("stats …", "telemetry") are left out,
+/// the command line of a start reads "log ffmpeg <arguments>", and a process id "<pid>".
+[[nodiscard]] QStringList outline(const Recorder &recorder);
+
+/// Process id in the last "ffmpeg rodando" line; 0 without one.
+[[nodiscard]] qint64 lastPid(const Recorder &recorder);
+
+/// The lines of the file at `path`; none if there is no such file.
+[[nodiscard]] QStringList fileLines(const QString &path);
+
+/// Makes the file at `path`, empty: the sign for which a fake child awaits.
+void createFile(const QString &path);
+
 /// Text form of a state as the recorder writes it: "stopped", "starting", "running", "failed".
 [[nodiscard]] QString stateName(Pipeline::State state);
 

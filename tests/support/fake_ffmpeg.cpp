@@ -11,6 +11,8 @@
 //   stderr=TEXT       write the bytes to standard error as they stand
 //   stdout=TEXT       the same to standard output
 //   pause=MS          wait
+//   await=PATH        wait until PATH exists
+//   input=PATH        from here on append to PATH what comes on standard input
 //   progress          one progress line, ended by a carriage return, every 100 ms, for ever
 //   progress=N        N progress lines ended by line feeds, at once
 //   drops=MS          a progress line every MS milliseconds whose drop total rises by 5 each time, for ever
@@ -55,6 +57,7 @@ bool quitAsked = false;
 bool inputClosed = false;
 bool ignoreQuit = false;
 int quitCode = 0;
+std::ofstream inputCopy;
 
 void leave(int code)
 {
@@ -66,6 +69,8 @@ void watchInput()
 {
     for (int byte = std::getchar(); byte != EOF; byte = std::getchar()) {
         const std::lock_guard lock(mutex);
+        if (inputCopy.is_open())
+            inputCopy << static_cast<char>(byte) << std::flush;
         quitAsked = quitAsked || byte == 'q';
         changed.notify_all();
     }
@@ -188,6 +193,9 @@ void runSteps(const std::vector<std::string> &steps, const std::vector<std::stri
             writeAll(stdout, value);
         } else if (name == "pause") {
             waitFor(std::stoll(value));
+        } else if (name == "await") {
+            while (!std::ifstream(value).good())
+                waitFor(10);
         } else if (name == "progress" && hasValue) {
             const long count = std::stol(value);
             for (long frame = 1; frame <= count; ++frame)
@@ -207,6 +215,9 @@ void runSteps(const std::vector<std::string> &steps, const std::vector<std::stri
             std::ofstream file(value, std::ios::binary | std::ios::trunc);
             for (const std::string &argument : arguments)
                 file << argument << '\n';
+        } else if (name == "input") {
+            const std::lock_guard lock(mutex);
+            inputCopy.open(value, std::ios::binary | std::ios::app);
         } else if (name == "append") {
             std::ofstream(value, std::ios::binary | std::ios::app) << processId() << '\n';
         } else if (name == "clock") {

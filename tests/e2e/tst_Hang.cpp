@@ -1,0 +1,77 @@
+#include "pipeline/Pipeline.h"
+#include "tests/support/Processes.h"
+#include "tests/support/TestSupport.h"
+
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QUdpSocket>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace corvane;
+using namespace corvane::test;
+
+/// A real ffmpeg that stops dead while its process lives on.
+class tst_Hang : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void comesBackOnAir();
+};
+
+void tst_Hang::comesBackOnAir()
+{
+    const QString ffmpeg = QStandardPaths::findExecutable(u"ffmpeg"_s);
+    if (ffmpeg.isEmpty())
+        QSKIP("there is no ffmpeg on this machine");
+    QUdpSocket receiver;
+    QVERIFY(receiver.bind(QHostAddress::LocalHost, 0));
+
+    PipelineConfig config = fakeConfig(QString());
+    config.source.width = 160;
+    config.source.height = 90;
+    config.source.fps = 10;
+    config.encoder.bitrate = 300;
+    config.encoder.preset = EncoderPreset::Ultrafast;
+    config.outputs[0].url = u"udp://127.0.0.1:%1"_s.arg(receiver.localPort());
+    Pipeline pipeline(config, ffmpeg, false);
+    Recorder recorder(pipeline);
+
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(waitUntil([&] { return receiver.hasPendingDatagrams(); }));
+    const qint64 hung = lastPid(recorder);
+
+    recorder.clear();
+    suspendProcess(hung);
+    QVERIFY(waitUntil([&] { return recorder.contains(u"state failed"_s); }, 30000));
+    QVERIFY(!processExists(hung));
+
+    static const QRegularExpression hangLine(
+        u"^log HANG detectado: ffmpeg sem progresso há (\\d+)ms — reiniciando$"_s);
+    QStringList story = outline(recorder);
+    const auto match = hangLine.match(story.takeFirst());
+    QVERIFY(match.hasMatch());
+    const qint64 silence = match.captured(1).toLongLong();
+    QCOMPARE_GT(silence, 8000);
+    QCOMPARE_LE(silence, 10000 + 1000); // a second of slack for a loaded machine
+    QCOMPARE(story,
+             QStringList({u"log ffmpeg errorOccurred: 1"_s,
+                          u"log ERRO: ffmpeg saiu (code=%1, crash)"_s.arg(killedExitCode()),
+                          u"state failed"_s, u"log auto-restart em 1000ms (tentativa 1 na janela)"_s}));
+
+    recorder.clear();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QCOMPARE(outline(recorder).first(4),
+             QStringList({u"state starting"_s, u"log ffmpeg <arguments>"_s, u"state running"_s,
+                          u"log ffmpeg rodando (pid <pid>)"_s}));
+    QCOMPARE(pipeline.state(), Pipeline::State::Running);
+    QVERIFY(lastPid(recorder) != hung);
+
+    pipeline.stop();
+    QCOMPARE(recorder.events().last(), u"state stopped"_s);
+}
+
+QTEST_GUILESS_MAIN(tst_Hang)
+#include "tst_Hang.moc"

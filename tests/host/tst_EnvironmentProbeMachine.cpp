@@ -1,0 +1,31 @@
+#include "engine/host/EnvironmentProbe.h"
+
+#include <QStandardPaths>
+
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace corvane;
+
+/// The probe against the tools that are really installed.
+class tst_EnvironmentProbeMachine : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void findsTheToolsOfThisMachine();
+};
+
+void tst_EnvironmentProbeMachine::findsTheToolsOfThisMachine()
+{
+    if (QStandardPaths::findExecutable(u"ffmpeg"_s).isEmpty())
+        QSKIP("this machine has no ffmpeg");
+    const EnvironmentProbe found = EnvironmentProbe::run();
+    QVERIFY(found.ffmpegPath.endsWith(u"/ffmpeg"_s) || found.ffmpegPath.endsWith(u"/ffmpeg.exe"_s));
+    QVERIFY(found.availableEncoders.contains(u"libx264"_s));
+    QVERIFY(found.ffmpegHasSrt);
+    QVERIFY(found.srtAvailable);
+}
+
+QTEST_GUILESS_MAIN(tst_EnvironmentProbeMachine)
+#include "tst_EnvironmentProbeMachine.moc"

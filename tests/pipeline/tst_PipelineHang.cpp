@@ -1,0 +1,147 @@
+#include "pipeline/Pipeline.h"
+#include "tests/support/Processes.h"
+#include "tests/support/TestSupport.h"
+
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace corvane;
+using namespace corvane::test;
+
+namespace {
+
+/// `step` and a pause of 100 ms, so often that it goes on for ten seconds.
+QString repeatedly(const QByteArray &text)
+{
+    return u"stderr=%1,pause=100,"_s.arg(stepText(text)).repeated(100) + u"end"_s;
+}
+
+/// The figure in the line that tells of a hang; -1 if `line` isn't one.
+qint64 hangFigure(const QString &line)
+{
+    static const QRegularExpression hang(
+        u"^HANG detectado: ffmpeg sem progresso há (\\d+)ms — reiniciando$"_s);
+    const auto match = hang.match(line);
+    return match.hasMatch() ? match.capturedView(1).toLongLong() : -1;
+}
+
+} // namespace
+
+class tst_PipelineHang : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void killsAHungChild_data();
+    void killsAHungChild();
+    void progressIsNoHang_data();
+    void progressIsNoHang();
+    void hangsAndCrashesCountAlike();
+};
+
+void tst_PipelineHang::killsAHungChild_data()
+{
+    QTest::addColumn<QString>("steps");
+    QTest::addColumn<int>("hangTimeoutMs");
+
+    QTest::newRow("silent from the start") << u"end"_s << 1000;
+    // With the check every 2000 ms this one meets the limit itself, which isn't yet a hang.
+    QTest::newRow("at the limit") << u"end"_s << 2000;
+    QTest::newRow("silent after progress") << u"progress=3"_s << 1000;
+    QTest::newRow("warns, but makes no progress") << repeatedly("[tcp @ 0x1] still trying\n") << 1000;
+    QTest::newRow("figures without a mark") << repeatedly("fps=30 drop=0\n") << 1000;
+    QTest::newRow("wouldn't read a q") << u"ignore-q"_s << 1000;
+}
+
+void tst_PipelineHang::killsAHungChild()
+{
+    QFETCH(const QString, steps);
+    QFETCH(const int, hangTimeoutMs);
+    PipelineConfig config = fakeConfig(steps);
+    config.restart.hangTimeoutMs = hangTimeoutMs;
+    config.restart.initialBackoffMs = 20;
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return lastPid(recorder) > 0; }));
+    const qint64 pid = lastPid(recorder);
+    QVERIFY(waitUntil([&] { return recorder.count(u"state running"_s) == 2; }));
+    QVERIFY(!processExists(pid));
+
+    QStringList story = outline(recorder);
+    story.removeAll(u"log [tcp @ 0x1] still trying"_s);
+    story.removeAll(u"log fps=30 drop=0"_s);
+    story = story.sliced(0, 11);
+    const qint64 figure = hangFigure(story.takeAt(4).sliced(4));
+    QCOMPARE_GT(figure, hangTimeoutMs);
+    QCOMPARE(story, QStringList({u"state starting"_s, u"log ffmpeg <arguments>"_s, u"state running"_s,
+                                 u"log ffmpeg rodando (pid <pid>)"_s, u"log ffmpeg errorOccurred: 1"_s,
+                                 u"log ERRO: ffmpeg saiu (code=%1, crash)"_s.arg(killedExitCode()),
+                                 u"state failed"_s, u"log auto-restart em 20ms (tentativa 1 na janela)"_s,
+                                 u"state starting"_s, u"log ffmpeg <arguments>"_s}));
+}
+
+void tst_PipelineHang::progressIsNoHang_data()
+{
+    QTest::addColumn<QByteArray>("line");
+
+    QTest::newRow("frozen at no frame a second") << "frame=7 fps=0.0 bitrate=N/A drop=0\r"_ba;
+    QTest::newRow("bit rate alone") << "size=1kB bitrate=N/A speed=0x\r"_ba;
+}
+
+void tst_PipelineHang::progressIsNoHang()
+{
+    QFETCH(const QByteArray, line);
+    PipelineConfig config = fakeConfig(repeatedly(line));
+    config.restart.hangTimeoutMs = 1900; // without progress, the first look after 2000 ms would find a hang
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return recorder.count(u"telemetry"_s) >= 5; })); // two looks have been taken
+
+    QCOMPARE(outline(recorder), QStringList({u"state starting"_s, u"log ffmpeg <arguments>"_s,
+                                             u"state running"_s, u"log ffmpeg rodando (pid <pid>)"_s}));
+    QCOMPARE(pipeline.telemetry().fps, 0.0);
+}
+
+void tst_PipelineHang::hangsAndCrashesCountAlike()
+{
+    const QTemporaryDir dir;
+    const QString first = dir.filePath(u"first"_s);
+    // Hangs, and ends with an error when it comes back.
+    PipelineConfig config = fakeConfig(u"once=%1,pause=60000,end,exit=3"_s.arg(stepText(first.toUtf8())));
+    config.restart.hangTimeoutMs = 1000;
+    config.restart.initialBackoffMs = 10;
+    config.restart.maxRestartsInWindow = 2;
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"circuit "_s); }));
+
+    const QStringList lines = recorder.logLines();
+    QStringList verdicts;
+    qsizetype hangs = 0;
+    for (const QString &line : lines) {
+        if (line.startsWith("ERRO: "_L1) || line.startsWith("auto-restart"_L1) ||
+            line.startsWith("FATAL: "_L1))
+            verdicts << line;
+        if (hangFigure(line) >= 0)
+            ++hangs;
+    }
+    QCOMPARE(
+        verdicts,
+        QStringList({u"ERRO: ffmpeg saiu (code=%1, crash)"_s.arg(killedExitCode()),
+                     u"auto-restart em 10ms (tentativa 1 na janela)"_s, u"ERRO: ffmpeg saiu (code=3, erro)"_s,
+                     u"auto-restart em 20ms (tentativa 2 na janela)"_s, u"ERRO: ffmpeg saiu (code=3, erro)"_s,
+                     u"FATAL: circuit breaker ABERTO: 3 restarts em 120s — parando auto-restart "
+                     "(intervenção necessária)"_s}));
+    QCOMPARE(hangs, 1);
+}
+
+QTEST_GUILESS_MAIN(tst_PipelineHang)
+#include "tst_PipelineHang.moc"

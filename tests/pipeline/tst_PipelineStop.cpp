@@ -1,0 +1,208 @@
+#include "pipeline/Pipeline.h"
+#include "tests/support/Processes.h"
+#include "tests/support/TestSupport.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QtTest>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace corvane;
+using namespace corvane::test;
+
+class tst_PipelineStop : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void stoppedPipelineSaysNothing();
+    void stopsWhileStarting();
+    void badExitOnRequest();
+    void killsAChildThatIgnoresTheRequest();
+    void killedChildDoesNotDisturbTheNextRun();
+    void repeatedCyclesEndStopped();
+    void destructorLeavesNoProcess_data();
+    void destructorLeavesNoProcess();
+    void parentTakesItAlong();
+};
+
+void tst_PipelineStop::stoppedPipelineSaysNothing()
+{
+    Pipeline pipeline(fakeConfig(u"progress"_s), fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+    pipeline.stop();
+    pipeline.stop();
+    QCOMPARE(recorder.events(), QStringList());
+    QCOMPARE(pipeline.state(), Pipeline::State::Stopped);
+
+    // It isn't in the way of a start.
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return pipeline.state() == Pipeline::State::Running; }));
+    pipeline.stop();
+    recorder.clear();
+    pipeline.stop();
+    QCOMPARE(recorder.events(), QStringList());
+}
+
+void tst_PipelineStop::stopsWhileStarting()
+{
+    Pipeline pipeline(fakeConfig(u"progress"_s), fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+
+    pipeline.start();
+    QCOMPARE(pipeline.state(), Pipeline::State::Starting);
+    pipeline.stop();
+
+    // The wait for the end sees the start first.
+    QCOMPARE(outline(recorder),
+             QStringList({u"state starting"_s, u"log ffmpeg <arguments>"_s, u"state running"_s,
+                          u"log ffmpeg rodando (pid <pid>)"_s, u"state stopped"_s}));
+    QVERIFY(!processExists(lastPid(recorder)));
+    for (const QTimer *timer : pipeline.findChildren<QTimer *>())
+        QVERIFY(!timer->isActive());
+}
+
+void tst_PipelineStop::badExitOnRequest()
+{
+    PipelineConfig config = fakeConfig(u"quit-code=5,progress"_s);
+    config.restart.initialBackoffMs = 1;
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+
+    recorder.clear();
+    pipeline.stop();
+    passTimersOf(100);
+
+    QCOMPARE(outline(recorder),
+             QStringList({u"log ERRO: ffmpeg saiu (code=5, erro)"_s, u"state failed"_s, u"state stopped"_s}));
+}
+
+void tst_PipelineStop::killsAChildThatIgnoresTheRequest()
+{
+    const QTemporaryDir dir;
+    const QString input = dir.filePath(u"input"_s);
+    PipelineConfig config = fakeConfig(u"ignore-q,input=%1,progress"_s.arg(stepText(input.toUtf8())));
+    config.restart.initialBackoffMs = 1;
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    const qint64 pid = lastPid(recorder);
+
+    recorder.clear();
+    QElapsedTimer clock;
+    clock.start();
+    pipeline.stop();
+    QCOMPARE_GE(clock.elapsed(), 3000);
+    QCOMPARE_LT(clock.elapsed(), 8000);
+    QCOMPARE(outline(recorder), QStringList{u"state stopped"_s});
+    QFile asked(input);
+    QVERIFY(asked.open(QIODevice::ReadOnly));
+    QCOMPARE(asked.readAll(), "q"_ba); // once, with no line end
+
+    // The end of the killed child arrives later, and counts as a failure that nobody mends.
+    QVERIFY(waitUntil([&] { return pipeline.state() == Pipeline::State::Failed; }));
+    QVERIFY(!processExists(pid));
+    QVERIFY(pipeline.findChildren<QProcess *>().isEmpty());
+    passTimersOf(100);
+    QCOMPARE(
+        outline(recorder),
+        QStringList({u"state stopped"_s, u"log ffmpeg errorOccurred: 1"_s,
+                     u"log ERRO: ffmpeg saiu (code=%1, crash)"_s.arg(killedExitCode()), u"state failed"_s}));
+
+    recorder.clear();
+    pipeline.stop();
+    QCOMPARE(recorder.events(), QStringList{u"state stopped"_s});
+}
+
+void tst_PipelineStop::killedChildDoesNotDisturbTheNextRun()
+{
+    const QTemporaryDir dir;
+    const QString first = dir.filePath(u"first"_s);
+    Pipeline pipeline(fakeConfig(u"once=%1,ignore-q,progress,end,progress"_s.arg(stepText(first.toUtf8()))),
+                      fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    const qint64 killed = lastPid(recorder);
+
+    pipeline.stop();
+    recorder.clear();
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return lastPid(recorder) > 0 && !processExists(killed); }));
+    // The new run's watch goes on ticking.
+    QVERIFY(waitUntil([&] { return recorder.count(u"telemetry"_s) >= 2; }));
+
+    QStringList story = outline(recorder);
+    story.removeAll(u"log ffmpeg errorOccurred: 1"_s); // the killed child's last word, at any moment
+    QCOMPARE(story, QStringList({u"state starting"_s, u"log ffmpeg <arguments>"_s, u"state running"_s,
+                                 u"log ffmpeg rodando (pid <pid>)"_s}));
+    QVERIFY(lastPid(recorder) != killed);
+    QVERIFY(processExists(lastPid(recorder)));
+    for (const QTimer *timer : pipeline.findChildren<QTimer *>())
+        QVERIFY(timer->isActive());
+}
+
+void tst_PipelineStop::repeatedCyclesEndStopped()
+{
+    Pipeline pipeline(fakeConfig(u"progress"_s), fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+    for (int cycle = 1; cycle <= 10; ++cycle) {
+        recorder.clear();
+        pipeline.start();
+        if (cycle % 2 == 0)
+            QVERIFY(waitUntil([&] { return pipeline.state() == Pipeline::State::Running; }));
+        pipeline.stop();
+        QCOMPARE(outline(recorder),
+                 QStringList({u"state starting"_s, u"log ffmpeg <arguments>"_s, u"state running"_s,
+                              u"log ffmpeg rodando (pid <pid>)"_s, u"state stopped"_s}));
+    }
+}
+
+void tst_PipelineStop::destructorLeavesNoProcess_data()
+{
+    QTest::addColumn<QString>("steps");
+
+    QTest::newRow("leaves when asked") << u"progress"_s;
+    QTest::newRow("ignores the request") << u"ignore-q,progress"_s;
+    QTest::newRow("leaves with an error") << u"quit-code=5,progress"_s;
+}
+
+void tst_PipelineStop::destructorLeavesNoProcess()
+{
+    QFETCH(const QString, steps);
+    auto pipeline = std::make_unique<Pipeline>(fakeConfig(steps), fakeFfmpeg(), false);
+    const Recorder recorder(*pipeline);
+    pipeline->start();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    const qint64 pid = lastPid(recorder);
+    QVERIFY(processExists(pid));
+
+    pipeline.reset();
+
+    QVERIFY(!processExists(pid));
+}
+
+void tst_PipelineStop::parentTakesItAlong()
+{
+    auto owner = std::make_unique<QObject>();
+    auto *pipeline = new Pipeline(fakeConfig(u"progress"_s), fakeFfmpeg(), false, owner.get());
+    const Recorder recorder(*pipeline);
+    pipeline->start();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    const qint64 pid = lastPid(recorder);
+
+    owner.reset();
+
+    QVERIFY(pid > 0);
+    QVERIFY(!processExists(pid));
+}
+
+QTEST_GUILESS_MAIN(tst_PipelineStop)
+#include "tst_PipelineStop.moc"

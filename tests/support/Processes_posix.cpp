@@ -1,0 +1,63 @@
+#include "tests/support/Processes.h"
+
+#include <QDir>
+#include <QFile>
+#include <QString>
+
+#include <cerrno>
+#include <csignal>
+#include <unistd.h>
+
+namespace corvane::test {
+
+using namespace Qt::StringLiterals;
+
+bool processExists(qint64 pid)
+{
+    return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM;
+}
+
+int killedExitCode()
+{
+    return SIGKILL;
+}
+
+int crashedExitCode()
+{
+    return SIGSEGV;
+}
+
+void suspendProcess(qint64 pid)
+{
+    ::kill(static_cast<pid_t>(pid), SIGSTOP);
+}
+
+void killProcess(qint64 pid)
+{
+    ::kill(static_cast<pid_t>(pid), SIGKILL);
+}
+
+QList<qint64> childProcesses()
+{
+    QList<qint64> children;
+    for (const QString &entry : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        bool isNumber = false;
+        const qint64 pid = entry.toLongLong(&isNumber);
+        QFile stat(u"/proc/%1/stat"_s.arg(entry));
+        if (!isNumber || !stat.open(QIODevice::ReadOnly))
+            continue;
+        // "pid (name) state parent …"; the name may hold anything, so count from its end.
+        const QByteArray text = stat.readAll();
+        const QList<QByteArray> fields = text.sliced(text.lastIndexOf(')') + 1).simplified().split(' ');
+        if (fields.value(1).toLongLong() == ::getpid())
+            children << pid;
+    }
+    return children;
+}
+
+qsizetype openDescriptors()
+{
+    return QDir(u"/proc/self/fd"_s).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+}
+
+} // namespace corvane::test
