@@ -25,7 +25,7 @@ public:
         QString died;    ///< said after a bad exit; "%1" is the exit code, "%2" (if there) "crash" or "erro"
     };
 
-    /// Looks for the tool at once; one that turns up later isn't taken into use.
+    /// Looks for the tool at once. One that turns up later is found by its name on PATH alone.
     TransportChild(Words words, QObject *parent);
     ~TransportChild() override;
 
