@@ -10,7 +10,7 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-/// Position of "-f" before the last "tee", or the end.
+/// Position of the "-f" before "tee", or the end.
 Arguments::const_iterator teeFormat(const Arguments &arguments)
 {
     for (auto at = arguments.begin(); at != arguments.end() && std::next(at) != arguments.end(); ++at) {
@@ -30,9 +30,10 @@ bool namesAudioEncoder(const Arguments &arguments)
 
 bool asksForGlobalHeader(const Arguments &arguments)
 {
-    return std::any_of(arguments.begin(), arguments.end(), [](const std::string &argument) {
-        return argument.find("global_header") != std::string::npos;
-    });
+    return std::adjacent_find(
+               arguments.begin(), arguments.end(), [](const std::string &option, const std::string &value) {
+                   return option.starts_with("-flags") && value.find("global_header") != std::string::npos;
+               }) != arguments.end();
 }
 
 /// Every "\:" inside the brackets of a slave as "\\\:"; one that has more backslashes already stays.

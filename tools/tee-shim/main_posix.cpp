@@ -19,7 +19,7 @@ namespace {
 
 constexpr int notFound = 127; // as a shell says it
 
-// Files that have handed this call on already, as "device:inode," each: two copies of this program on PATH
+// Files that have handed this call on already, as ",device:inode," each: two copies of this program on PATH
 // would pass it to each other for ever.
 constexpr auto passedVariable = "CORVANE_TEE_SHIM_PASSED";
 
@@ -30,7 +30,7 @@ std::string identity(const char *path)
     };
     if (stat(path, &status) != 0 || !S_ISREG(status.st_mode))
         return {};
-    return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) + ',';
+    return ',' + std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) + ',';
 }
 
 std::string nextFfmpeg(const std::string &passed)

@@ -40,7 +40,7 @@ std::wstring environment(const wchar_t *name)
     return value;
 }
 
-/// "volume:index," of the file at `path`; empty if there is none.
+/// ",volume:index," of the file at `path`; empty if there is none.
 std::wstring identity(const std::wstring &path)
 {
     const HANDLE file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -52,7 +52,7 @@ std::wstring identity(const std::wstring &path)
     CloseHandle(file);
     if (!known)
         return {};
-    return std::to_wstring(information.dwVolumeSerialNumber) + L':' +
+    return L',' + std::to_wstring(information.dwVolumeSerialNumber) + L':' +
            std::to_wstring(information.nFileIndexHigh) + L'.' + std::to_wstring(information.nFileIndexLow) +
            L',';
 }
