@@ -86,7 +86,7 @@ QJsonObject inspect(const QString &recording, QByteArray &json)
 QJsonObject streamOf(const QJsonObject &probe, const QString &type)
 {
     const QJsonArray streams = probe.value("streams"_L1).toArray();
-    for (const QJsonValue &stream : streams) {
+    for (const QJsonValue stream : streams) {
         if (stream["codec_type"_L1].toString() == type)
             return stream.toObject();
     }
