@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace corvane::test {
+
+/// A child program that reads commands and tells events, a line each.
+class LineProcess : public QObject
+{
+    Q_OBJECT
+
+public:
+    LineProcess();
+    ~LineProcess() override; ///< closes its standard input, which ends it
+
+    QProcess process;
+
+    void tell(const QString &commands); ///< words separated by blanks, sent in one piece
+
+    /// Everything that it has told so far, or those lines that begin with `prefix`.
+    [[nodiscard]] QStringList lines(const QString &prefix = {}) const;
+
+    /// Waits for an event that the test needs to go on.
+    [[nodiscard]] bool waitFor(const QString &line);
+
+private:
+    QByteArray m_output;
+};
+
+/// A bus daemon that nothing else knows of, without any service that could be started on it. It serves as
+/// system bus and as session bus.
+class PrivateBus
+{
+public:
+    PrivateBus();
+    ~PrivateBus();
+
+    /// Why there is no bus; empty if there is one.
+    [[nodiscard]] QString problem() const { return m_problem; }
+    [[nodiscard]] QString address() const { return m_address; }
+
+    /// The stand-ins for the services named, "login" and "screen", ready to be asked.
+    void startServices(LineProcess &services, const QStringList &names) const;
+
+private:
+    QTemporaryDir m_dir;
+    QProcess m_daemon;
+    QString m_python;
+    QString m_problem;
+    QString m_address;
+};
+
+/// An address at which no bus answers.
+[[nodiscard]] QString deadBusAddress();
+
+} // namespace corvane::test

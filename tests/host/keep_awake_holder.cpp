@@ -1,0 +1,72 @@
+// Holds and releases the keep-awake request as told on standard input, a word to a line, and says "done WORD"
+// after each:
+//
+//   hold       preventSleep()
+//   release    allowSleep()
+//   settle     waits until no call to a service is without its answer
+//   quit       leaves; so does the end of standard input
+
+#include "engine/host/KeepAwake.h"
+
+#include <QCoreApplication>
+#include <QDBusPendingCallWatcher>
+#include <QEventLoop>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+
+namespace {
+
+void settle()
+{
+    QTimer wake;
+    wake.start(5);
+    while (!QCoreApplication::instance()->findChildren<QDBusPendingCallWatcher *>().isEmpty()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::ExcludeSocketNotifiers);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+}
+
+void obey(const QByteArray &word)
+{
+    if (word == "hold")
+        corvane::preventSleep();
+    else if (word == "release")
+        corvane::allowSleep();
+    else if (word == "settle")
+        settle();
+    else if (word == "quit")
+        QCoreApplication::quit();
+    std::printf("done %s\n", word.constData());
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const QCoreApplication application(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("holder"));
+
+    QByteArray pending;
+    const QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
+    QObject::connect(&input, &QSocketNotifier::activated, &input, [&pending] {
+        std::array<char, 256> bytes{};
+        const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
+        if (count <= 0) {
+            QCoreApplication::quit();
+            return;
+        }
+        pending.append(bytes.data(), count);
+        for (qsizetype end = pending.indexOf('\n'); end >= 0; end = pending.indexOf('\n')) {
+            const QByteArray word = pending.first(end);
+            pending.remove(0, end + 1);
+            obey(word);
+        }
+    });
+    return QCoreApplication::exec();
+}

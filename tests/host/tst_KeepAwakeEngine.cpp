@@ -1,0 +1,67 @@
+#include "engine/Engine.h"
+#include "tests/host/PrivateBus.h"
+#include "tests/support/TestSupport.h"
+#include "tests/support/ToolPath.h"
+
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace corvane;
+using namespace corvane::test;
+
+/// That a transmission keeps the machine awake: from the Engine to the services, on a bus of the test's own.
+class tst_KeepAwakeEngine : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void asksWhileSomethingTransmits();
+
+private:
+    PrivateBus m_bus;
+};
+
+void tst_KeepAwakeEngine::initTestCase()
+{
+    if (!m_bus.problem().isEmpty())
+        QSKIP(qPrintable(m_bus.problem()));
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", m_bus.address().toUtf8());
+    qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.address().toUtf8());
+}
+
+void tst_KeepAwakeEngine::asksWhileSomethingTransmits()
+{
+    LineProcess services;
+    m_bus.startServices(services, {u"login"_s, u"screen"_s});
+    ToolPath path;
+    path.addFakeFfmpeg();
+    Engine engine;
+    const QString first = engine.addPipeline(u"a"_s);
+    engine.addRtmpOutput(first, u"fake:progress"_s);
+    const QString second = engine.addPipeline(u"b"_s);
+    engine.addRtmpOutput(second, u"fake:progress"_s);
+
+    engine.startPipeline(first);
+    QVERIFY(waitUntil([&] { return services.lines(u"login inhibit 1 idle:sleep|"_s).size() == 1; }));
+    QVERIFY(waitUntil([&] { return services.lines(u"screen inhibit 1 "_s).size() == 1; }));
+    engine.startPipeline(second);
+    engine.stopPipeline(first);
+    QVERIFY(engine.anyPipelineTransmitting());
+    QVERIFY(!services.lines().contains(u"login closed 1"_s));
+
+    engine.stopPipeline(second);
+    QVERIFY(services.waitFor(u"login closed 1"_s));
+    QVERIFY(services.waitFor(u"screen uninhibit 1"_s));
+
+    // Without outputs it is on air only for as long as a start takes to fail.
+    const QString third = engine.addPipeline(u"c"_s);
+    engine.startPipeline(third);
+    QVERIFY(services.waitFor(u"login closed 2"_s));
+    QVERIFY(services.waitFor(u"screen uninhibit 2"_s));
+    QCOMPARE(services.lines(u"login inhibit"_s).size(), 2);
+    QCOMPARE(services.lines(u"screen inhibit"_s).size(), 2);
+}
+
+QTEST_GUILESS_MAIN(tst_KeepAwakeEngine)
+#include "tst_KeepAwakeEngine.moc"

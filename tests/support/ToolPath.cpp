@@ -1,0 +1,63 @@
+#include "tests/support/ToolPath.h"
+
+#include "tests/support/TestSupport.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+namespace corvane::test {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr const char *probeVariables[] = {"FAKE_FFMPEG_ENCODERS", "FAKE_FFMPEG_PROTOCOLS",
+                                          "FAKE_FFMPEG_PROBE"};
+
+/// Windows finds a program in `PATH` only by its suffix.
+QString executableName(const QString &name)
+{
+    const QString suffix = QFileInfo(fakeFfmpeg()).suffix();
+    return suffix.isEmpty() ? name : name + u'.' + suffix;
+}
+
+} // namespace
+
+ToolPath::ToolPath()
+    : m_formerPath(qgetenv("PATH"))
+{
+    qputenv("PATH", QFile::encodeName(m_dir.path()));
+}
+
+ToolPath::~ToolPath()
+{
+    qputenv("PATH", m_formerPath);
+    for (const char *variable : probeVariables)
+        qunsetenv(variable);
+}
+
+QString ToolPath::addCopy(const QString &name, const QString &source)
+{
+    const QString path = filePath(executableName(name));
+    return QFile::copy(source, path) ? path : QString();
+}
+
+QString ToolPath::addUnstartable(const QString &name)
+{
+    const QString path = filePath(executableName(name));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write("\x7fno program\n") < 0)
+        return {};
+    file.close();
+    file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser);
+    return path;
+}
+
+QString ToolPath::addFakeFfmpeg(const QByteArray &encoders, const QByteArray &protocols)
+{
+    qputenv("FAKE_FFMPEG_ENCODERS", encoders);
+    qputenv("FAKE_FFMPEG_PROTOCOLS", protocols);
+    return addCopy(u"ffmpeg"_s, fakeFfmpeg());
+}
+
+} // namespace corvane::test

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QTemporaryDir>
+
+namespace corvane::test {
+
+/// A fresh directory that is the whole `PATH` of this process while the object lives. Tools are found only if
+/// a test has put them there, or if the machine has them in one of the fixed places that come before `PATH`.
+class ToolPath
+{
+public:
+    ToolPath();
+    ~ToolPath();
+    ToolPath(const ToolPath &) = delete;
+    ToolPath &operator=(const ToolPath &) = delete;
+
+    /// Copies the program `source` to the tool `name`; answers the path at which a search finds it.
+    QString addCopy(const QString &name, const QString &source);
+
+    /// A file called `name` with execute permission that no system can start.
+    QString addUnstartable(const QString &name);
+
+    /// fake_ffmpeg as "ffmpeg". It answers -encoders and -protocols with these bytes.
+    QString addFakeFfmpeg(const QByteArray &encoders = {}, const QByteArray &protocols = {});
+
+    [[nodiscard]] QString filePath(const QString &name) const { return m_dir.filePath(name); }
+
+private:
+    QTemporaryDir m_dir;
+    QByteArray m_formerPath;
+};
+
+} // namespace corvane::test
