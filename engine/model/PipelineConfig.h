@@ -89,8 +89,12 @@ struct OutputConfig
     int localPort = 0;  ///< local UDP port of the first hop; 0 until allocated
     int localPort2 = 0; ///< `Srtla`: local port of the second hop; below 1: `localPort` + 1
 
-    /// Port at which the bonding launcher of a `Srtla` output listens.
-    [[nodiscard]] int bondPort() const { return localPort2 >= 1 ? localPort2 : localPort + 1; }
+    /// Port at which the bonding launcher of a `Srtla` output listens. Wraps around, as records hold
+    /// any number.
+    [[nodiscard]] int bondPort() const
+    {
+        return localPort2 >= 1 ? localPort2 : static_cast<int>(static_cast<unsigned>(localPort) + 1U);
+    }
 };
 
 /// Limits of the automatic restart and of the hang watchdog.

@@ -17,7 +17,7 @@ EngineBench::EngineBench(const QByteArray &protocols)
 
 QString EngineBench::addFake(const QString &name, const QString &steps)
 {
-    const QString id = engine.addPipeline(name);
+    QString id = engine.addPipeline(name);
     engine.addRtmpOutput(id, "fake:"_L1 + steps);
     return id;
 }

@@ -38,13 +38,15 @@ ToolPath::~ToolPath()
 
 QString ToolPath::addCopy(const QString &name, const QString &source)
 {
-    const QString path = filePath(executableName(name));
-    return QFile::copy(source, path) ? path : QString();
+    QString path = filePath(executableName(name));
+    if (!QFile::copy(source, path))
+        path.clear();
+    return path;
 }
 
 QString ToolPath::addUnstartable(const QString &name)
 {
-    const QString path = filePath(executableName(name));
+    QString path = filePath(executableName(name));
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write("\x7fno program\n") < 0)
         return {};

@@ -1,0 +1,38 @@
+#include "engine/host/Capabilities.h"
+
+#include <QtTest>
+
+using namespace corvane;
+
+/// What the platforms built today answer: they have none of it.
+class tst_Capabilities : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void hasNoRuntimes();
+    void findsNoDevices();
+    void neitherLocksMemoryNorFeelsHeat();
+};
+
+void tst_Capabilities::hasNoRuntimes()
+{
+    QVERIFY(!ndiRuntimeAvailable());
+    QVERIFY(!decklinkRuntimeAvailable());
+}
+
+void tst_Capabilities::findsNoDevices()
+{
+    for (const int timeoutMs : {1500, 0, -1})
+        QCOMPARE(ndiSourceScan(timeoutMs), QStringList());
+    QCOMPARE(decklinkDeviceScan(), QStringList());
+}
+
+void tst_Capabilities::neitherLocksMemoryNorFeelsHeat()
+{
+    QVERIFY(!lockProcessMemory());
+    QCOMPARE(thermalState(), 0);
+}
+
+QTEST_APPLESS_MAIN(tst_Capabilities)
+#include "tst_Capabilities.moc"
