@@ -1,5 +1,7 @@
 #include "builder/CommandBuilder.h"
 
+#include <QStringBuilder>
+
 namespace corvane::CommandBuilder {
 
 using namespace Qt::StringLiterals;
@@ -8,7 +10,7 @@ QStringList audioEncoderArgs(const EncoderConfig &encoder, bool hasAudio)
 {
     if (!hasAudio)
         return {};
-    return {u"-c:a"_s, encoder.audioCodec, u"-b:a"_s, u"%1k"_s.arg(encoder.audioBitrate),
+    return {u"-c:a"_s, encoder.audioCodec, u"-b:a"_s, QString::number(encoder.audioBitrate) % u'k',
             u"-ar"_s,  u"48000"_s};
 }
 

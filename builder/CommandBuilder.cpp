@@ -1,34 +1,41 @@
 #include "builder/CommandBuilder.h"
 
 #include <algorithm>
-#include <iterator>
 #include <stdexcept>
 
 namespace corvane::CommandBuilder {
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+constexpr qsizetype usualLength = 64; ///< holds nearly every list, so that it grows only once
+
+} // namespace
+
 QStringList build(const PipelineConfig &config, bool ffmpegHasSrt)
 {
-    QList<OutputConfig> enabledOutputs;
-    std::copy_if(config.outputs.begin(), config.outputs.end(), std::back_inserter(enabledOutputs),
-                 [](const OutputConfig &output) { return output.enabled; });
-    if (enabledOutputs.isEmpty())
+    const auto isEnabled = [](const OutputConfig &output) { return output.enabled; };
+    const auto firstEnabled = std::find_if(config.outputs.begin(), config.outputs.end(), isEnabled);
+    if (firstEnabled == config.outputs.end())
         throw std::runtime_error("Pipeline sem saídas habilitadas");
 
     const bool hasAudio = config.source.danteEnabled || config.source.kind == SourceKind::TestPattern;
 
     // "-stats" keeps the progress lines coming at this log level. Stream selection is left to ffmpeg: there
     // is no "-map" and no "-an" in any list.
-    QStringList args{u"-hide_banner"_s, u"-loglevel"_s, u"warning"_s, u"-stats"_s};
+    QStringList args;
+    args.reserve(usualLength);
+    args << u"-hide_banner"_s << u"-loglevel"_s << u"warning"_s << u"-stats"_s;
     args += inputArgs(config.source);
     args += audioInputArgs(config.source);
     if (const QString filter = scaleFilter(config.source, config.scaler); !filter.isEmpty())
         args << u"-vf"_s << filter;
     args += videoEncoderArgs(config.encoder, config.source.fps);
     args += audioEncoderArgs(config.encoder, hasAudio);
-    args += enabledOutputs.size() == 1 ? singleOutputArgs(enabledOutputs.first(), ffmpegHasSrt)
-                                       : teeOutputArgs(enabledOutputs, ffmpegHasSrt);
+    const bool isOnlyOne = std::none_of(firstEnabled + 1, config.outputs.end(), isEnabled);
+    args += isOnlyOne ? singleOutputArgs(*firstEnabled, ffmpegHasSrt)
+                      : teeOutputArgs(config.outputs, ffmpegHasSrt);
     return args;
 }
 

@@ -1,5 +1,7 @@
 #include "builder/CommandBuilder.h"
 
+#include <QStringBuilder>
+
 namespace corvane::CommandBuilder {
 
 using namespace Qt::StringLiterals;
@@ -44,7 +46,8 @@ QStringList inputArgs(const SourceConfig &source)
     case SourceKind::TestPattern:
     default:
         return {u"-re"_s, u"-f"_s, u"lavfi"_s, u"-i"_s,
-                u"testsrc=size=%1x%2:rate=%3"_s.arg(source.width).arg(source.height).arg(source.fps)};
+                "testsrc=size="_L1 % QString::number(source.width) % u'x' % QString::number(source.height) %
+                    ":rate="_L1 % QString::number(source.fps)};
     }
 }
 

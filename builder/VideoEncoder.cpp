@@ -1,5 +1,7 @@
 #include "builder/CommandBuilder.h"
 
+#include <QStringBuilder>
+
 #include <array>
 
 namespace corvane::CommandBuilder {
@@ -7,6 +9,8 @@ namespace corvane::CommandBuilder {
 using namespace Qt::StringLiterals;
 
 namespace {
+
+constexpr qsizetype usualLength = 24; ///< holds every list of this file
 
 /// Encoder names of one family, by codec.
 struct EncoderNames
@@ -79,72 +83,70 @@ int product(int a, int b)
 
 QString kilobits(int rate)
 {
-    return u"%1k"_s.arg(rate);
+    return QString::number(rate) % u'k';
 }
 
-QStringList softwareArgs(const EncoderConfig &encoder)
+// Each family adds its own flags to the list.
+
+void addSoftware(QStringList &args, const EncoderConfig &encoder, const QString &rate)
 {
-    QStringList args{u"-preset"_s, presetRow(encoder.preset).x264};
+    args << u"-preset"_s << presetRow(encoder.preset).x264;
     if (encoder.zeroLatency)
         args << u"-tune"_s << u"zerolatency"_s;
     // Strict constant bit rate comes from pairing this with "-maxrate".
-    return args << u"-minrate"_s << kilobits(encoder.bitrate);
+    args << u"-minrate"_s << rate;
 }
 
-QStringList nvencArgs(const EncoderConfig &encoder)
+void addNvenc(QStringList &args, const EncoderConfig &encoder)
 {
-    QStringList args{u"-preset"_s, presetRow(encoder.preset).nvenc};
+    args << u"-preset"_s << presetRow(encoder.preset).nvenc;
     if (encoder.zeroLatency)
         args << u"-tune"_s << u"ll"_s;
     args << u"-rc"_s << u"cbr"_s << u"-strict_gop"_s << u"1"_s;
     if (encoder.zeroLatency)
         args << u"-delay"_s << u"0"_s << u"-zerolatency"_s << u"1"_s;
-    return args;
 }
 
-QStringList qsvArgs(const EncoderConfig &encoder)
+void addQsv(QStringList &args, const EncoderConfig &encoder)
 {
-    QStringList args{u"-preset"_s, QString::number(presetRow(encoder.preset).qsv)};
+    args << u"-preset"_s << QString::number(presetRow(encoder.preset).qsv);
     if (encoder.zeroLatency)
         args << u"-low_delay"_s << u"1"_s << u"-look_ahead"_s << u"0"_s;
-    return args;
 }
 
-QStringList amfArgs(const EncoderConfig &encoder)
+void addAmf(QStringList &args, const EncoderConfig &encoder)
 {
-    QStringList args{u"-rc"_s, u"cbr"_s};
+    args << u"-rc"_s << u"cbr"_s;
     // The later "-bufsize" counts: 100 ms of buffer in place of two seconds.
     if (encoder.zeroLatency)
         args << u"-bufsize"_s << kilobits(encoder.bitrate / 10) << u"-quality"_s << u"speed"_s;
-    return args;
 }
 
-QStringList videoToolboxArgs()
+void addVideoToolbox(QStringList &args)
 {
-    return {u"-realtime"_s, u"true"_s, u"-allow_sw"_s, u"0"_s, u"-prio_speed"_s, u"true"_s};
+    args << u"-realtime"_s << u"true"_s << u"-allow_sw"_s << u"0"_s << u"-prio_speed"_s << u"true"_s;
 }
 
-QStringList svtAv1Args(const EncoderConfig &encoder)
+void addSvtAv1(QStringList &args, const EncoderConfig &encoder)
 {
-    QStringList args{u"-preset"_s, QString::number(presetRow(encoder.preset).svtAv1)};
+    args << u"-preset"_s << QString::number(presetRow(encoder.preset).svtAv1);
     if (encoder.zeroLatency)
         args << u"-svtav1-params"_s << u"tune=0:enable-overlays=0:scd=0"_s;
-    return args;
 }
 
-QStringList familyArgs(const EncoderConfig &encoder)
+void addFamily(QStringList &args, const EncoderConfig &encoder, const QString &rate)
 {
     switch (encoder.hw) {
     case HwAccel::Nvenc:
-        return nvencArgs(encoder);
+        return addNvenc(args, encoder);
     case HwAccel::Qsv:
-        return qsvArgs(encoder);
+        return addQsv(args, encoder);
     case HwAccel::Amf:
-        return amfArgs(encoder);
+        return addAmf(args, encoder);
     case HwAccel::VideoToolbox:
-        return videoToolboxArgs();
+        return addVideoToolbox(args);
     default:
-        return encoder.codec == VideoCodec::Av1 ? svtAv1Args(encoder) : softwareArgs(encoder);
+        return encoder.codec == VideoCodec::Av1 ? addSvtAv1(args, encoder) : addSoftware(args, encoder, rate);
     }
 }
 
@@ -156,15 +158,16 @@ QStringList videoEncoderArgs(const EncoderConfig &encoder, int fps)
     const QString rate = kilobits(encoder.bitrate);
 
     // Average and ceiling are the same number, and the buffer holds two seconds at that rate.
-    QStringList args{u"-c:v"_s,     encoderNameFor(encoder.hw, encoder.codec),
-                     u"-b:v"_s,     rate,
-                     u"-maxrate"_s, rate,
-                     u"-bufsize"_s, kilobits(product(2, encoder.bitrate)),
-                     u"-g"_s,       QString::number(gop),
-                     u"-pix_fmt"_s, u"yuv420p"_s};
+    QStringList args;
+    args.reserve(usualLength);
+    args << u"-c:v"_s << encoderNameFor(encoder.hw, encoder.codec);
+    args << u"-b:v"_s << rate << u"-maxrate"_s << rate << u"-bufsize"_s
+         << kilobits(product(2, encoder.bitrate));
+    args << u"-g"_s << QString::number(gop) << u"-pix_fmt"_s << u"yuv420p"_s;
     if (!encoder.bFrames)
         args << u"-bf"_s << u"0"_s;
-    return args + familyArgs(encoder);
+    addFamily(args, encoder, rate);
+    return args;
 }
 
 } // namespace corvane::CommandBuilder

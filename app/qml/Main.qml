@@ -1484,6 +1484,7 @@ ApplicationWindow {
                 ScrollView {
                     id: logScroll
                     objectName: "logScroll"
+                    contentWidth: availableWidth
                     Layout.fillWidth: true
                     Layout.fillHeight: true
 

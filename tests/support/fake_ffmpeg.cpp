@@ -17,6 +17,7 @@
 //   flood=N           N lines of warning on standard error, at once
 //   args=PATH         write the arguments to PATH, one to a line
 //   append=PATH       append the process id to PATH, as one line
+//   clock=PATH        append the time to PATH, as one line: microseconds since the Unix epoch
 //   once=PATH         if PATH exists, skip to the step after "end"; else make it and go on
 //   end               see once
 //
@@ -135,6 +136,12 @@ long processId()
 #endif
 }
 
+long long microsecondsSinceEpoch()
+{
+    const auto time = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+}
+
 std::vector<std::string> split(const std::string &text, char separator)
 {
     std::vector<std::string> parts;
@@ -202,6 +209,8 @@ void runSteps(const std::vector<std::string> &steps, const std::vector<std::stri
                 file << argument << '\n';
         } else if (name == "append") {
             std::ofstream(value, std::ios::binary | std::ios::app) << processId() << '\n';
+        } else if (name == "clock") {
+            std::ofstream(value, std::ios::binary | std::ios::app) << microsecondsSinceEpoch() << '\n';
         } else if (name == "once") {
             if (std::ifstream(value).good()) {
                 step = std::find(step, steps.end(), "end");

@@ -1,0 +1,212 @@
+#include "tests/support/ProgramRun.h"
+#include "tests/support/ProgramSandbox.h"
+#include "tests/support/TestSupport.h"
+#include "tests/support/XServer.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace corvane::test;
+
+/// The built program from outside: what it says, its exit code, and how it takes what is missing.
+class tst_Program : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    void scanPrintsOneReportAndLeavesNothing_data();
+    void scanPrintsOneReportAndLeavesNothing();
+    void otherSpellingsStartTheInterface();
+
+    void closesByItsWindow();
+
+    void startsWithoutAUsableRuntimeDirectory();
+    void startsWithoutFfmpeg();
+    void startsWithAnFfmpegThatHangs();
+    void goesOnAfterAnException_data();
+    void goesOnAfterAnException();
+    void endsWithoutAnInterface();
+
+private:
+    XServer m_display;
+};
+
+void tst_Program::initTestCase()
+{
+    if (!m_display.problem().isEmpty())
+        QSKIP(qPrintable(m_display.problem()));
+}
+
+// --- Scan options
+
+void tst_Program::scanPrintsOneReportAndLeavesNothing_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("expected");
+
+    const QByteArray ndi = "NDI suportado: não\nFontes NDI encontradas: 0\n";
+    const QByteArray decklink = "DeckLink suportado: não\nDispositivos DeckLink: 0\n";
+    QTest::newRow("ndi") << QStringList{u"--ndi-scan"_s} << ndi;
+    QTest::newRow("decklink") << QStringList{u"--decklink-scan"_s} << decklink;
+    QTest::newRow("ndi, then decklink") << QStringList{u"--ndi-scan"_s, u"--decklink-scan"_s} << ndi;
+    QTest::newRow("decklink, then ndi") << QStringList{u"--decklink-scan"_s, u"--ndi-scan"_s} << decklink;
+    QTest::newRow("after an option that is none")
+        << QStringList{u"--NDI-SCAN"_s, u"--decklink-scan"_s, u"--version"_s} << decklink;
+}
+
+void tst_Program::scanPrintsOneReportAndLeavesNothing()
+{
+    QFETCH(const QStringList, arguments);
+    QFETCH(const QByteArray, expected);
+
+    ProgramSandbox sandbox; // no display, and no platform to do without one
+    const QStringList before = sandbox.contents();
+    QProcess program;
+    sandbox.prepare(program, arguments);
+    program.start();
+
+    QVERIFY(program.waitForFinished());
+    QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(program.exitCode(), 0);
+    QCOMPARE(program.readAllStandardOutput(), expected);
+    QCOMPARE(program.readAllStandardError(), QByteArray());
+    QCOMPARE(sandbox.contents(), before);
+}
+
+void tst_Program::otherSpellingsStartTheInterface()
+{
+    ProgramSandbox sandbox;
+    ProgramRun run(sandbox, m_display, {u"--NDI-SCAN"_s, u"--Decklink-Scan"_s});
+
+    QVERIFY(run.start());
+    QCOMPARE(run.close(), 0);
+    QCOMPARE(run.program.readAllStandardOutput(), QByteArray());
+}
+
+// --- Start and end
+
+void tst_Program::closesByItsWindow()
+{
+    ProgramSandbox sandbox; // whose environment names buses that don't exist
+    ProgramRun run(sandbox, m_display);
+
+    QVERIFY(run.start());
+    QCOMPARE(run.close(), 0);
+
+    QVERIFY(!m_display.showsWindow(u"CORVANE"_s));
+    QCOMPARE(run.standardError(), QString());
+    QCOMPARE(run.program.readAllStandardOutput(), QByteArray());
+}
+
+// --- What is missing or fails
+
+void tst_Program::startsWithoutAUsableRuntimeDirectory()
+{
+    // Below a regular file nothing can be made, whatever the user may do.
+    ProgramSandbox sandbox;
+    writeFile(sandbox.path(u"file"_s), "a file");
+    sandbox.environment().insert(u"CORVANE_RUNTIME_DIR"_s, sandbox.path(u"file/runtime"_s));
+    ProgramRun run(sandbox, m_display);
+
+    QVERIFY(run.start());
+    // One beat is tried and skipped before the window is closed.
+    QVERIFY(waitUntil([&] { return QDateTime::currentMSecsSinceEpoch() > run.startedAtMs + 3000; }));
+    QCOMPARE(run.close(), 0);
+
+    QCOMPARE(contentsOf(sandbox.path(u"file"_s)), QByteArray("a file"));
+    QCOMPARE(sandbox.contents().filter(u".cleanexit"_s), QStringList());
+    QCOMPARE(run.standardError(), QString());
+}
+
+void tst_Program::startsWithoutFfmpeg()
+{
+    for (const QString &place : {u"/usr/local/bin/ffmpeg"_s, u"/opt/homebrew/bin/ffmpeg"_s}) {
+        if (QFileInfo::exists(place))
+            QSKIP(qPrintable(u"this machine has %1, which is found without a PATH"_s.arg(place)));
+    }
+    ProgramSandbox sandbox;
+    QVERIFY(QFile::remove(sandbox.path(u"bin/ffmpeg"_s)));
+    ProgramRun run(sandbox, m_display);
+
+    QVERIFY(run.start());
+    const QString heartbeat = sandbox.runtimeDir() + "/.heartbeat"_L1;
+    QVERIFY(waitUntil([&] { return !contentsOf(heartbeat).isEmpty(); }));
+    QVERIFY(m_display.showsWindow(u"CORVANE"_s));
+    QCOMPARE(run.close(), 0);
+    QCOMPARE(run.standardError(), QString());
+}
+
+void tst_Program::startsWithAnFfmpegThatHangs()
+{
+    ProgramSandbox sandbox;
+    sandbox.environment().insert(u"FAKE_FFMPEG_PROBE"_s, u"hang"_s);
+    ProgramRun run(sandbox, m_display);
+
+    QVERIFY(run.start(60000));
+    // Two questions of at most five seconds each: the window comes after both.
+    QVERIFY(QDateTime::currentMSecsSinceEpoch() - run.startedAtMs >= 9000);
+    QCOMPARE(run.close(), 0);
+}
+
+void tst_Program::goesOnAfterAnException_data()
+{
+    QTest::addColumn<QString>("thrown");
+    QTest::addColumn<QString>("warning");
+
+    QTest::newRow("standard exception")
+        << u"throw"_s << u"Exceção capturada no event loop: falha de propósito\n"_s;
+    QTest::newRow("any other") << u"throw-other"_s << u"Exceção desconhecida capturada no event loop\n"_s;
+}
+
+void tst_Program::goesOnAfterAnException()
+{
+    QFETCH(const QString, thrown);
+    QFETCH(const QString, warning);
+
+    ProgramSandbox sandbox;
+    QProcessEnvironment &environment = sandbox.environment();
+    environment.insert(u"QT_PLUGIN_PATH"_s, QStringLiteral(CORVANE_TEST_PLUGINS));
+    environment.insert(u"QT_QPA_GENERIC_PLUGINS"_s, u"corvane_inspector"_s);
+    environment.insert(u"CORVANE_INSPECT_THEN"_s, thrown);
+    ProgramRun run(sandbox, m_display);
+
+    QVERIFY(run.start());
+    QVERIFY(waitUntil([&] { return !run.standardError().isEmpty(); }));
+    const QString heartbeat = sandbox.runtimeDir() + "/.heartbeat"_L1;
+    QVERIFY(waitUntil([&] { return !contentsOf(heartbeat).isEmpty(); }));
+    QCOMPARE(run.close(), 0);
+
+    QCOMPARE(run.standardError(), warning);
+    QVERIFY(QFileInfo::exists(sandbox.runtimeDir() + "/.cleanexit"_L1));
+}
+
+void tst_Program::endsWithoutAnInterface()
+{
+    // A copy of the program that looks for QML modules where there are none.
+    ProgramSandbox sandbox;
+    const QString copy = sandbox.path(u"bin/corvane"_s);
+    QVERIFY(QFile::copy(corvaneProgram(), copy));
+    writeFile(sandbox.path(u"bin/qt.conf"_s), "[Paths]\nQmlImports=/nonexistent\nPlugins=" +
+                                                  QLibraryInfo::path(QLibraryInfo::PluginsPath).toUtf8() +
+                                                  '\n');
+    ProgramRun run(sandbox, m_display);
+    run.program.setProgram(copy);
+
+    run.program.start();
+    QVERIFY(waitUntil([&] { return run.program.state() == QProcess::NotRunning; }));
+
+    QCOMPARE(run.program.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(run.program.exitCode() & 0xff, 0xff); // -1, of which some platforms keep eight bits
+    QVERIFY(QFileInfo(sandbox.runtimeDir()).isDir());
+    QVERIFY(!QFileInfo::exists(sandbox.runtimeDir() + "/.cleanexit"_L1));
+}
+
+QTEST_GUILESS_MAIN(tst_Program)
+#include "tst_Program.moc"

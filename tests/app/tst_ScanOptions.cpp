@@ -1,0 +1,83 @@
+#include "app/ScanOptions.h"
+
+#include <QtTest>
+
+#include <vector>
+
+using namespace Qt::StringLiterals;
+using namespace corvane;
+
+namespace {
+
+const QByteArray ndiReport = "NDI suportado: não\nFontes NDI encontradas: 0\n";
+const QByteArray decklinkReport = "DeckLink suportado: não\nDispositivos DeckLink: 0\n";
+const QByteArray noReport; // null: the interface is to start
+
+using Arguments = QList<QByteArray>;
+
+} // namespace
+
+class tst_ScanOptions : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void answersTheLeftmostOption_data();
+    void answersTheLeftmostOption();
+};
+
+void tst_ScanOptions::answersTheLeftmostOption_data()
+{
+    QTest::addColumn<Arguments>("arguments");
+    QTest::addColumn<QByteArray>("expected");
+
+    const auto row = [](const char *name, const Arguments &arguments, const QByteArray &expected) {
+        QTest::newRow(name) << arguments << expected;
+    };
+    row("ndi", {"corvane", "--ndi-scan"}, ndiReport);
+    row("decklink", {"corvane", "--decklink-scan"}, decklinkReport);
+    row("ndi before decklink", {"corvane", "--ndi-scan", "--decklink-scan"}, ndiReport);
+    row("decklink before ndi", {"corvane", "--decklink-scan", "--ndi-scan"}, decklinkReport);
+    row("the same option twice is one report", {"corvane", "--ndi-scan", "--ndi-scan"}, ndiReport);
+    row("after other arguments", {"corvane", "-platform", "offscreen", "x", "--decklink-scan"},
+        decklinkReport);
+    row("before other arguments", {"corvane", "--ndi-scan", "--help"}, ndiReport);
+    row("after an empty argument", {"corvane", "", "--ndi-scan"}, ndiReport);
+    row("after the end-of-options mark", {"corvane", "--", "--ndi-scan"}, ndiReport);
+    row("after bytes that are not UTF-8", {"corvane", "\xe3\xff", "--decklink-scan"}, decklinkReport);
+    row("without a program name to skip", {"", "--ndi-scan"}, ndiReport);
+
+    row("no arguments", {"corvane"}, noReport);
+    row("not even a program name", {}, noReport);
+    row("program name that reads like an option", {"--ndi-scan"}, noReport);
+    row("program name that reads like the other option", {"--decklink-scan", "x"}, noReport);
+    row("ndi in capitals", {"corvane", "--NDI-SCAN"}, noReport);
+    row("decklink in mixed case", {"corvane", "--DeckLink-Scan"}, noReport);
+    row("capitals are skipped like any other argument", {"corvane", "--NDI-SCAN", "--decklink-scan"},
+        decklinkReport);
+    row("one dash", {"corvane", "-ndi-scan"}, noReport);
+    row("cut short", {"corvane", "--ndi-sca"}, noReport);
+    row("with a value", {"corvane", "--ndi-scan=1"}, noReport);
+    row("with a space round it", {"corvane", " --ndi-scan", "--decklink-scan "}, noReport);
+    row("two options in one argument", {"corvane", "--ndi-scan --decklink-scan"}, noReport);
+    row("another argument", {"corvane", "live.mp4"}, noReport);
+}
+
+void tst_ScanOptions::answersTheLeftmostOption()
+{
+    QFETCH(const Arguments, arguments);
+    QFETCH(const QByteArray, expected);
+
+    std::vector<const char *> argv;
+    for (const QByteArray &argument : arguments)
+        argv.push_back(argument.constData());
+    argv.push_back(nullptr);
+
+    const std::optional<QByteArray> report = scanReport(static_cast<int>(arguments.size()), argv.data());
+
+    QCOMPARE(report.has_value(), !expected.isNull());
+    QCOMPARE(report.value_or(QByteArray()), expected);
+}
+
+QTEST_GUILESS_MAIN(tst_ScanOptions)
+#include "tst_ScanOptions.moc"

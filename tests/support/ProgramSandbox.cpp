@@ -1,0 +1,80 @@
+#include "tests/support/ProgramSandbox.h"
+
+#include "tests/support/ChildLife.h"
+#include "tests/support/TestSupport.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QProcess>
+
+namespace corvane::test {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr const char *unset[] = {
+    "CORVANE_RUNTIME_DIR", "CORVANE_UPDATE_FEED", "DISPLAY",
+    "WAYLAND_DISPLAY",     "XAUTHORITY",          "QT_QPA_PLATFORM",
+    "QT_LOGGING_RULES",    "QT_STYLE_OVERRIDE",   "QT_QUICK_CONTROLS_STYLE",
+};
+
+constexpr struct
+{
+    const char *variable;
+    const char *directory;
+} privateDirectories[] = {
+    {"HOME", "home"},
+    {"XDG_CONFIG_HOME", "config"},
+    {"XDG_DATA_HOME", "data"},
+    {"XDG_CACHE_HOME", "cache"},
+    {"XDG_RUNTIME_DIR", "run"},
+    {"TMPDIR", "tmp"},
+    {"PATH", "bin"},
+};
+
+} // namespace
+
+ProgramSandbox::ProgramSandbox()
+{
+    for (const char *variable : unset)
+        m_environment.remove(QLatin1String(variable));
+    for (const auto &[variable, directory] : privateDirectories) {
+        QDir().mkpath(path(QLatin1String(directory)));
+        m_environment.insert(QLatin1String(variable), path(QLatin1String(directory)));
+    }
+    // Qt warns of a run-time directory that others may look into.
+    QFile::setPermissions(path(u"run"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::link(fakeFfmpeg(), path(u"bin/ffmpeg"_s));
+
+    m_environment.insert(u"CORVANE_RUNTIME_DIR"_s, runtimeDir());
+    m_environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, "unix:path="_L1 + path(u"no-session-bus"_s));
+    m_environment.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, "unix:path="_L1 + path(u"no-system-bus"_s));
+    m_environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
+    m_environment.insert(u"QT_QUICK_BACKEND"_s, u"software"_s);
+    m_environment.insert(u"QT_FORCE_STDERR_LOGGING"_s, u"1"_s);
+}
+
+QStringList ProgramSandbox::contents() const
+{
+    QStringList found;
+    QDirIterator entries(m_directory.path(),
+                         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+    while (entries.hasNext())
+        found << QDir(m_directory.path()).relativeFilePath(entries.next());
+    found.sort();
+    return found;
+}
+
+void ProgramSandbox::prepare(QProcess &program, const QStringList &arguments) const
+{
+    endWithParent(program);
+    program.setProgram(corvaneProgram());
+    program.setArguments(arguments);
+    program.setProcessEnvironment(m_environment);
+    program.setWorkingDirectory(m_directory.path());
+}
+
+} // namespace corvane::test
