@@ -176,6 +176,7 @@ ApplicationWindow {
             }
 
             Item {
+                objectName: "logoGap"
                 Layout.preferredWidth: 24
             }
 
@@ -210,6 +211,7 @@ ApplicationWindow {
             }
 
             Item {
+                objectName: "toolBarFiller"
                 Layout.fillWidth: true
             }
 
@@ -286,6 +288,7 @@ ApplicationWindow {
                 SplitView.maximumWidth: 400
 
                 ColumnLayout {
+                    objectName: "sidebarColumn"
                     anchors.fill: parent
                     spacing: 0
 
@@ -296,6 +299,7 @@ ApplicationWindow {
                         Layout.preferredHeight: 52
 
                         RowLayout {
+                            objectName: "sidebarHeaderRow"
                             anchors.fill: parent
                             anchors.leftMargin: 14
                             anchors.rightMargin: 14
@@ -385,6 +389,7 @@ ApplicationWindow {
                             }
 
                             MouseArea {
+                                objectName: "rowArea"
                                 anchors.fill: parent
                                 onClicked: win.selectedId = plDel.modelData.id
                                 onDoubleClicked: plDel.renaming = true
@@ -409,6 +414,7 @@ ApplicationWindow {
                                 }
 
                                 ColumnLayout {
+                                    objectName: "rowColumn"
                                     spacing: 2
                                     Layout.fillWidth: true
 
@@ -614,6 +620,7 @@ ApplicationWindow {
                                 rowSpacing: 12
 
                                 Caption {
+                                    objectName: "srcKindCaption"
                                     text: "Tipo de fonte"
                                 }
 
@@ -627,10 +634,12 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "srcUriCaption"
                                     text: "URI / fonte"
                                 }
 
                                 RowLayout {
+                                    objectName: "srcUriRow"
                                     spacing: 8
                                     Layout.fillWidth: true
 
@@ -677,6 +686,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "danteCaption"
                                     text: "Áudio Dante (DVS)"
                                 }
 
@@ -689,10 +699,12 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "resolutionCaption"
                                     text: "Resolução"
                                 }
 
                                 RowLayout {
+                                    objectName: "resolutionRow"
                                     spacing: 8
                                     Layout.fillWidth: true
 
@@ -728,6 +740,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "fpsCaption"
                                     text: "FPS"
                                 }
 
@@ -787,6 +800,7 @@ ApplicationWindow {
                                         spacing: 6
 
                                         RowLayout {
+                                            objectName: "encAdviceHeader"
                                             spacing: 8
 
                                             Label {
@@ -798,6 +812,7 @@ ApplicationWindow {
                                             }
 
                                             Item {
+                                                objectName: "encAdviceFiller"
                                                 Layout.fillWidth: true
                                             }
 
@@ -835,6 +850,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encCodecCaption"
                                     text: "Codec video"
                                 }
 
@@ -848,6 +864,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encHwCaption"
                                     text: "Aceleracao HW"
                                 }
 
@@ -860,6 +877,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encPresetCaption"
                                     text: "Preset"
                                 }
 
@@ -872,10 +890,12 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encBitrateCaption"
                                     text: "Bitrate (kbps)"
                                 }
 
                                 RowLayout {
+                                    objectName: "encBitrateRow"
                                     spacing: 8
                                     Layout.fillWidth: true
 
@@ -927,6 +947,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encKeyintCaption"
                                     text: "Keyframe (s)"
                                 }
 
@@ -941,6 +962,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encZeroLatencyCaption"
                                     text: "Zero latency"
                                 }
 
@@ -952,6 +974,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encBFramesCaption"
                                     text: "B-frames"
                                 }
 
@@ -962,6 +985,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encAudioCodecCaption"
                                     text: "Codec audio"
                                 }
 
@@ -974,6 +998,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encAudioBitrateCaption"
                                     text: "Bitrate audio (kbps)"
                                 }
 
@@ -1038,6 +1063,7 @@ ApplicationWindow {
                                         }
 
                                         RowLayout {
+                                            objectName: "outputRowLayout"
                                             anchors.fill: parent
                                             anchors.leftMargin: 12
                                             anchors.rightMargin: 8
@@ -1112,11 +1138,13 @@ ApplicationWindow {
                                 }
 
                                 Heading {
+                                    objectName: "rtmpHeading"
                                     text: "Adicionar RTMP"
                                     Layout.topMargin: 8
                                 }
 
                                 RowLayout {
+                                    objectName: "rtmpRow"
                                     spacing: 8
 
                                     TextField {
@@ -1145,13 +1173,16 @@ ApplicationWindow {
                                 }
 
                                 Heading {
+                                    objectName: "srtHeading"
                                     text: "Adicionar SRT"
                                 }
 
                                 RowLayout {
+                                    objectName: "srtScenarioRow"
                                     spacing: 8
 
                                     Caption {
+                                        objectName: "srtScenarioCaption"
                                         text: "Cenário"
                                     }
 
@@ -1185,6 +1216,7 @@ ApplicationWindow {
                                     Layout.fillWidth: true
 
                                     Caption {
+                                        objectName: "srtUrlCaption"
                                         text: "URL"
                                     }
 
@@ -1197,6 +1229,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtLatencyCaption"
                                         text: "Latência (ms)"
                                     }
 
@@ -1212,6 +1245,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtPassCaption"
                                         text: "Passphrase"
                                     }
 
@@ -1225,6 +1259,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtStreamidCaption"
                                         text: "streamid"
                                     }
 
@@ -1237,6 +1272,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtOheadbwCaption"
                                         text: "oheadbw (%)"
                                     }
 
@@ -1251,6 +1287,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtMaxbwCaption"
                                         text: "maxbw (bps, 0=auto)"
                                     }
 
@@ -1297,10 +1334,12 @@ ApplicationWindow {
                                 }
 
                                 Heading {
+                                    objectName: "srtlaHeading"
                                     text: "Adicionar Bonding (srtla)"
                                 }
 
                                 RowLayout {
+                                    objectName: "srtlaRow"
                                     spacing: 8
 
                                     TextField {
@@ -1388,6 +1427,7 @@ ApplicationWindow {
                                 }
 
                                 RowLayout {
+                                    objectName: "previewButtons"
                                     spacing: 12
 
                                     FlatButton {
@@ -1398,6 +1438,7 @@ ApplicationWindow {
                                     }
 
                                     Item {
+                                        objectName: "previewFiller"
                                         Layout.fillWidth: true
                                     }
 
@@ -1443,6 +1484,7 @@ ApplicationWindow {
             SplitView.minimumHeight: 40
 
             ColumnLayout {
+                objectName: "logColumn"
                 anchors.fill: parent
                 spacing: 0
 
@@ -1453,6 +1495,7 @@ ApplicationWindow {
                     Layout.preferredHeight: 28
 
                     RowLayout {
+                        objectName: "logHeaderRow"
                         anchors.fill: parent
                         anchors.leftMargin: 12
                         anchors.rightMargin: 12
@@ -1515,6 +1558,7 @@ ApplicationWindow {
                         onTextChanged: cursorPosition = length
 
                         background: Rectangle {
+                            objectName: "logBackground"
                             color: theme.bg
                         }
 
@@ -1550,6 +1594,7 @@ ApplicationWindow {
         onRejected: close()
 
         ColumnLayout {
+            objectName: "stopAllColumn"
             anchors.fill: parent
             spacing: 12
 
@@ -1600,6 +1645,7 @@ ApplicationWindow {
         }
 
         ColumnLayout {
+            objectName: "aboutColumn"
             anchors.fill: parent
             spacing: 10
 
@@ -1619,6 +1665,7 @@ ApplicationWindow {
                 color: theme.accent
 
                 MouseArea {
+                    objectName: "lorvenneArea"
                     anchors.fill: parent
                     onClicked: {
                         aboutDialog.easterClicks += 1
