@@ -433,6 +433,7 @@ ApplicationWindow {
                                     }
 
                                     Loader {
+                                        objectName: "renameLoader"
                                         active: plDel.renaming
                                         visible: active
                                         Layout.fillWidth: true
@@ -470,6 +471,7 @@ ApplicationWindow {
                                     }
 
                                     Loader {
+                                        objectName: "telemetryLoader"
                                         active: plDel.modelData.state === "running"
                                         visible: active
                                         Layout.fillWidth: true
@@ -491,6 +493,7 @@ ApplicationWindow {
                                 }
 
                                 Loader {
+                                    objectName: "rowStopLoader"
                                     active: plDel.active
                                     visible: active
                                     Layout.alignment: Qt.AlignTop
