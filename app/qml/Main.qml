@@ -226,6 +226,17 @@ ApplicationWindow {
                                                : ["Verificar update", "Verificando...", "✓ Atualizado", "✗ Erro"][_state]
                 Material.foreground: _state === 2 ? theme.accent : _state === 3 ? theme.danger : theme.muted
 
+                // The version comes from the feed; a button's own label would read markup in it.
+                contentItem: Label {
+                    objectName: "updateText"
+                    text: updateBtn.text
+                    textFormat: Text.PlainText
+                    font: updateBtn.font
+                    color: updateBtn.Material.foreground
+                    horizontalAlignment: Text.AlignHCenter
+                    verticalAlignment: Text.AlignVCenter
+                }
+
                 onClicked: {
                     if (updater.updateAvailable) {
                         updater.applyIfSafe()
