@@ -137,8 +137,12 @@ void Interface::doubleClick(QQuickItem *item)
 
 void Interface::type(const QString &text)
 {
-    for (const QChar c : text)
-        QTest::sendKeyEvent(QTest::Click, m_window.data(), Qt::Key_unknown, QString(c), Qt::NoModifier);
+    // A key gives a whole character, also one that takes two units.
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QString character = text.mid(i, text.at(i).isHighSurrogate() ? 2 : 1);
+        QTest::sendKeyEvent(QTest::Click, m_window.data(), Qt::Key_unknown, character, Qt::NoModifier);
+        i += character.size() - 1;
+    }
 }
 
 void Interface::press(Qt::Key key, Qt::KeyboardModifiers modifiers)
