@@ -46,8 +46,10 @@ private:
         return item ? lookText(item, u"text"_s) : u"(none)"_s;
     }
     [[nodiscard]] Pipeline::State state(const QString &id) const { return m_ui->pipeline(id)->state(); }
-    /// On air, with the row placed on the window.
+    /// On air, with the row made.
     QString onAir(const QString &steps);
+    /// When it stands where the layout wants it: it changes its width when armed.
+    void clickStop();
     /// Lets the list change, which builds its rows anew.
     void rebuild();
     void bringToState(const QString &name, const QString &id);
@@ -71,8 +73,21 @@ QString tst_WindowRows::onAir(const QString &steps)
     const QString id = m_ui->addFake(steps);
     m_ui->engine().startPipeline(id);
     [&] { QTRY_COMPARE(state(id), Pipeline::State::Running); }();
-    [&] { QTRY_VERIFY(inRow(u"rowStopButton"_s) && inRow(u"rowStopButton"_s)->width() > 0); }();
+    [&] { QTRY_VERIFY(inRow(u"rowStopButton"_s)); }();
     return id;
+}
+
+void tst_WindowRows::clickStop()
+{
+    QTRY_VERIFY(inRow(u"rowStopButton"_s));
+    const auto placed = [this] {
+        const QQuickItem *button = inRow(u"rowStopButton"_s);
+        const QQuickItem *column = inRow(u"plCol"_s);
+        return button->width() == button->implicitWidth() && column->width() == 260.0 &&
+               button->mapToItem(column, QPointF(button->width(), 0)).x() == column->width();
+    };
+    QTRY_VERIFY(placed());
+    m_ui->click(inRow(u"rowStopButton"_s));
 }
 
 void tst_WindowRows::rebuild()
@@ -240,7 +255,7 @@ void tst_WindowRows::stopTakesTwoClicks()
     QVERIFY(!timer->property("repeat").toBool());
     QCOMPARE(textInRow(u"rowStopButton"_s), u"■"_s);
 
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     QVERIFY(m_ui->row(0)->property("confirmingStop").toBool());
     QVERIFY(timer->property("running").toBool());
     QCOMPARE(textInRow(u"rowStopButton"_s), u"Confirmar?"_s);
@@ -250,8 +265,7 @@ void tst_WindowRows::stopTakesTwoClicks()
     QCOMPARE(lookText(inRow(u"rowStopButton"_s), u"Material.foreground"_s), u"#e05555"_s);
     QCOMPARE(state(id), Pipeline::State::Running);
 
-    QTRY_COMPARE(inRow(u"rowStopButton"_s)->width(), 72.0);
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     QCOMPARE(state(id), Pipeline::State::Stopped);
     QTRY_VERIFY(m_ui->row(0) && !inRow(u"rowStopButton"_s));
     QVERIFY(!m_ui->row(0)->property("confirmingStop").toBool());
@@ -261,24 +275,22 @@ void tst_WindowRows::stopWhileStarting()
 {
     const QString id = m_ui->addFake(u"progress"_s);
     bringToState(u"starting"_s, id);
-    QTRY_VERIFY(inRow(u"rowStopButton"_s) && inRow(u"rowStopButton"_s)->width() > 0);
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     QCOMPARE(state(id), Pipeline::State::Starting);
-    QTRY_COMPARE(inRow(u"rowStopButton"_s)->width(), 72.0);
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     QCOMPARE(state(id), Pipeline::State::Stopped);
 }
 
 void tst_WindowRows::confirmationTimesOut()
 {
     const QString id = onAir(u"progress"_s);
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     QVERIFY(m_ui->row(0)->property("confirmingStop").toBool());
     QTRY_VERIFY_WITH_TIMEOUT(!m_ui->row(0)->property("confirmingStop").toBool(), 20000);
     QCOMPARE(textInRow(u"rowStopButton"_s), u"■"_s);
     QTRY_COMPARE(inRow(u"rowStopButton"_s)->width(), 32.0);
 
-    m_ui->click(inRow(u"rowStopButton"_s)); // a first click again
+    clickStop(); // a first click again
     QVERIFY(m_ui->row(0)->property("confirmingStop").toBool());
     QCOMPARE(state(id), Pipeline::State::Running);
 }
@@ -286,12 +298,11 @@ void tst_WindowRows::confirmationTimesOut()
 void tst_WindowRows::rebuildDropsTheConfirmation()
 {
     const QString id = onAir(u"progress"_s);
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     QVERIFY(m_ui->row(0)->property("confirmingStop").toBool());
     rebuild();
     QVERIFY(!m_ui->row(0)->property("confirmingStop").toBool());
-    QTRY_VERIFY(inRow(u"rowStopButton"_s)->width() > 0);
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     QVERIFY(m_ui->row(0)->property("confirmingStop").toBool());
     QCOMPARE(state(id), Pipeline::State::Running);
 }
@@ -299,20 +310,20 @@ void tst_WindowRows::rebuildDropsTheConfirmation()
 void tst_WindowRows::clickOnStopDoesNotSelect()
 {
     onAir(u"progress"_s);
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     QCOMPARE(m_ui->selectedId(), QString());
 }
 
 void tst_WindowRows::stopOfAVanishedPipeline()
 {
     const QString id = onAir(u"progress"_s);
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     {
         // Rows of before: the list hears of the removal after the click.
         const QSignalBlocker unheard(m_ui->engine());
         m_ui->engine().removePipeline(id);
     }
-    m_ui->click(inRow(u"rowStopButton"_s));
+    clickStop();
     QVERIFY(!m_ui->row(0)->property("confirmingStop").toBool());
     QVERIFY(m_ui->engine().pipelines().isEmpty());
 }
