@@ -192,7 +192,7 @@ QString Interface::addPipeline()
 
 QString Interface::addFake(const QString &steps, const QString &name)
 {
-    const QString id = m_engine.addPipeline(name);
+    QString id = m_engine.addPipeline(name);
     m_engine.addRtmpOutput(id, "fake:"_L1 + steps);
     return id;
 }

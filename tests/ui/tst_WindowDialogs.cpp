@@ -70,7 +70,7 @@ void tst_WindowDialogs::cleanup()
 
 QString tst_WindowDialogs::onAir()
 {
-    const QString id = m_ui->addFake(u"progress"_s);
+    QString id = m_ui->addFake(u"progress"_s);
     m_ui->engine().startPipeline(id);
     [&] { QTRY_COMPARE(m_ui->pipeline(id)->state(), Pipeline::State::Running); }();
     return id;

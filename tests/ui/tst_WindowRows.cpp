@@ -70,7 +70,7 @@ void tst_WindowRows::cleanup()
 
 QString tst_WindowRows::onAir(const QString &steps)
 {
-    const QString id = m_ui->addFake(steps);
+    QString id = m_ui->addFake(steps);
     m_ui->engine().startPipeline(id);
     [&] { QTRY_COMPARE(state(id), Pipeline::State::Running); }();
     [&] { QTRY_VERIFY(inRow(u"rowStopButton"_s)); }();
