@@ -176,6 +176,7 @@ ApplicationWindow {
             }
 
             Item {
+                objectName: "logoGap"
                 Layout.preferredWidth: 24
             }
 
@@ -210,6 +211,7 @@ ApplicationWindow {
             }
 
             Item {
+                objectName: "toolBarFiller"
                 Layout.fillWidth: true
             }
 
@@ -223,6 +225,17 @@ ApplicationWindow {
                 text: updater?.updateAvailable ? "Atualizar " + updater.latestVersion
                                                : ["Verificar update", "Verificando...", "✓ Atualizado", "✗ Erro"][_state]
                 Material.foreground: _state === 2 ? theme.accent : _state === 3 ? theme.danger : theme.muted
+
+                // The version comes from the feed; a button's own label would read markup in it.
+                contentItem: Label {
+                    objectName: "updateText"
+                    text: updateBtn.text
+                    textFormat: Text.PlainText
+                    font: updateBtn.font
+                    color: updateBtn.Material.foreground
+                    horizontalAlignment: Text.AlignHCenter
+                    verticalAlignment: Text.AlignVCenter
+                }
 
                 onClicked: {
                     if (updater.updateAvailable) {
@@ -286,6 +299,7 @@ ApplicationWindow {
                 SplitView.maximumWidth: 400
 
                 ColumnLayout {
+                    objectName: "sidebarColumn"
                     anchors.fill: parent
                     spacing: 0
 
@@ -296,6 +310,7 @@ ApplicationWindow {
                         Layout.preferredHeight: 52
 
                         RowLayout {
+                            objectName: "sidebarHeaderRow"
                             anchors.fill: parent
                             anchors.leftMargin: 14
                             anchors.rightMargin: 14
@@ -385,6 +400,7 @@ ApplicationWindow {
                             }
 
                             MouseArea {
+                                objectName: "rowArea"
                                 anchors.fill: parent
                                 onClicked: win.selectedId = plDel.modelData.id
                                 onDoubleClicked: plDel.renaming = true
@@ -409,6 +425,7 @@ ApplicationWindow {
                                 }
 
                                 ColumnLayout {
+                                    objectName: "rowColumn"
                                     spacing: 2
                                     Layout.fillWidth: true
 
@@ -427,6 +444,7 @@ ApplicationWindow {
                                     }
 
                                     Loader {
+                                        objectName: "renameLoader"
                                         active: plDel.renaming
                                         visible: active
                                         Layout.fillWidth: true
@@ -464,6 +482,7 @@ ApplicationWindow {
                                     }
 
                                     Loader {
+                                        objectName: "telemetryLoader"
                                         active: plDel.modelData.state === "running"
                                         visible: active
                                         Layout.fillWidth: true
@@ -485,6 +504,7 @@ ApplicationWindow {
                                 }
 
                                 Loader {
+                                    objectName: "rowStopLoader"
                                     active: plDel.active
                                     visible: active
                                     Layout.alignment: Qt.AlignTop
@@ -614,6 +634,7 @@ ApplicationWindow {
                                 rowSpacing: 12
 
                                 Caption {
+                                    objectName: "srcKindCaption"
                                     text: "Tipo de fonte"
                                 }
 
@@ -627,10 +648,12 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "srcUriCaption"
                                     text: "URI / fonte"
                                 }
 
                                 RowLayout {
+                                    objectName: "srcUriRow"
                                     spacing: 8
                                     Layout.fillWidth: true
 
@@ -677,6 +700,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "danteCaption"
                                     text: "Áudio Dante (DVS)"
                                 }
 
@@ -689,10 +713,12 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "resolutionCaption"
                                     text: "Resolução"
                                 }
 
                                 RowLayout {
+                                    objectName: "resolutionRow"
                                     spacing: 8
                                     Layout.fillWidth: true
 
@@ -728,6 +754,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "fpsCaption"
                                     text: "FPS"
                                 }
 
@@ -787,6 +814,7 @@ ApplicationWindow {
                                         spacing: 6
 
                                         RowLayout {
+                                            objectName: "encAdviceHeader"
                                             spacing: 8
 
                                             Label {
@@ -798,6 +826,7 @@ ApplicationWindow {
                                             }
 
                                             Item {
+                                                objectName: "encAdviceFiller"
                                                 Layout.fillWidth: true
                                             }
 
@@ -827,7 +856,7 @@ ApplicationWindow {
                                             visible: false
                                             wrapMode: Text.Wrap
                                             textFormat: Text.PlainText
-                                            color: theme.fg // qmllint disable
+                                            color: theme.fg ?? Material.foreground // qmllint disable
                                             font.pixelSize: 11
                                             Layout.fillWidth: true
                                         }
@@ -835,6 +864,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encCodecCaption"
                                     text: "Codec video"
                                 }
 
@@ -848,6 +878,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encHwCaption"
                                     text: "Aceleracao HW"
                                 }
 
@@ -860,6 +891,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encPresetCaption"
                                     text: "Preset"
                                 }
 
@@ -872,10 +904,12 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encBitrateCaption"
                                     text: "Bitrate (kbps)"
                                 }
 
                                 RowLayout {
+                                    objectName: "encBitrateRow"
                                     spacing: 8
                                     Layout.fillWidth: true
 
@@ -927,6 +961,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encKeyintCaption"
                                     text: "Keyframe (s)"
                                 }
 
@@ -941,6 +976,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encZeroLatencyCaption"
                                     text: "Zero latency"
                                 }
 
@@ -952,6 +988,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encBFramesCaption"
                                     text: "B-frames"
                                 }
 
@@ -962,6 +999,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encAudioCodecCaption"
                                     text: "Codec audio"
                                 }
 
@@ -974,6 +1012,7 @@ ApplicationWindow {
                                 }
 
                                 Caption {
+                                    objectName: "encAudioBitrateCaption"
                                     text: "Bitrate audio (kbps)"
                                 }
 
@@ -1038,6 +1077,7 @@ ApplicationWindow {
                                         }
 
                                         RowLayout {
+                                            objectName: "outputRowLayout"
                                             anchors.fill: parent
                                             anchors.leftMargin: 12
                                             anchors.rightMargin: 8
@@ -1112,11 +1152,13 @@ ApplicationWindow {
                                 }
 
                                 Heading {
+                                    objectName: "rtmpHeading"
                                     text: "Adicionar RTMP"
                                     Layout.topMargin: 8
                                 }
 
                                 RowLayout {
+                                    objectName: "rtmpRow"
                                     spacing: 8
 
                                     TextField {
@@ -1145,13 +1187,16 @@ ApplicationWindow {
                                 }
 
                                 Heading {
+                                    objectName: "srtHeading"
                                     text: "Adicionar SRT"
                                 }
 
                                 RowLayout {
+                                    objectName: "srtScenarioRow"
                                     spacing: 8
 
                                     Caption {
+                                        objectName: "srtScenarioCaption"
                                         text: "Cenário"
                                     }
 
@@ -1185,6 +1230,7 @@ ApplicationWindow {
                                     Layout.fillWidth: true
 
                                     Caption {
+                                        objectName: "srtUrlCaption"
                                         text: "URL"
                                     }
 
@@ -1197,6 +1243,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtLatencyCaption"
                                         text: "Latência (ms)"
                                     }
 
@@ -1212,6 +1259,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtPassCaption"
                                         text: "Passphrase"
                                     }
 
@@ -1225,6 +1273,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtStreamidCaption"
                                         text: "streamid"
                                     }
 
@@ -1237,6 +1286,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtOheadbwCaption"
                                         text: "oheadbw (%)"
                                     }
 
@@ -1251,6 +1301,7 @@ ApplicationWindow {
                                     }
 
                                     Caption {
+                                        objectName: "srtMaxbwCaption"
                                         text: "maxbw (bps, 0=auto)"
                                     }
 
@@ -1297,10 +1348,12 @@ ApplicationWindow {
                                 }
 
                                 Heading {
+                                    objectName: "srtlaHeading"
                                     text: "Adicionar Bonding (srtla)"
                                 }
 
                                 RowLayout {
+                                    objectName: "srtlaRow"
                                     spacing: 8
 
                                     TextField {
@@ -1388,6 +1441,7 @@ ApplicationWindow {
                                 }
 
                                 RowLayout {
+                                    objectName: "previewButtons"
                                     spacing: 12
 
                                     FlatButton {
@@ -1398,6 +1452,7 @@ ApplicationWindow {
                                     }
 
                                     Item {
+                                        objectName: "previewFiller"
                                         Layout.fillWidth: true
                                     }
 
@@ -1443,6 +1498,7 @@ ApplicationWindow {
             SplitView.minimumHeight: 40
 
             ColumnLayout {
+                objectName: "logColumn"
                 anchors.fill: parent
                 spacing: 0
 
@@ -1453,6 +1509,7 @@ ApplicationWindow {
                     Layout.preferredHeight: 28
 
                     RowLayout {
+                        objectName: "logHeaderRow"
                         anchors.fill: parent
                         anchors.leftMargin: 12
                         anchors.rightMargin: 12
@@ -1516,6 +1573,7 @@ ApplicationWindow {
                         onTextChanged: cursorPosition = length
 
                         background: Rectangle {
+                            objectName: "logBackground"
                             color: theme.bg
                         }
 
@@ -1551,6 +1609,7 @@ ApplicationWindow {
         onRejected: close()
 
         ColumnLayout {
+            objectName: "stopAllColumn"
             anchors.fill: parent
             spacing: 12
 
@@ -1601,6 +1660,7 @@ ApplicationWindow {
         }
 
         ColumnLayout {
+            objectName: "aboutColumn"
             anchors.fill: parent
             spacing: 10
 
@@ -1620,6 +1680,7 @@ ApplicationWindow {
                 color: theme.accent
 
                 MouseArea {
+                    objectName: "lorvenneArea"
                     anchors.fill: parent
                     onClicked: {
                         aboutDialog.easterClicks += 1

@@ -37,13 +37,6 @@ QPoint centreOf(const QQuickItem *item)
     return item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint();
 }
 
-/// The fake has to be on PATH before the Engine looks for it.
-ToolPath &withFfmpeg(ToolPath &tools, const QByteArray &encoders, const QByteArray &protocols)
-{
-    tools.addFakeFfmpeg(encoders, protocols);
-    return tools;
-}
-
 } // namespace
 
 void FakeUpdater::offer(const QString &version)
@@ -54,7 +47,13 @@ void FakeUpdater::offer(const QString &version)
 }
 
 Interface::Interface(const QByteArray &encoders, const QByteArray &protocols)
-    : m_engine((withFfmpeg(m_tools, encoders, protocols), nullptr))
+    : Interface([&](ToolPath &tools) { tools.addFakeFfmpeg(encoders, protocols); })
+{
+}
+
+// The tools have to be on PATH before the Engine looks for them.
+Interface::Interface(const std::function<void(ToolPath &)> &addTools)
+    : m_engine((addTools(m_tools), nullptr))
 {
     collectedWarnings.clear();
     formerHandler = qInstallMessageHandler(collect);
@@ -138,8 +137,12 @@ void Interface::doubleClick(QQuickItem *item)
 
 void Interface::type(const QString &text)
 {
-    for (const QChar c : text)
-        QTest::sendKeyEvent(QTest::Click, m_window.data(), Qt::Key_unknown, QString(c), Qt::NoModifier);
+    // A key gives a whole character, also one that takes two units.
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QString character = text.mid(i, text.at(i).isHighSurrogate() ? 2 : 1);
+        QTest::sendKeyEvent(QTest::Click, m_window.data(), Qt::Key_unknown, character, Qt::NoModifier);
+        i += character.size() - 1;
+    }
 }
 
 void Interface::press(Qt::Key key, Qt::KeyboardModifiers modifiers)
@@ -187,16 +190,29 @@ QString Interface::addPipeline()
     return selectedId();
 }
 
-PipelineConfig Interface::config(const QString &id) const
+QString Interface::addFake(const QString &steps, const QString &name)
+{
+    QString id = m_engine.addPipeline(name);
+    m_engine.addRtmpOutput(id, "fake:"_L1 + steps);
+    return id;
+}
+
+Pipeline *Interface::pipeline(const QString &id) const
 {
     // Replaced objects wait for their deletion beside the new one; the registry's is the youngest.
-    PipelineConfig found;
+    Pipeline *found = nullptr;
     const auto pipelines = m_engine.findChildren<Pipeline *>();
-    for (const Pipeline *pipeline : pipelines) {
+    for (Pipeline *pipeline : pipelines) {
         if (pipeline->config().id == id)
-            found = pipeline->config();
+            found = pipeline;
     }
     return found;
+}
+
+PipelineConfig Interface::config(const QString &id) const
+{
+    const Pipeline *found = pipeline(id);
+    return found ? found->config() : PipelineConfig();
 }
 
 } // namespace corvane::test

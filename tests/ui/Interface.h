@@ -9,6 +9,7 @@
 #include <QQuickWindow>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 
 namespace corvane::test {
@@ -62,6 +63,8 @@ class Interface
 public:
     explicit Interface(const QByteArray &encoders = "libx264 libx265 h264_nvenc",
                        const QByteArray &protocols = "rtmp\n");
+    /// On a machine with the tools that `addTools` puts on the path, and no other.
+    explicit Interface(const std::function<void(ToolPath &)> &addTools);
     ~Interface();
     Q_DISABLE_COPY_MOVE(Interface)
 
@@ -90,6 +93,11 @@ public:
 
     /// Adds a pipeline through the sidebar's "+" and answers its id.
     QString addPipeline();
+    /// Adds a pipeline behind the window's back, with one RTMP output whose URL is "fake:" and `steps`;
+    /// answers its id.
+    QString addFake(const QString &steps, const QString &name = {});
+    /// The object behind a row of the registry. With objects of the same id in disposal, the youngest.
+    [[nodiscard]] Pipeline *pipeline(const QString &id) const;
     /// The record of the pipeline with this id.
     [[nodiscard]] PipelineConfig config(const QString &id) const;
     [[nodiscard]] QString selectedId() const { return m_window->property("selectedId").toString(); }
