@@ -66,6 +66,7 @@ ApplicationWindow {
     component TextButton: Button {
         font.capitalization: Font.MixedCase
         Accessible.name: text
+        Accessible.onPressAction: clicked()
     }
 
     component FlatButton: TextButton {
@@ -581,6 +582,7 @@ ApplicationWindow {
                                 width: implicitWidth
                                 font.capitalization: Font.MixedCase
                                 Accessible.name: modelData
+                                Accessible.onPressAction: TabBar.tabBar.setCurrentIndex(TabBar.index)
                             }
                         }
                     }
