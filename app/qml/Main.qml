@@ -829,7 +829,7 @@ ApplicationWindow {
                                             visible: false
                                             wrapMode: Text.Wrap
                                             textFormat: Text.PlainText
-                                            color: theme.fg // qmllint disable
+                                            color: theme.fg ?? Material.foreground // qmllint disable
                                             font.pixelSize: 11
                                             Layout.fillWidth: true
                                         }
