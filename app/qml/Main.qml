@@ -73,6 +73,11 @@ ApplicationWindow {
         flat: true
     }
 
+    // Digits alone: a port or a picture's width has no thousands.
+    component NumberBox: SpinBox {
+        textFromValue: value => value.toFixed(0)
+    }
+
     component Caption: Label {
         font.pixelSize: 12
         color: theme.muted
@@ -698,7 +703,7 @@ ApplicationWindow {
                                     spacing: 8
                                     Layout.fillWidth: true
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: resW
                                         objectName: "resW"
                                         from: 320
@@ -716,7 +721,7 @@ ApplicationWindow {
                                         color: theme.muted
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: resH
                                         objectName: "resH"
                                         from: 240
@@ -881,7 +886,7 @@ ApplicationWindow {
                                     spacing: 8
                                     Layout.fillWidth: true
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: encBitrate
                                         objectName: "encBitrate"
                                         from: 500
@@ -932,7 +937,7 @@ ApplicationWindow {
                                     text: "Keyframe (s)"
                                 }
 
-                                SpinBox {
+                                NumberBox {
                                     objectName: "encKeyint"
                                     from: 1
                                     to: 10
@@ -979,7 +984,7 @@ ApplicationWindow {
                                     text: "Bitrate audio (kbps)"
                                 }
 
-                                SpinBox {
+                                NumberBox {
                                     objectName: "encAudioBitrate"
                                     from: 64
                                     to: 512
@@ -1202,7 +1207,7 @@ ApplicationWindow {
                                         text: "Latência (ms)"
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: srtLatency
                                         objectName: "srtLatency"
                                         from: 20
@@ -1242,7 +1247,7 @@ ApplicationWindow {
                                         text: "oheadbw (%)"
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: srtOheadbw
                                         objectName: "srtOheadbw"
                                         from: 0
@@ -1256,7 +1261,7 @@ ApplicationWindow {
                                         text: "maxbw (bps, 0=auto)"
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: srtMaxbw
                                         objectName: "srtMaxbw"
                                         from: 0
@@ -1313,7 +1318,7 @@ ApplicationWindow {
                                         Accessible.name: "Host do receptor de bonding"
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: srtlaPort
                                         objectName: "srtlaPort"
                                         from: 1
