@@ -78,6 +78,12 @@ ApplicationWindow {
         textFromValue: value => value.toFixed(0)
     }
 
+    // As wide as its text; the style's least width takes the room from the label beside it.
+    component HeaderButton: FlatButton {
+        horizontalPadding: 6
+        implicitWidth: Math.max(36, implicitContentWidth + leftPadding + rightPadding)
+    }
+
     component Caption: Label {
         font.pixelSize: 12
         color: theme.muted
@@ -316,7 +322,7 @@ ApplicationWindow {
                                 Layout.fillWidth: true
                             }
 
-                            FlatButton {
+                            HeaderButton {
                                 objectName: "startAllButton"
                                 text: "▶ Todas"
                                 font.pixelSize: 11
@@ -326,7 +332,7 @@ ApplicationWindow {
                                 onClicked: engine.startAll()
                             }
 
-                            FlatButton {
+                            HeaderButton {
                                 objectName: "stopAllButton"
                                 text: "■ Parar"
                                 font.pixelSize: 11
@@ -336,7 +342,7 @@ ApplicationWindow {
                                 onClicked: stopAllDialog.open()
                             }
 
-                            FlatButton {
+                            HeaderButton {
                                 objectName: "addButton"
                                 text: "+"
                                 font.pixelSize: 20
