@@ -1520,6 +1520,10 @@ ApplicationWindow {
                         readOnly: true
                         wrapMode: TextEdit.Wrap
                         textFormat: TextEdit.PlainText
+                        topPadding: 6
+                        bottomPadding: 6
+                        leftPadding: 12
+                        rightPadding: 12
                         font.family: theme.mono // qmllint disable
                         font.pixelSize: 11
                         color: theme.muted
