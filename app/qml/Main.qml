@@ -1608,6 +1608,7 @@ ApplicationWindow {
         modal: true
         title: "Sobre"
         standardButtons: Dialog.Close
+        font.capitalization: Font.MixedCase
         Material.background: theme.surface
 
         Timer {
