@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls.Material
 import QtQuick.Layouts
+import QtQuick.Templates as T
 
 // The whole interface: it shows what `engine` and `updater` say and calls them, and holds no logic of its own.
 // Text that comes from outside is shown as plain text wherever it stands.
@@ -104,6 +105,11 @@ ApplicationWindow {
         color: theme.surfaceRaised
         Layout.fillWidth: true
         Layout.preferredHeight: 1
+    }
+
+    // The style dims a dark window with white.
+    component Veil: Rectangle {
+        color: Qt.alpha(theme.bg, 0.7)
     }
 
     component Dot: Rectangle {
@@ -1559,6 +1565,7 @@ ApplicationWindow {
 
         anchors.centerIn: parent
         modal: true
+        T.Overlay.modal: Veil {}
         title: "Parar TODAS as streams?"
         Material.background: theme.surface
         onAccepted: {
@@ -1606,6 +1613,7 @@ ApplicationWindow {
 
         anchors.centerIn: parent
         modal: true
+        T.Overlay.modal: Veil {}
         title: "Sobre"
         standardButtons: Dialog.Close
         font.capitalization: Font.MixedCase
