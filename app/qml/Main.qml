@@ -934,6 +934,13 @@ ApplicationWindow {
                                             timeout: 8000
                                             font.family: theme.mono // qmllint disable
                                             font.pixelSize: 11
+
+                                            // A wrapping text asks for the width of all its lines in a row.
+                                            contentItem: Label {
+                                                text: bitrateAdviceTip.text
+                                                textFormat: Text.PlainText
+                                                font: bitrateAdviceTip.font
+                                            }
                                         }
 
                                         Timer {
