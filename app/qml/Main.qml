@@ -1089,6 +1089,7 @@ ApplicationWindow {
                                             Switch {
                                                 objectName: "outputSwitch"
                                                 checked: outputRow.modelData.enabled !== false
+                                                Layout.preferredHeight: 40
                                                 Accessible.name: "Saída ativa: " + outputRow.modelData.url
                                                 onToggled: engine.setOutputEnabled(win.selectedId, outputRow.index, checked)
                                             }
