@@ -75,8 +75,6 @@ def main():
     except DemoError as error:
         print(f"demo: {error}", file=sys.stderr)
         return 1
-    except KeyboardInterrupt:
-        return 130
     print(f"files     {options.folder}/: {', '.join(sorted(file.name for file in folder.iterdir()))}")
     return 0
 

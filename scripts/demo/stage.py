@@ -48,7 +48,7 @@ class Stage:
 
     def __enter__(self):
         ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
-        for number in (signal.SIGTERM, signal.SIGHUP):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             signal.signal(number, lambda received, _: sys.exit(128 + received))
         try:
             self._open_display()
