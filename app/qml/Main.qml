@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls.Material
 import QtQuick.Layouts
+import QtQuick.Templates as T
 
 // The whole interface: it shows what `engine` and `updater` say and calls them, and holds no logic of its own.
 // Text that comes from outside is shown as plain text wherever it stands.
@@ -66,10 +67,22 @@ ApplicationWindow {
     component TextButton: Button {
         font.capitalization: Font.MixedCase
         Accessible.name: text
+        Accessible.onPressAction: clicked()
     }
 
     component FlatButton: TextButton {
         flat: true
+    }
+
+    // Digits alone: a port or a picture's width has no thousands.
+    component NumberBox: SpinBox {
+        textFromValue: value => value.toFixed(0)
+    }
+
+    // As wide as its text; the style's least width takes the room from the label beside it.
+    component HeaderButton: FlatButton {
+        horizontalPadding: 6
+        implicitWidth: Math.max(36, implicitContentWidth + leftPadding + rightPadding)
     }
 
     component Caption: Label {
@@ -92,6 +105,11 @@ ApplicationWindow {
         color: theme.surfaceRaised
         Layout.fillWidth: true
         Layout.preferredHeight: 1
+    }
+
+    // The style dims a dark window with white.
+    component Veil: Rectangle {
+        color: Qt.alpha(theme.bg, 0.7)
     }
 
     component Dot: Rectangle {
@@ -325,7 +343,7 @@ ApplicationWindow {
                                 Layout.fillWidth: true
                             }
 
-                            FlatButton {
+                            HeaderButton {
                                 objectName: "startAllButton"
                                 text: "▶ Todas"
                                 font.pixelSize: 11
@@ -335,7 +353,7 @@ ApplicationWindow {
                                 onClicked: engine.startAll()
                             }
 
-                            FlatButton {
+                            HeaderButton {
                                 objectName: "stopAllButton"
                                 text: "■ Parar"
                                 font.pixelSize: 11
@@ -345,7 +363,7 @@ ApplicationWindow {
                                 onClicked: stopAllDialog.open()
                             }
 
-                            FlatButton {
+                            HeaderButton {
                                 objectName: "addButton"
                                 text: "+"
                                 font.pixelSize: 20
@@ -601,6 +619,7 @@ ApplicationWindow {
                                 width: implicitWidth
                                 font.capitalization: Font.MixedCase
                                 Accessible.name: modelData
+                                Accessible.onPressAction: TabBar.tabBar.setCurrentIndex(TabBar.index)
                             }
                         }
                     }
@@ -722,7 +741,7 @@ ApplicationWindow {
                                     spacing: 8
                                     Layout.fillWidth: true
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: resW
                                         objectName: "resW"
                                         from: 320
@@ -740,7 +759,7 @@ ApplicationWindow {
                                         color: theme.muted
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: resH
                                         objectName: "resH"
                                         from: 240
@@ -913,7 +932,7 @@ ApplicationWindow {
                                     spacing: 8
                                     Layout.fillWidth: true
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: encBitrate
                                         objectName: "encBitrate"
                                         from: 500
@@ -949,6 +968,13 @@ ApplicationWindow {
                                             timeout: 8000
                                             font.family: theme.mono // qmllint disable
                                             font.pixelSize: 11
+
+                                            // A wrapping text asks for the width of all its lines in a row.
+                                            contentItem: Label {
+                                                text: bitrateAdviceTip.text
+                                                textFormat: Text.PlainText
+                                                font: bitrateAdviceTip.font
+                                            }
                                         }
 
                                         Timer {
@@ -965,7 +991,7 @@ ApplicationWindow {
                                     text: "Keyframe (s)"
                                 }
 
-                                SpinBox {
+                                NumberBox {
                                     objectName: "encKeyint"
                                     from: 1
                                     to: 10
@@ -1016,7 +1042,7 @@ ApplicationWindow {
                                     text: "Bitrate audio (kbps)"
                                 }
 
-                                SpinBox {
+                                NumberBox {
                                     objectName: "encAudioBitrate"
                                     from: 64
                                     to: 512
@@ -1103,6 +1129,7 @@ ApplicationWindow {
                                             Switch {
                                                 objectName: "outputSwitch"
                                                 checked: outputRow.modelData.enabled !== false
+                                                Layout.preferredHeight: 40
                                                 Accessible.name: "Saída ativa: " + outputRow.modelData.url
                                                 onToggled: engine.setOutputEnabled(win.selectedId, outputRow.index, checked)
                                             }
@@ -1247,7 +1274,7 @@ ApplicationWindow {
                                         text: "Latência (ms)"
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: srtLatency
                                         objectName: "srtLatency"
                                         from: 20
@@ -1290,7 +1317,7 @@ ApplicationWindow {
                                         text: "oheadbw (%)"
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: srtOheadbw
                                         objectName: "srtOheadbw"
                                         from: 0
@@ -1305,7 +1332,7 @@ ApplicationWindow {
                                         text: "maxbw (bps, 0=auto)"
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: srtMaxbw
                                         objectName: "srtMaxbw"
                                         from: 0
@@ -1364,7 +1391,7 @@ ApplicationWindow {
                                         Accessible.name: "Host do receptor de bonding"
                                     }
 
-                                    SpinBox {
+                                    NumberBox {
                                         id: srtlaPort
                                         objectName: "srtlaPort"
                                         from: 1
@@ -1564,6 +1591,10 @@ ApplicationWindow {
                         readOnly: true
                         wrapMode: TextEdit.Wrap
                         textFormat: TextEdit.PlainText
+                        topPadding: 6
+                        bottomPadding: 6
+                        leftPadding: 12
+                        rightPadding: 12
                         font.family: theme.mono // qmllint disable
                         font.pixelSize: 11
                         color: theme.muted
@@ -1600,6 +1631,7 @@ ApplicationWindow {
 
         anchors.centerIn: parent
         modal: true
+        T.Overlay.modal: Veil {}
         title: "Parar TODAS as streams?"
         Material.background: theme.surface
         onAccepted: {
@@ -1648,8 +1680,10 @@ ApplicationWindow {
 
         anchors.centerIn: parent
         modal: true
+        T.Overlay.modal: Veil {}
         title: "Sobre"
         standardButtons: Dialog.Close
+        font.capitalization: Font.MixedCase
         Material.background: theme.surface
 
         Timer {
