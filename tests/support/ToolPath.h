@@ -22,6 +22,12 @@ public:
     /// A file called `name` with execute permission that no system can start.
     QString addUnstartable(const QString &name);
 
+    /// An executable script of the shell, for systems that have one.
+    QString addScript(const QString &name, const QByteArray &script);
+
+    /// The machine's own `name` by that name; empty if there is none.
+    QString addMachineTool(const QString &name);
+
     /// fake_ffmpeg as "ffmpeg". It answers -encoders and -protocols with these bytes.
     QString addFakeFfmpeg(const QByteArray &encoders = {}, const QByteArray &protocols = {});
 
@@ -31,5 +37,8 @@ private:
     QTemporaryDir m_dir;
     QByteArray m_formerPath;
 };
+
+/// Where the machine has `name` installed, whatever `PATH` a test has set; empty if it hasn't.
+[[nodiscard]] QString machineTool(const QString &name);
 
 } // namespace corvane::test
