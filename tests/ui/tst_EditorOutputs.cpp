@@ -1,5 +1,7 @@
 #include "tests/ui/EditorBench.h"
 
+#include <QGuiApplication>
+#include <QStyleHints>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -49,6 +51,8 @@ private:
 
 void tst_EditorOutputs::initTestCase()
 {
+    // Not every platform asks for hover effects by itself.
+    QGuiApplication::styleHints()->setUseHoverEffects(true);
     m_ui = std::make_unique<EditorBench>();
 }
 
