@@ -117,7 +117,6 @@ ApplicationWindow {
         color: "transparent"
         border.color: theme.accent
         border.width: 1
-        radius: parent.radius ?? 0
     }
 
     component StatusChip: Row {
