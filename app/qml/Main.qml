@@ -409,6 +409,7 @@ ApplicationWindow {
                                 text: "+"
                                 font.pixelSize: 20
                                 font.bold: true
+                                implicitWidth: 40
                                 Material.foreground: theme.accent
                                 Accessible.name: "Nova stream"
                                 onClicked: win.addPipeline()
@@ -1188,7 +1189,7 @@ ApplicationWindow {
                                             Switch {
                                                 objectName: "outputSwitch"
                                                 checked: outputRow.modelData.enabled !== false
-                                                Layout.preferredHeight: 40
+                                                Layout.fillHeight: true
                                                 Accessible.name: "Saída ativa: " + outputRow.modelData.url
                                                 onToggled: engine.setOutputEnabled(win.selectedId, outputRow.index, checked)
                                             }

@@ -118,7 +118,7 @@ void RecordWatch::restart()
 
 QString EditorBench::addUnusual()
 {
-    const QString id = addPipeline();
+    QString id = addPipeline();
     engine().configureSource(id, {
                                      {u"kind"_s, u"file"_s},
                                      {u"uri"_s, u"/clip.mov"_s},

@@ -28,7 +28,7 @@ namespace {
 /// Opens the page on a fresh pipeline; answers its id.
 QString openEncoderPage(EditorBench &ui)
 {
-    const QString id = ui.addUnusual();
+    QString id = ui.addUnusual();
     ui.openTab(1);
     return id;
 }

@@ -277,7 +277,7 @@ void tst_EditorKeyboard::backTabGoesTheSameWay()
 {
     m_ui->openTab(2);
     focusByTab(u"tabPreview"_s);
-    QStringList expected = pages.at(2);
+    const QStringList &expected = pages.at(2);
     for (qsizetype i = 0; i <= expected.size(); ++i)
         m_ui->press(Qt::Key_Tab);
     QCOMPARE(focused(), u"clearLogButton"_s);

@@ -57,7 +57,7 @@ QString tst_EditorPreview::state(const QString &id)
 
 QString tst_EditorPreview::addOutput(const QString &url)
 {
-    const QString id = m_ui->addPipeline();
+    QString id = m_ui->addPipeline();
     m_ui->openTab(2);
     m_ui->replaceText(u"rtmpUrl"_s, url);
     m_ui->click(u"addRtmpButton"_s);
