@@ -10,9 +10,11 @@ import pathlib
 import shutil
 import sys
 
+from scenarios import SCENARIOS, THROUGH_THE_SHIM
 from stage import DemoError, Stage
 
-PROGRAMS = ("Xvfb", "dbus-daemon", "dbus-send", "ffmpeg", "ffprobe", "import", "/usr/sbin/nginx", "setpriv", "xdotool")
+PROGRAMS = ("Xvfb", "dbus-daemon", "dbus-send", "ffmpeg", "ffprobe", "import", "/usr/sbin/nginx", "setpriv",
+            "srt-live-transmit", "xdotool")
 MODULES = ("gi", "Xlib")
 NOT_INSTALLED = 77
 
@@ -22,9 +24,27 @@ def arguments(scenarios):
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("program", type=pathlib.Path, help="the built corvane")
     parser.add_argument("folder", type=pathlib.Path, help="where the results go")
-    parser.add_argument("scenario", nargs="?", choices=scenarios, default="rtmp")
+    parser.add_argument("scenario", nargs="?", choices=scenarios, default="pair",
+                        help="; ".join(f"{name}: {scenario.__doc__}" for name, scenario in scenarios.items()))
+    parser.add_argument("--tee-shim", type=pathlib.Path,
+                        help="the built tee-shim (default: where it is beside the program after a build)")
     parser.add_argument("--show", action="store_true", help="on the present X display, not on one of its own")
     return parser.parse_args()
+
+
+def program(options, stage):
+    """The program to start: for what needs the tee shim a copy that has the shim beside it."""
+    built = options.program.resolve()
+    if options.scenario not in THROUGH_THE_SHIM:
+        return built
+    shim = options.tee_shim or built.parent / "tools/tee-shim/ffmpeg"
+    folder = stage.path("program")
+    folder.mkdir()
+    for file in (built, shim):
+        if not file.exists():
+            raise DemoError(f"{file} isn't built")
+        shutil.copy2(file, folder)
+    return folder / built.name
 
 
 def missing():
@@ -58,8 +78,6 @@ def main():
     if lacking := missing():
         print(f"demo: not installed here: {', '.join(lacking)}", file=sys.stderr)
         return NOT_INSTALLED
-    from scenarios import SCENARIOS
-
     options = arguments(SCENARIOS)
     folder = options.folder.resolve()
     folder.mkdir(parents=True, exist_ok=True)
@@ -67,7 +85,7 @@ def main():
         with Stage(options.show) as stage:
             from window import Window # it asks for the buses that now are there
             try:
-                window = Window(stage, options.program.resolve())
+                window = Window(stage, program(options, stage))
                 perform(window, SCENARIOS[options.scenario], folder, stage)
                 leave(window, stage)
             except DemoError as error:

@@ -68,12 +68,15 @@ class Stage:
         """What the process started as `name` has printed."""
         return self.path(name + ".log").read_text(encoding="utf-8", errors="replace")
 
-    def start(self, name, *command, environment=None, pass_fds=()):
-        """A process out of reach of the terminal's Ctrl-C, which dies with this one whatever happens."""
-        with open(self.path(name + ".log"), "wb") as log:
+    def start(self, name, *command, environment=None, output=None, pass_fds=()):
+        """A process out of reach of the terminal's Ctrl-C, which dies with this one whatever happens.
+
+        What it prints goes to its log; with `output`, a path, its standard output goes there instead.
+        """
+        with open(self.path(name + ".log"), "wb") as log, open(output or os.devnull, "wb") as file:
             process = subprocess.Popen(
                 ["setpriv", "--pdeathsig", "KILL", "--", *map(str, command)], stdin=subprocess.DEVNULL,
-                stdout=log, stderr=log, env=environment or self.environment, cwd=self.folder,
+                stdout=file if output else log, stderr=log, env=environment or self.environment, cwd=self.folder,
                 start_new_session=True, pass_fds=pass_fds)
         self._started.append(process)
         return process

@@ -65,7 +65,7 @@ class Window:
 
     def picture(self, path):
         """A screenshot, when what moves has come to rest."""
-        wait_for("the window to come to rest", self._at_rest)
+        wait_for("the window to come to rest", self._at_rest, 60) # two streams on air add four lines a second
         _run("import", "-window", str(self._id), str(path))
 
     # --- What is done
@@ -83,6 +83,19 @@ class Window:
 
     def key(self, name):
         _run("xdotool", "key", name)
+
+    def enter(self, field, text):
+        """Text into an empty field."""
+        self.click("text", field)
+        self.type(text)
+        wait_for(f"the text in “{field}”", lambda: self.text_of("text", field) == text)
+
+    def set_number(self, field, number):
+        box = ("spin button", re.escape(field))
+        self.click(*box, times=2) # the digits are one word: they are replaced
+        self.type(str(number))
+        self.key("Return")
+        wait_for(f"{number} in “{field}”", lambda: Atspi.Value.get_current_value(self.control(*box)) == number)
 
     def close(self):
         """What the closing button of a window manager does; returns the exit code."""
