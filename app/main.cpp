@@ -90,6 +90,7 @@ int main(int argc, char *argv[])
 
     QQmlApplicationEngine qmlEngine;
     qmlEngine.rootContext()->setContextProperty(u"engine"_s, &engine);
+    qmlEngine.rootContext()->setContextProperty(u"updater"_s, static_cast<QObject *>(nullptr));
     loadInterface(qmlEngine);
     if (qmlEngine.rootObjects().isEmpty())
         return -1;

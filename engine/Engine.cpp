@@ -1,6 +1,7 @@
 #include "engine/Engine.h"
 
 #include "builder/CommandBuilder.h"
+#include "engine/Advice.h"
 #include "engine/LogText.h"
 #include "engine/MetricsText.h"
 #include "engine/PipelineStore.h"
@@ -149,6 +150,23 @@ void Engine::evaluateKeepAwake()
         allowSleep();
         appendLog(u"no-sleep liberado (ocioso)"_s);
     }
+}
+
+// --- Advice
+
+QVariantMap Engine::bitrateAdvice(int width, int height, int fps) const
+{
+    return corvane::bitrateAdvice(width, height, fps);
+}
+
+QVariantMap Engine::srtParamAdvice(const QString &scenario) const
+{
+    return corvane::srtParamAdvice(scenario);
+}
+
+QVariantMap Engine::encoderAdvice(int width, int height, int fps) const
+{
+    return corvane::encoderAdvice(m_availableEncoders, width, height, fps);
 }
 
 // --- Log

@@ -80,10 +80,17 @@ public:
 
     /// One map per output, in list order: "index", "enabled", "kind", "url", "srtLatencyMs".
     Q_INVOKABLE QVariantList outputsView(const QString &id) const;
+
+    /// As the functions of the same names in Advice.h.
+    Q_INVOKABLE QVariantMap bitrateAdvice(int width, int height, int fps) const;
+    Q_INVOKABLE QVariantMap srtParamAdvice(const QString &scenario) const;
     Q_INVOKABLE void renamePipeline(const QString &id, const QString &name);
     Q_INVOKABLE void addSrtOutputFull(const QString &id, const QString &url, int latencyMs,
                                       const QString &passphrase, const QString &streamId, int oheadbw,
                                       int maxbw);
+
+    /// For the encoders that this machine's ffmpeg lists.
+    Q_INVOKABLE QVariantMap encoderAdvice(int width, int height, int fps) const;
 
     /// The command line as one unquoted text, always in the form for an ffmpeg without SRT of its own. A
     /// record that can't be built gives "(inválido: …)"; an unknown id an empty text.

@@ -2,6 +2,8 @@
 
 #include "builder/CommandBuilder.h"
 #include "engine/host/Capabilities.h"
+#include "pipeline/SrtTransmit.h"
+#include "pipeline/SrtlaLauncher.h"
 
 #include <QDateTime>
 #include <QTimer>
@@ -66,7 +68,47 @@ void Pipeline::start()
         return;
     }
 
+    startTransport();
     launchFfmpeg();
+}
+
+void Pipeline::startTransport()
+{
+    for (const OutputConfig &output : std::as_const(m_config.outputs)) {
+        if (!output.enabled)
+            continue;
+        if (output.kind == OutputKind::Srt && !m_ffmpegHasSrt)
+            startBridge(output, u"[srt] "_s);
+        else if (output.kind == OutputKind::Srtla && !m_srtla)
+            startLauncher(output);
+    }
+}
+
+void Pipeline::startBridge(const OutputConfig &output, const QString &prefix)
+{
+    auto *bridge = new SrtTransmit(output, this);
+    connect(bridge, &SrtTransmit::logLine, this,
+            [this, prefix](const QString &line) { Q_EMIT logLine(prefix + line); });
+    bridge->start();
+    m_srtBridges.append(bridge);
+}
+
+void Pipeline::startLauncher(const OutputConfig &output)
+{
+    // There is one launcher at most, and an automatic restart finds the stopped one: bonding comes back with
+    // the operator's stop and start.
+    m_srtla = new SrtlaLauncher(output, this);
+    connect(m_srtla, &SrtlaLauncher::logLine, this,
+            [this](const QString &line) { Q_EMIT logLine("[srtla] "_L1 + line); });
+    m_srtla->start();
+    if (m_ffmpegHasSrt)
+        return;
+
+    OutputConfig hop = output;
+    hop.kind = OutputKind::Srt;
+    hop.url = u"srt://127.0.0.1:%1"_s.arg(output.bondPort());
+    hop.passphrase.clear();
+    startBridge(hop, u"[srtla-bridge] "_s);
 }
 
 void Pipeline::launchFfmpeg()
@@ -121,6 +163,7 @@ void Pipeline::onStarted(const QProcess &ffmpeg)
 void Pipeline::onFinished(int exitCode, QProcess::ExitStatus exitStatus)
 {
     stopTimers();
+    stopTransport();
 
     if (m_qualityRestartPending) {
         m_qualityRestartPending = false;
@@ -188,7 +231,24 @@ void Pipeline::stop()
         m_process = nullptr;
     }
 
+    stopTransport();
+    if (m_srtla) {
+        m_srtla->deleteLater();
+        m_srtla = nullptr;
+    }
+    for (SrtTransmit *bridge : std::as_const(m_srtBridges))
+        bridge->deleteLater();
+    m_srtBridges.clear();
+
     setState(State::Stopped);
+}
+
+void Pipeline::stopTransport()
+{
+    if (m_srtla)
+        m_srtla->stop();
+    for (SrtTransmit *bridge : std::as_const(m_srtBridges))
+        bridge->stop();
 }
 
 void Pipeline::stopTimers()

@@ -13,12 +13,16 @@ class QTimer;
 
 namespace corvane {
 
+class SrtTransmit;
+class SrtlaLauncher;
+
 /// One transmission at run time: owns the one ffmpeg child, decides whether the transmission counts as up,
 /// and brings it back after a failure.
 ///
-/// Only ffmpeg is supervised, and outputs have no life of their own. The record is a copy; a run may write
-/// into it. A start in `Starting` or `Running` is refused without a word. All on the thread of the event
-/// loop; stop() and the destructor block it for up to 3 s while ffmpeg leaves.
+/// Only ffmpeg is supervised: transport children are started before it and stopped after it, and nothing
+/// watches them. Outputs have no life of their own. The record is a copy; a run may write into it. A start in
+/// `Starting` or `Running` is refused without a word. All on the thread of the event loop; stop() and the
+/// destructor block it for up to 3 s while ffmpeg leaves, then for up to 2 s for each transport child.
 class Pipeline : public QObject
 {
     Q_OBJECT
@@ -40,8 +44,8 @@ public:
     /// `Failed` with no retry. An ffmpeg that can't be launched leaves the state `Starting` until stop().
     void start();
 
-    /// Asks ffmpeg to leave with "q", waits for up to 3000 ms, then kills it. Forgets the restart history.
-    /// Safe in every state and safe to repeat.
+    /// Asks ffmpeg to leave with "q", waits for up to 3000 ms, then kills it; then stops the transport
+    /// children. Forgets the restart history. Safe in every state and safe to repeat.
     void stop();
 
     [[nodiscard]] const PipelineConfig &config() const { return m_config; }
@@ -62,10 +66,14 @@ Q_SIGNALS:
 
 private:
     void setState(State state);
+    void startTransport();
+    void startBridge(const OutputConfig &output, const QString &prefix);
+    void startLauncher(const OutputConfig &output);
     void launchFfmpeg();
     void onStarted(const QProcess &ffmpeg);
     void onFinished(int exitCode, QProcess::ExitStatus exitStatus);
     void stopTimers();
+    void stopTransport();
     void readStandardError(QProcess &ffmpeg);
     void checkForHang();
     void onQualityTick();
@@ -76,6 +84,8 @@ private:
     QString m_ffmpegPath;
     bool m_ffmpegHasSrt;
     QProcess *m_process = nullptr;
+    SrtlaLauncher *m_srtla = nullptr;  ///< the one of this pipeline; stopped or not, until stop()
+    QList<SrtTransmit *> m_srtBridges; ///< every one made since the last stop()
     RestartGate m_gate;
     bool m_stopRequested = false;
     qint64 m_startedAtMs = 0;

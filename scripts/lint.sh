@@ -46,11 +46,14 @@ qml() {
     git ls-files '*.qml' | xargs /usr/lib/qt6/bin/qmllint -I build/lint --unqualified disable
 }
 
+python_checked() { git ls-files -co --exclude-standard -- '*.py' | xargs pyflakes3; }
+
 formatted() { sources | xargs clang-format --dry-run -Werror; }
 scripts_checked() { git ls-files -co --exclude-standard -- dev '*.sh' .ci/run | xargs shellcheck; }
 
 check "clang-format" formatted
 check "shellcheck" scripts_checked
+check "pyflakes" python_checked
 check "folder dependencies" scripts/check-arrows.py
 check "clang-tidy" tidy "${1:-}"
 check "qmllint" qml

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QStringList>
 #include <QtGlobal>
 
 /// What tests ask of the system about processes.
@@ -25,6 +26,9 @@ void killProcess(qint64 pid);
 
 /// Children of this process, those that have ended and aren't reaped included.
 [[nodiscard]] QList<qint64> childProcesses();
+
+/// Program and arguments of `pid`; empty if there is no such process, or if it has ended.
+[[nodiscard]] QStringList processCommand(qint64 pid);
 
 /// Number of this process's open file descriptors.
 [[nodiscard]] qsizetype openDescriptors();

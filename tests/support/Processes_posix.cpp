@@ -55,6 +55,17 @@ QList<qint64> childProcesses()
     return children;
 }
 
+QStringList processCommand(qint64 pid)
+{
+    QFile file(u"/proc/%1/cmdline"_s.arg(pid));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    // Each argument is ended by a zero byte.
+    QStringList command = QString::fromUtf8(file.readAll()).split(u'\0');
+    command.removeLast();
+    return command;
+}
+
 qsizetype openDescriptors()
 {
     return QDir(u"/proc/self/fd"_s).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();

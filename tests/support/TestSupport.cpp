@@ -17,6 +17,16 @@ QString fakeFfmpeg()
     return QStringLiteral(CORVANE_FAKE_FFMPEG);
 }
 
+QString fakeTransport()
+{
+    return QStringLiteral(CORVANE_FAKE_TRANSPORT);
+}
+
+QString srtlaRelay()
+{
+    return QStringLiteral(CORVANE_SRTLA_RELAY);
+}
+
 QString corvaneProgram()
 {
     return QStringLiteral(CORVANE_PROGRAM);

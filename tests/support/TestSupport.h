@@ -11,6 +11,8 @@
 namespace corvane::test {
 
 [[nodiscard]] QString fakeFfmpeg();     ///< path of tests/support/fake_ffmpeg
+[[nodiscard]] QString fakeTransport();  ///< path of tests/support/fake_transport
+[[nodiscard]] QString srtlaRelay();     ///< path of tests/support/srtla_relay
 [[nodiscard]] QString corvaneProgram(); ///< path of the built program
 
 /// Percent-encodes `bytes` as an argument of a step of fake_ffmpeg.

@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QStandardPaths>
 
 namespace corvane::test {
 
@@ -55,11 +56,33 @@ QString ToolPath::addUnstartable(const QString &name)
     return path;
 }
 
+QString ToolPath::addScript(const QString &name, const QByteArray &script)
+{
+    QString path = filePath(name);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write("#!/bin/sh\n" + script) < 0)
+        return {};
+    file.close();
+    file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser);
+    return path;
+}
+
+QString ToolPath::addMachineTool(const QString &name)
+{
+    const QString source = machineTool(name);
+    return source.isEmpty() ? QString() : addCopy(name, source);
+}
+
 QString ToolPath::addFakeFfmpeg(const QByteArray &encoders, const QByteArray &protocols)
 {
     qputenv("FAKE_FFMPEG_ENCODERS", encoders);
     qputenv("FAKE_FFMPEG_PROTOCOLS", protocols);
     return addCopy(u"ffmpeg"_s, fakeFfmpeg());
+}
+
+QString machineTool(const QString &name)
+{
+    return QStandardPaths::findExecutable(name, {u"/usr/bin"_s, u"/usr/local/bin"_s, u"/opt/homebrew/bin"_s});
 }
 
 } // namespace corvane::test

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/SettingsSandbox.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QTemporaryDir>
@@ -8,6 +10,7 @@ namespace corvane::test {
 
 /// A fresh directory that is the whole `PATH` of this process while the object lives. Tools are found only if
 /// a test has put them there, or if the machine has them in one of the fixed places that come before `PATH`.
+/// The settings are the test's own too, so an Engine made meanwhile starts with no pipelines.
 class ToolPath
 {
 public:
@@ -22,14 +25,24 @@ public:
     /// A file called `name` with execute permission that no system can start.
     QString addUnstartable(const QString &name);
 
+    /// An executable script of the shell, for systems that have one.
+    QString addScript(const QString &name, const QByteArray &script);
+
+    /// The machine's own `name` by that name; empty if there is none.
+    QString addMachineTool(const QString &name);
+
     /// fake_ffmpeg as "ffmpeg". It answers -encoders and -protocols with these bytes.
     QString addFakeFfmpeg(const QByteArray &encoders = {}, const QByteArray &protocols = {});
 
     [[nodiscard]] QString filePath(const QString &name) const { return m_dir.filePath(name); }
 
 private:
+    SettingsSandbox m_settings;
     QTemporaryDir m_dir;
     QByteArray m_formerPath;
 };
+
+/// Where the machine has `name` installed, whatever `PATH` a test has set; empty if it hasn't.
+[[nodiscard]] QString machineTool(const QString &name);
 
 } // namespace corvane::test

@@ -20,6 +20,7 @@
 //   args=PATH         write the arguments to PATH, one to a line
 //   append=PATH       append the process id to PATH, as one line
 //   clock=PATH        append the time to PATH, as one line: microseconds since the Unix epoch
+//   death=PATH        append "ffmpeg" and the time to PATH when leaving
 //   once=PATH         if PATH exists, skip to the step after "end"; else make it and go on
 //   end               see once
 //
@@ -27,10 +28,11 @@
 // environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead, FAKE_FFMPEG_PROBE=exit1 answers with
 // code 1.
 
+#include "tests/support/FakeChild.h"
+
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -40,14 +42,7 @@
 #include <thread>
 #include <vector>
 
-#ifdef _WIN32
-#include <fcntl.h>
-#include <io.h>
-#include <process.h>
-#else
-#include <sys/resource.h>
-#include <unistd.h>
-#endif
+using namespace corvane::fake;
 
 namespace {
 
@@ -58,9 +53,12 @@ bool inputClosed = false;
 bool ignoreQuit = false;
 int quitCode = 0;
 std::ofstream inputCopy;
+std::string deathPath;
 
-void leave(int code)
+[[noreturn]] void leave(int code)
 {
+    if (!deathPath.empty())
+        appendLine(deathPath, "ffmpeg " + std::to_string(clockMicroseconds()));
     std::fflush(stdout); // not every stream: the thread that waits in standard input holds its lock
     std::_Exit(code);
 }
@@ -92,26 +90,6 @@ void waitFor(long long ms)
         leave(quitAsked && !ignoreQuit ? quitCode : 0);
 }
 
-std::string decoded(std::string_view text)
-{
-    std::string bytes;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size()) {
-            bytes += static_cast<char>(std::stoi(std::string(text.substr(i + 1, 2)), nullptr, 16));
-            i += 2;
-        } else {
-            bytes += text[i];
-        }
-    }
-    return bytes;
-}
-
-void writeAll(std::FILE *stream, const std::string &bytes)
-{
-    std::fwrite(bytes.data(), 1, bytes.size(), stream);
-    std::fflush(stream);
-}
-
 std::string progressLine(long frame, long dropped, char end)
 {
     char line[200];
@@ -120,43 +98,6 @@ std::string progressLine(long frame, long dropped, char end)
                   "speed=   1x %c",
                   frame, frame * 25, static_cast<double>(frame) / 30, dropped, end);
     return line;
-}
-
-void crash()
-{
-#ifndef _WIN32
-    const rlimit noCore{0, 0};
-    setrlimit(RLIMIT_CORE, &noCore);
-#endif
-    std::signal(SIGSEGV, SIG_DFL);
-    std::raise(SIGSEGV);
-}
-
-long processId()
-{
-#ifdef _WIN32
-    return _getpid();
-#else
-    return getpid();
-#endif
-}
-
-long long microsecondsSinceEpoch()
-{
-    const auto time = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
-}
-
-std::vector<std::string> split(const std::string &text, char separator)
-{
-    std::vector<std::string> parts;
-    std::size_t from = 0;
-    while (from <= text.size()) {
-        const std::size_t to = std::min(text.find(separator, from), text.size());
-        parts.push_back(text.substr(from, to - from));
-        from = to + 1;
-    }
-    return parts;
 }
 
 int answerProbe(const char *variable)
@@ -212,16 +153,17 @@ void runSteps(const std::vector<std::string> &steps, const std::vector<std::stri
             for (long line = 1; line <= count; ++line)
                 writeAll(stderr, "[fake @ 0x1] warning number " + std::to_string(line) + " of a flood\n");
         } else if (name == "args") {
-            std::ofstream file(value, std::ios::binary | std::ios::trunc);
-            for (const std::string &argument : arguments)
-                file << argument << '\n';
+            writeLines(value, arguments);
         } else if (name == "input") {
             const std::lock_guard lock(mutex);
             inputCopy.open(value, std::ios::binary | std::ios::app);
         } else if (name == "append") {
-            std::ofstream(value, std::ios::binary | std::ios::app) << processId() << '\n';
+            appendLine(value, std::to_string(processId()));
         } else if (name == "clock") {
-            std::ofstream(value, std::ios::binary | std::ios::app) << microsecondsSinceEpoch() << '\n';
+            appendLine(value, std::to_string(clockMicroseconds()));
+        } else if (name == "death") {
+            const std::lock_guard lock(mutex);
+            deathPath = value;
         } else if (name == "once") {
             if (std::ifstream(value).good()) {
                 step = std::find(step, steps.end(), "end");
@@ -241,10 +183,7 @@ void runSteps(const std::vector<std::string> &steps, const std::vector<std::stri
 
 int main(int argc, char *argv[])
 {
-#ifdef _WIN32
-    _setmode(_fileno(stderr), _O_BINARY);
-    _setmode(_fileno(stdout), _O_BINARY);
-#endif
+    useBinaryStreams();
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     for (const std::string &argument : arguments) {
         if (argument == "-encoders")

@@ -1,0 +1,82 @@
+#!/usr/bin/python3
+"""Shows CORVANE at work: the built program, operated through its window from outside as a person would.
+
+Leaves pictures, the log and what was received in a folder. Exit code 0 only if every step worked,
+77 if something that it needs isn't installed.
+"""
+import argparse
+import importlib.util
+import pathlib
+import shutil
+import sys
+
+from stage import DemoError, Stage
+
+PROGRAMS = ("Xvfb", "dbus-daemon", "dbus-send", "ffmpeg", "ffprobe", "import", "/usr/sbin/nginx", "setpriv", "xdotool")
+MODULES = ("gi", "Xlib")
+NOT_INSTALLED = 77
+
+
+def arguments(scenarios):
+    parser = argparse.ArgumentParser(prog="demo", description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("program", type=pathlib.Path, help="the built corvane")
+    parser.add_argument("folder", type=pathlib.Path, help="where the results go")
+    parser.add_argument("scenario", nargs="?", choices=scenarios, default="rtmp")
+    parser.add_argument("--show", action="store_true", help="on the present X display, not on one of its own")
+    return parser.parse_args()
+
+
+def missing():
+    return [name for name in PROGRAMS if not shutil.which(name)] + \
+           [name for name in MODULES if not importlib.util.find_spec(name)]
+
+
+def perform(window, scenario, folder, stage):
+    """The scenario; whatever comes of it, the log, and after a failure how the window looked."""
+    log = folder / "log.txt"
+    try:
+        scenario(stage, window, folder)
+    except DemoError:
+        if window.process.poll() is None:
+            window.picture(folder / "failed.png")
+            log.write_text(window.text_of("text", "Log"), encoding="utf-8")
+        raise
+    log.write_text(window.text_of("text", "Log"), encoding="utf-8")
+
+
+def leave(window, stage):
+    exit_code = window.close()
+    if exit_code != 0:
+        raise DemoError(f"corvane left with {exit_code}")
+    if not (stage.path("runtime") / ".cleanexit").exists():
+        raise DemoError("there is no mark of a clean exit")
+    print("exit      0, with its mark")
+
+
+def main():
+    if lacking := missing():
+        print(f"demo: not installed here: {', '.join(lacking)}", file=sys.stderr)
+        return NOT_INSTALLED
+    from scenarios import SCENARIOS
+
+    options = arguments(SCENARIOS)
+    folder = options.folder.resolve()
+    folder.mkdir(parents=True, exist_ok=True)
+    try:
+        with Stage(options.show) as stage:
+            from window import Window # it asks for the buses that now are there
+            try:
+                window = Window(stage, options.program.resolve())
+                perform(window, SCENARIOS[options.scenario], folder, stage)
+                leave(window, stage)
+            except DemoError as error:
+                raise DemoError(f"{error}\ncorvane printed:\n{stage.log_of('corvane')}") from error
+    except DemoError as error:
+        print(f"demo: {error}", file=sys.stderr)
+        return 1
+    print(f"files     {options.folder}/: {', '.join(sorted(file.name for file in folder.iterdir()))}")
+    return 0
+
+
+sys.exit(main())

@@ -1,0 +1,134 @@
+"""The window of CORVANE from outside: controls by their accessible names, mouse, keyboard, pictures."""
+import re
+import subprocess
+import time
+
+import gi
+from Xlib import X, display
+from Xlib.protocol import event
+
+from stage import DemoError, wait_for
+
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi, GLib  # noqa: E402 (the version comes first)
+
+TITLE = "CORVANE"
+
+
+def _run(*command):
+    done = subprocess.run(command, capture_output=True, text=True, check=False)
+    if done.returncode != 0:
+        raise DemoError(f"{' '.join(command)}: {done.stderr.strip()}")
+    return done.stdout
+
+
+class Window:
+    """The program's window. Every operation waits for its control and fails with DemoError if there is none."""
+
+    def __init__(self, stage, program):
+        self.process = stage.start("corvane", program)
+        self._application = wait_for("the program on the accessibility bus", self._find_application, 60)
+        # Everything is asked anew: no signals are listened to that would refresh a copy.
+        self._application.set_cache_mask(Atspi.Cache.NONE)
+        self._id = wait_for("the window", self._find_window)
+        self._display = display.Display()
+        self._drawable = self._display.create_resource_object("window", self._id)
+        # What a window manager does, where there is one.
+        _run("xdotool", "windowfocus", "--sync", str(self._id))
+
+    # --- What is seen
+
+    def find(self, role, name):
+        """The control in view with this role and a name that the pattern matches whole, or None."""
+        self._still_running()
+        pattern = re.compile(name)
+        unseen = [self._application]
+        while unseen:
+            node = unseen.pop()
+            try:
+                states = node.get_state_set()
+                if node is not self._application and not states.contains(Atspi.StateType.SHOWING):
+                    continue
+                if node.get_role_name() == role and pattern.fullmatch(node.get_name()):
+                    return node
+                unseen += [node.get_child_at_index(i) for i in range(node.get_child_count())]
+            except (GLib.Error, AttributeError):
+                continue # rows come and go while they are looked at
+        return None
+
+    def control(self, role, name):
+        return wait_for(f"the {role} “{name}”", lambda: self.find(role, name))
+
+    def text_of(self, role, name):
+        text = Atspi.Text.get_text(self.control(role, name), 0, -1)
+        return text.replace("\u2029", "\n").replace("\u2028", "\n") # how Qt separates lines here
+
+    def picture(self, path):
+        """A screenshot, when what moves has come to rest."""
+        wait_for("the window to come to rest", self._at_rest)
+        _run("import", "-window", str(self._id), str(path))
+
+    # --- What is done
+
+    def press(self, role, name):
+        wait_for(f"the {role} “{name}” to be pressed", lambda: self._pressed(self.control(role, name)))
+
+    def click(self, role, name, times=1):
+        box = self.control(role, name).get_extents(Atspi.CoordType.SCREEN)
+        _run("xdotool", "mousemove", str(box.x + box.width // 2), str(box.y + box.height // 2),
+             "click", "--repeat", str(times), "--delay", "80", "1")
+
+    def type(self, text):
+        _run("xdotool", "type", "--delay", "10", text)
+
+    def key(self, name):
+        _run("xdotool", "key", name)
+
+    def close(self):
+        """What the closing button of a window manager does; returns the exit code."""
+        message = event.ClientMessage(
+            window=self._id, client_type=self._display.intern_atom("WM_PROTOCOLS"),
+            data=(32, [self._display.intern_atom("WM_DELETE_WINDOW"), X.CurrentTime, 0, 0, 0]))
+        self._drawable.send_event(message)
+        self._display.sync()
+        wait_for("corvane to leave", lambda: self.process.poll() is not None)
+        return self.process.returncode
+
+    # ---
+
+    @staticmethod
+    def _pressed(node):
+        try:
+            actions = [node.get_action_name(i).lower() for i in range(node.get_n_actions())]
+            return "press" in actions and node.do_action(actions.index("press"))
+        except GLib.Error:
+            return False # gone in the meantime
+
+    def _still_running(self):
+        if self.process.poll() is not None:
+            raise DemoError(f"corvane has ended with {self.process.returncode}")
+
+    def _at_rest(self):
+        before = self._pixels()
+        time.sleep(0.2)
+        after = self._pixels()
+        return before == after and after.count(after[:4]) * 4 != len(after) # one colour: not yet painted
+
+    def _pixels(self):
+        size = self._drawable.get_geometry()
+        return self._drawable.get_image(0, 0, size.width, size.height, X.ZPixmap, 0xffffffff).data
+
+    def _find_application(self):
+        self._still_running()
+        desktop = Atspi.get_desktop(0)
+        desktop.clear_cache()
+        for child in (desktop.get_child_at_index(i) for i in range(desktop.get_child_count())):
+            if child and child.get_process_id() == self.process.pid:
+                return child
+        return None
+
+    def _find_window(self):
+        search = ["xdotool", "search", "--all", "--onlyvisible", "--pid", str(self.process.pid),
+                  "--name", f"^{TITLE}$"]
+        found = subprocess.run(search, capture_output=True, text=True, check=False).stdout.split()
+        return int(found[0]) if found else None

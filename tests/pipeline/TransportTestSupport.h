@@ -1,0 +1,45 @@
+#pragma once
+
+#include "pipeline/Pipeline.h"
+#include "tests/support/TestSupport.h"
+#include "tests/support/ToolPath.h"
+
+#include <QStringList>
+
+namespace corvane::test {
+
+/// A plain SRT output to 127.0.0.1:9000.
+[[nodiscard]] OutputConfig srtOutput(int localPort);
+
+/// A bonded output to 127.0.0.1:5000.
+[[nodiscard]] OutputConfig bondedOutput(int localPort, int localPort2);
+
+/// These outputs, and behind them the RTMP output that tells fake_ffmpeg its steps.
+[[nodiscard]] PipelineConfig transportConfig(const QList<OutputConfig> &outputs, const QString &ffmpegSteps);
+
+/// Both transport tools as fake_transport, and what becomes of their processes. While the object lives,
+/// children whose arguments name no steps take those given here, after they have written down their ids.
+class TransportTools
+{
+public:
+    explicit TransportTools(const QString &steps = {});
+    ~TransportTools();
+
+    [[nodiscard]] QStringList started() const; ///< names of the tools, one for each process so far
+    [[nodiscard]] QList<qint64> pids() const;  ///< in the order of their starts
+    [[nodiscard]] qint64 pidOf(const QString &tool) const; ///< of the one that started first
+    [[nodiscard]] QStringList deaths() const; ///< "name first-argument time" in the order of their ends
+
+    /// The step by which fake_ffmpeg writes its end into the same file.
+    [[nodiscard]] QString deathStep() const;
+
+    [[nodiscard]] QString filePath(const QString &name) const { return m_path.filePath(name); }
+
+private:
+    ToolPath m_path;
+};
+
+/// The log lines of a start that name a transport command: those of transport tools, with their prefixes.
+[[nodiscard]] QStringList transportCommands(const Recorder &recorder);
+
+} // namespace corvane::test

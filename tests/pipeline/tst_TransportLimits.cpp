@@ -1,0 +1,108 @@
+#include "pipeline/Pipeline.h"
+#include "pipeline/SrtTransmit.h"
+#include "pipeline/SrtlaLauncher.h"
+#include "tests/pipeline/TransportTestSupport.h"
+#include "tests/support/Processes.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace corvane;
+using namespace corvane::test;
+
+namespace {
+
+template <class T>
+qsizetype owned(const Pipeline &pipeline)
+{
+    return pipeline.findChildren<T *>(Qt::FindDirectChildrenOnly).size();
+}
+
+PipelineConfig failingConfig(int restarts)
+{
+    // The bridges have a moment to come up before their encoder goes.
+    PipelineConfig config =
+        transportConfig({bondedOutput(8910, 8911), srtOutput(8900)}, u"pause=10,exit=3"_s);
+    config.restart.initialBackoffMs = 0;
+    config.restart.maxRestartsInWindow = restarts;
+    config.restart.windowSec = 3600;
+    return config;
+}
+
+void runIntoOpenCircuit(Pipeline &pipeline)
+{
+    const Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"circuit circuit breaker"_s); }, 90000));
+}
+
+} // namespace
+
+/// How long a stop may take, and how much may be kept.
+class tst_TransportLimits : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void childrenThatIgnoreEverything();
+    void hundredRestarts();
+};
+
+void tst_TransportLimits::childrenThatIgnoreEverything()
+{
+    const TransportTools tools(u"ignore-term"_s);
+    Pipeline pipeline(
+        transportConfig({srtOutput(8900), bondedOutput(8910, 8911), srtOutput(8930)}, u"ignore-q,progress"_s),
+        fakeFfmpeg(), false);
+    const Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(
+        waitUntil([&] { return tools.started().size() == 4 && recorder.containsPart(u"stats frame="_s); }));
+
+    QElapsedTimer timer;
+    timer.start();
+    pipeline.stop();
+
+    const qint64 limits = 3000 + 4 * 2000; // ffmpeg, the launcher, three bridges
+    QCOMPARE_GE(timer.elapsed(), limits);
+    QCOMPARE_LT(timer.elapsed(), limits + 3000);
+    QVERIFY(waitUntil([] { return childProcesses().isEmpty(); }));
+}
+
+void tst_TransportLimits::hundredRestarts()
+{
+    const TransportTools tools;
+    { // what is made once for a process is there from here on
+        Pipeline pipeline(failingConfig(2), fakeFfmpeg(), false);
+        runIntoOpenCircuit(pipeline);
+    }
+    const qsizetype descriptors = openDescriptors();
+
+    {
+        Pipeline pipeline(failingConfig(100), fakeFfmpeg(), false);
+        runIntoOpenCircuit(pipeline);
+
+        // 101 runs: the stopped bridges and the encoders' dead processes are kept, the launcher once.
+        QCOMPARE(owned<SrtTransmit>(pipeline), 102);
+        QCOMPARE(owned<QProcess>(pipeline), 101);
+        QCOMPARE(owned<SrtlaLauncher>(pipeline), 1);
+        QCOMPARE(owned<QTimer>(pipeline), 2);
+        QCOMPARE(pipeline.children().size(), 102 + 101 + 1 + 2);
+        QCOMPARE(childProcesses(), QList<qint64>());
+        QCOMPARE(openDescriptors(), descriptors);
+
+        pipeline.stop();
+        QVERIFY(waitUntil([&] { return owned<SrtTransmit>(pipeline) == 0; }));
+        QCOMPARE(owned<SrtlaLauncher>(pipeline), 0);
+        // The encoders' processes of earlier runs go with the pipeline.
+        QCOMPARE(owned<QProcess>(pipeline), 100);
+        QCOMPARE(openDescriptors(), descriptors);
+    }
+    QCOMPARE(openDescriptors(), descriptors);
+    QCOMPARE(childProcesses(), QList<qint64>());
+}
+
+QTEST_GUILESS_MAIN(tst_TransportLimits)
+#include "tst_TransportLimits.moc"
