@@ -64,10 +64,18 @@ ApplicationWindow {
     // --- What repeats
 
     // Texts stand as they are written: some versions of the style would set them in capitals.
+    // The space bar presses them by itself, Return in later versions only.
     component TextButton: Button {
+        function press(event) {
+            if (!event.isAutoRepeat)
+                clicked()
+        }
+
         font.capitalization: Font.MixedCase
         Accessible.name: text
         Accessible.onPressAction: clicked()
+        Keys.onReturnPressed: event => press(event)
+        Keys.onEnterPressed: event => press(event)
     }
 
     component FlatButton: TextButton {
@@ -120,6 +128,15 @@ ApplicationWindow {
         radius: size / 2
     }
 
+    // For what the style shows no focus of.
+    component FocusFrame: Rectangle {
+        anchors.fill: parent
+        z: 1
+        color: "transparent"
+        border.color: theme.accent
+        border.width: 1
+    }
+
     component StatusChip: Row {
         id: chip
 
@@ -152,7 +169,31 @@ ApplicationWindow {
         default property alias content: pane.contentData
         readonly property real layoutWidth: pane.width - 32
 
+        function holds(item) {
+            return item !== null && (item === pane || holds(item.parent))
+        }
+
+        function reveal(control) {
+            const flickable = page.contentItem as Flickable
+            const top = control.mapToItem(pane, 0, 0).y
+            const lowest = top - 8
+            const highest = top + control.height + 8 - flickable.height
+            const wanted = Math.min(Math.max(flickable.contentY, highest), lowest)
+            flickable.contentY = Math.max(0, Math.min(wanted, flickable.contentHeight - flickable.height))
+        }
+
         contentWidth: availableWidth
+
+        // The keyboard reaches controls that the page has scrolled out of sight.
+        Connections {
+            target: win
+
+            function onActiveFocusControlChanged() {
+                const control = win.activeFocusControl
+                if (page.holds(control) && [Qt.TabFocusReason, Qt.BacktabFocusReason].includes(control.focusReason))
+                    page.reveal(control)
+            }
+        }
 
         Pane {
             id: pane
@@ -383,13 +424,31 @@ ApplicationWindow {
                     ListView {
                         id: pipelineList
                         objectName: "pipelineList"
+
+                        function selectBeside(step) {
+                            const rows = win.pipelineRows
+                            const at = rows.findIndex(row => row.id === win.selectedId)
+                            const next = at < 0 ? 0 : Math.max(0, Math.min(at + step, rows.length - 1))
+                            win.selectedId = rows[next].id
+                            positionViewAtIndex(next, ListView.Contain)
+                        }
+
                         clip: true
                         model: engine.pipelines
+                        activeFocusOnTab: count > 0
                         Layout.fillWidth: true
                         Layout.fillHeight: true
                         Accessible.role: Accessible.List
                         Accessible.name: "Streams"
+                        Keys.onUpPressed: selectBeside(-1)
+                        Keys.onDownPressed: selectBeside(1)
                         ScrollBar.vertical: ScrollBar {}
+
+                        FocusFrame {
+                            objectName: "pipelineListFocus"
+                            parent: pipelineList
+                            visible: pipelineList.activeFocus
+                        }
 
                         // Built anew at every change of the list: what a row doesn't show it doesn't make.
                         delegate: Rectangle {
@@ -1465,6 +1524,11 @@ ApplicationWindow {
                                         text: win.selectedId !== "" ? engine.previewCommand(win.selectedId) : ""
                                         Accessible.name: "Comando ffmpeg"
                                     }
+
+                                    FocusFrame {
+                                        objectName: "previewFocus"
+                                        visible: previewText.activeFocus
+                                    }
                                 }
 
                                 RowLayout {
@@ -1571,6 +1635,12 @@ ApplicationWindow {
                     contentWidth: availableWidth
                     Layout.fillWidth: true
                     Layout.fillHeight: true
+
+                    FocusFrame {
+                        objectName: "logFocus"
+                        parent: logScroll
+                        visible: logArea.activeFocus
+                    }
 
                     TextArea {
                         id: logArea

@@ -125,17 +125,20 @@ void tst_SrtOutput::wrongStreamIdIsTurnedAway()
 void tst_SrtOutput::latency_data()
 {
     QTest::addColumn<SrtPath>("path");
+    QTest::addColumn<QString>("query");
     QTest::addColumn<int>("agreedMs");
 
     // The same number goes out on both ways. The bridge counts milliseconds, ffmpeg microseconds, and SRT's
     // own 120 ms are the least on which the two ends agree.
-    QTest::newRow("bridge counts milliseconds") << SrtPath::Bridge << 400;
-    QTest::newRow("ffmpeg counts microseconds") << SrtPath::Direct << 120;
+    QTest::newRow("bridge counts milliseconds") << SrtPath::Bridge << QString() << 400;
+    QTest::newRow("ffmpeg counts microseconds") << SrtPath::Direct << QString() << 120;
+    QTest::newRow("microseconds in the URL come first") << SrtPath::Direct << u"?latency=300000"_s << 300;
 }
 
 void tst_SrtOutput::latency()
 {
     QFETCH(const SrtPath, path);
+    QFETCH(const QString, query);
     QFETCH(const int, agreedMs);
     const SrtListener::Demands demands{{}, u"x"_s};
     if (!srtListenerAvailable(demands))
@@ -143,12 +146,14 @@ void tst_SrtOutput::latency()
     SrtListener listener;
     QVERIFY2(listener.start(demands), qPrintable(listener.error()));
     OnAir air(path);
-    air.engine().addSrtOutputFull(air.id(), listener.url(), 400, QString(), u"x"_s, 25, -1);
+    air.engine().addSrtOutputFull(air.id(), listener.url() + query, 400, QString(), u"x"_s, 25, -1);
 
     air.start();
     QVERIFY(waitUntil([&] { return listener.said().contains("accepted"_L1); }));
 
-    QVERIFY(!air.linesWith(listener.url() + "?latency=400&streamid=x"_L1).isEmpty());
+    const QString target =
+        listener.url() + query + (query.isEmpty() ? u'?' : u'&') + "latency=400&streamid=x"_L1;
+    QVERIFY(!air.linesWith(target).isEmpty());
     QCOMPARE(listener.said(), u"accepted x, latency %1\n"_s.arg(agreedMs));
 }
 

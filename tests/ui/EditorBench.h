@@ -1,0 +1,59 @@
+#pragma once
+
+#include "tests/ui/Interface.h"
+
+#include <QSignalSpy>
+
+namespace corvane::test {
+
+/// The fields of a record, one "name value" each, in a fixed order; outputs as "outputs[0].url …".
+[[nodiscard]] QStringList fieldsOf(const PipelineConfig &config);
+
+/// What the window does to one record from construction on.
+class RecordWatch
+{
+public:
+    RecordWatch(Interface &ui, QString id);
+
+    /// The fields whose value isn't that of the beginning, as fieldsOf() writes them, and "- …" for those
+    /// gone.
+    [[nodiscard]] QStringList changes() const;
+    /// Number of edits that reached the Engine, those without effect included. For stopped pipelines.
+    [[nodiscard]] qsizetype edits() const { return m_edits.count(); }
+    void restart(); ///< the record as it is now is the beginning
+
+private:
+    Interface &m_ui;
+    QString m_id;
+    QStringList m_before;
+    QSignalSpy m_edits;
+};
+
+/// The window with the editor open, and what one does with the editor's controls.
+class EditorBench : public Interface
+{
+public:
+    using Interface::Interface;
+
+    /// Adds and selects a pipeline in whose record no field has the value that the editor starts with.
+    QString addUnusual();
+    void removeAll();               ///< through the Engine; the selection stays as it is
+    void select(const QString &id); ///< clicks its row in the list
+
+    /// A property of the item called `name`; grouped ones as "up.pressed", attached ones as
+    /// "Accessible.name".
+    [[nodiscard]] QVariant value(const QString &name, const QString &property) const;
+    static QVariant valueOf(QObject *object, const QString &property);
+    [[nodiscard]] QString text(const QString &name) const
+    {
+        return value(name, QStringLiteral("text")).toString();
+    }
+    [[nodiscard]] bool isShown(const QString &name) const; ///< it and all above it are visible
+
+    void step(const QString &spinBox, bool up); ///< clicks one of its two buttons
+    void hover(QQuickItem *item);
+    void settle(); ///< waits until a frame has been shown, and with it every layout has been done
+    void paste(const QString &text);
+};
+
+} // namespace corvane::test
