@@ -38,8 +38,9 @@ void install(const QString &crashDir)
     const QByteArray directory = crashDir.toUtf8();
     copyPath(CrashReport::crashDir, directory);
 
-    copyPath(CrashReport::runningPath, directory + "/.running");
-    abnormal = CrashReport::exists(CrashReport::runningPath);
+    const QByteArray running = directory + "/.running";
+    abnormal = CrashReport::exists(running.constData());
+    copyPath(CrashReport::runningPath, running);
     copyPath(CrashReport::crashLogPath, timedPath(directory, ".log"));
     copyPath(CrashReport::crashDumpPath, timedPath(directory, ".dmp"));
 
