@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <initializer_list>
 
 namespace corvane::CrashReport {
 
@@ -25,12 +26,12 @@ void put(int file, const char *text)
     write(file, text, lengthOf(text));
 }
 
-/// " sig=" and the number, formatted without stdio into a buffer on the stack.
+/// " sig=" and the number, formatted without stdio; 16 bytes hold any number.
 void putSignal(int file, int signal)
 {
     char buffer[16];
-    char *at = buffer + sizeof buffer - 1;
-    *at = '\0';
+    char *const end = buffer + sizeof buffer;
+    char *at = end;
     unsigned rest = signal < 0 ? 0U - static_cast<unsigned>(signal) : static_cast<unsigned>(signal);
     do {
         *--at = static_cast<char>('0' + rest % 10);
@@ -38,8 +39,9 @@ void putSignal(int file, int signal)
     } while (rest != 0);
     if (signal < 0)
         *--at = '-';
-    put(file, " sig=");
-    put(file, at);
+    for (const char letter : {'=', 'g', 'i', 's', ' '})
+        *--at = letter;
+    write(file, at, static_cast<std::size_t>(end - at));
 }
 
 } // namespace
