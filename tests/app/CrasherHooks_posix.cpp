@@ -59,7 +59,7 @@ void limitResources()
     setrlimit(RLIMIT_CORE, &noCore);
     rlimit stack{};
     getrlimit(RLIMIT_STACK, &stack);
-    stack.rlim_cur = 1024 * 1024;
+    stack.rlim_cur = 1U << 20U;
     setrlimit(RLIMIT_STACK, &stack);
 }
 
