@@ -1,10 +1,10 @@
+#include "app/CrashGuard.h"
 #include "app/SafeApp.h"
 #include "app/ScanOptions.h"
 #include "engine/Engine.h"
 #include "engine/host/Capabilities.h"
 
 #include <QDateTime>
-#include <QDir>
 #include <QFile>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
@@ -39,7 +39,7 @@ void writeHeartbeat(const QString &path)
 }
 
 /// An empty file: the mark of an orderly exit.
-void markCleanExit(const QString &path)
+void leaveCleanExitMark(const QString &path)
 {
     QFile file(path);
     if (file.open(QIODevice::WriteOnly))
@@ -71,7 +71,11 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVANE_VERSION));
 
     const QString runtimeDir = runtimeDirectory();
-    QDir().mkpath(runtimeDir + "/crashes"_L1);
+    corvane::CrashGuard::install(runtimeDir + "/crashes"_L1);
+    if (corvane::CrashGuard::previousRunAbnormal()) {
+        qWarning("Execução anterior terminou de forma anormal (crash/kill). Logs em %s/crashes",
+                 runtimeDir.toLocal8Bit().constData());
+    }
 
     const QString heartbeatPath = runtimeDir + "/.heartbeat"_L1;
     QTimer heartbeatTimer;
@@ -92,6 +96,7 @@ int main(int argc, char *argv[])
         return -1;
 
     const int exitCode = QGuiApplication::exec();
-    markCleanExit(runtimeDir + "/.cleanexit"_L1);
+    corvane::CrashGuard::markCleanExit();
+    leaveCleanExitMark(runtimeDir + "/.cleanexit"_L1);
     return exitCode;
 }

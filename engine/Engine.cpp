@@ -3,9 +3,12 @@
 #include "builder/CommandBuilder.h"
 #include "engine/Advice.h"
 #include "engine/LogText.h"
+#include "engine/MetricsText.h"
+#include "engine/PipelineStore.h"
 #include "engine/host/Capabilities.h"
 #include "engine/host/EnvironmentProbe.h"
 #include "engine/host/KeepAwake.h"
+#include "metrics/MetricsServer.h"
 
 #include <QTime>
 
@@ -18,6 +21,8 @@ namespace corvane {
 using namespace Qt::StringLiterals;
 
 namespace {
+
+constexpr quint16 metricsPort = 9105;
 
 QString stateText(Pipeline::State state)
 {
@@ -47,6 +52,8 @@ Engine::Engine(QObject *parent)
     : QObject(parent)
 {
     detectEnvironment();
+    loadPipelines();
+    startMetrics();
     connect(this, &Engine::pipelinesChanged, this, &Engine::evaluateKeepAwake);
 }
 
@@ -115,6 +122,18 @@ int Engine::allocateLocalPort()
     if (found.exhausted)
         appendLog(u"AVISO: nenhuma porta UDP local livre na faixa 8900-9200"_s);
     return found.port;
+}
+
+void Engine::startMetrics()
+{
+    m_metrics = new MetricsServer(this);
+    if (m_metrics->start([this] { return metricsText(); }, metricsPort))
+        appendLog(u"métricas Prometheus em http://127.0.0.1:%1/metrics"_s.arg(m_metrics->port()));
+}
+
+QString Engine::metricsText() const
+{
+    return corvane::metricsText(m_pipelines);
 }
 
 void Engine::evaluateKeepAwake()
@@ -258,6 +277,28 @@ void Engine::wireLog(Pipeline *pipeline)
 void Engine::registryEdited()
 {
     Q_EMIT pipelinesChanged();
+    savePipelines();
+}
+
+void Engine::loadPipelines()
+{
+    const QList<PipelineConfig> stored = PipelineStore::load();
+    for (const PipelineConfig &config : stored) {
+        Pipeline *pipeline = makePipeline(config);
+        wireLog(pipeline);
+        connect(pipeline, &Pipeline::telemetryChanged, this, &Engine::pipelinesChanged);
+        m_pipelines.append(pipeline);
+    }
+    Q_EMIT pipelinesChanged();
+}
+
+void Engine::savePipelines() const
+{
+    QList<PipelineConfig> configs;
+    configs.reserve(m_pipelines.size());
+    for (const Pipeline *pipeline : m_pipelines)
+        configs.append(pipeline->config());
+    PipelineStore::save(configs);
 }
 
 QString Engine::addPipeline(const QString &name)

@@ -14,6 +14,8 @@
 
 namespace corvane {
 
+class MetricsServer;
+
 /// The one object that the interface talks to: registry of pipelines, log text, what the machine's tools can
 /// do.
 ///
@@ -36,8 +38,8 @@ class Engine : public QObject
     Q_PROPERTY(bool decklinkSupported READ decklinkSupported CONSTANT)
 
 public:
-    /// Does all its work at once: blocks until the tools have been asked, up to about 10 s with an ffmpeg
-    /// that hangs. Starts no pipeline.
+    /// Does all its work at once: asks the tools, which blocks for up to about 10 s with an ffmpeg that
+    /// hangs, restores the stored pipelines and opens the metrics endpoint. Starts no pipeline.
     explicit Engine(QObject *parent = nullptr);
 
     [[nodiscard]] QString ffmpegPath() const { return m_ffmpegPath; }
@@ -109,6 +111,9 @@ public:
     /// A free local UDP port from 8900 to 9200; see corvane::allocateLocalPort().
     int allocateLocalPort();
 
+    /// One scrape; see corvane::metricsText().
+    [[nodiscard]] QString metricsText() const;
+
     void appendLog(const QString &line);
 
 Q_SIGNALS:
@@ -120,6 +125,9 @@ private:
     using Edit = std::function<void(PipelineConfig &)>;
 
     void detectEnvironment();
+    void loadPipelines();
+    void savePipelines() const;
+    void startMetrics();
     void evaluateKeepAwake();
 
     [[nodiscard]] qsizetype indexOf(const QString &id) const; ///< -1 for an unknown id
@@ -143,6 +151,7 @@ private:
     QList<Pipeline *> m_pipelines; ///< in order of creation; children of this object
     QString m_log;
     int m_nextLocalPort = firstLocalPort;
+    MetricsServer *m_metrics = nullptr;
     bool m_noSleepHeld = false;
 };
 

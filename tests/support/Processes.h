@@ -21,6 +21,9 @@ namespace corvane::test {
 /// Holds `pid`, which lives on but does nothing any more, until it is killed.
 void suspendProcess(qint64 pid);
 
+/// Sends `pid` the signal of that number.
+void sendSignal(qint64 pid, int signal);
+
 /// Ends `pid` at once.
 void killProcess(qint64 pid);
 

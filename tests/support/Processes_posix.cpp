@@ -32,6 +32,11 @@ void suspendProcess(qint64 pid)
     ::kill(static_cast<pid_t>(pid), SIGSTOP);
 }
 
+void sendSignal(qint64 pid, int signal)
+{
+    ::kill(static_cast<pid_t>(pid), signal);
+}
+
 void killProcess(qint64 pid)
 {
     ::kill(static_cast<pid_t>(pid), SIGKILL);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/SettingsSandbox.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QTemporaryDir>
@@ -8,6 +10,7 @@ namespace corvane::test {
 
 /// A fresh directory that is the whole `PATH` of this process while the object lives. Tools are found only if
 /// a test has put them there, or if the machine has them in one of the fixed places that come before `PATH`.
+/// The settings are the test's own too, so an Engine made meanwhile starts with no pipelines.
 class ToolPath
 {
 public:
@@ -34,6 +37,7 @@ public:
     [[nodiscard]] QString filePath(const QString &name) const { return m_dir.filePath(name); }
 
 private:
+    SettingsSandbox m_settings;
     QTemporaryDir m_dir;
     QByteArray m_formerPath;
 };

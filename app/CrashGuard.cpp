@@ -1,0 +1,62 @@
+#include "app/CrashGuard.h"
+
+#include "app/CrashReport.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QString>
+
+#include <algorithm>
+#include <ctime>
+
+namespace corvane::CrashGuard {
+
+namespace {
+
+bool abnormal = false;
+
+/// Cuts what doesn't fit.
+template <std::size_t Size>
+void copyPath(char (&target)[Size], const QByteArray &path)
+{
+    const std::size_t length = std::min(Size - 1, static_cast<std::size_t>(path.size()));
+    std::copy_n(path.constData(), length, target);
+    target[length] = '\0';
+}
+
+/// Seconds since the epoch of this start: all crashes of one process land in the same files.
+QByteArray timedPath(const QByteArray &directory, const char *suffix)
+{
+    return directory + "/crash-" + QByteArray::number(static_cast<qint64>(std::time(nullptr))) + suffix;
+}
+
+} // namespace
+
+void install(const QString &crashDir)
+{
+    QDir().mkpath(crashDir);
+    const QByteArray directory = crashDir.toUtf8();
+    copyPath(CrashReport::crashDir, directory);
+
+    const QByteArray running = directory + "/.running";
+    abnormal = CrashReport::exists(running.constData());
+    copyPath(CrashReport::runningPath, running);
+    copyPath(CrashReport::crashLogPath, timedPath(directory, ".log"));
+    copyPath(CrashReport::crashDumpPath, timedPath(directory, ".dmp"));
+
+    CrashReport::writeSentinel();
+    CrashReport::installHandlers();
+}
+
+bool previousRunAbnormal()
+{
+    return abnormal;
+}
+
+void markCleanExit()
+{
+    if (CrashReport::runningPath[0] != '\0')
+        CrashReport::remove(CrashReport::runningPath);
+}
+
+} // namespace corvane::CrashGuard

@@ -1,0 +1,48 @@
+#include "engine/PipelineStore.h"
+
+#include <QSettings>
+
+namespace corvane::PipelineStore {
+
+using namespace Qt::StringLiterals;
+
+QList<PipelineConfig> load()
+{
+    QSettings settings;
+    const int size = settings.beginReadArray(u"pipelines"_s);
+    QList<PipelineConfig> configs;
+    for (int row = 0; row < size; ++row) {
+        settings.setArrayIndex(row);
+        PipelineConfig config;
+        config.id = settings.value(u"id"_s).toString();
+        config.name = settings.value(u"name"_s).toString();
+        config.source.kind = settings.value(u"sourceKind"_s, config.source.kind).toInt();
+        config.source.uri = settings.value(u"sourceUri"_s).toString();
+        config.encoder.bitrate = settings.value(u"bitrate"_s, config.encoder.bitrate).toInt();
+        config.encoder.hw = settings.value(u"hw"_s, config.encoder.hw).toInt();
+        configs.append(config);
+    }
+    settings.endArray();
+    return configs;
+}
+
+void save(const QList<PipelineConfig> &configs)
+{
+    QSettings settings;
+    // No size is given: it follows from the highest index written.
+    settings.beginWriteArray(u"pipelines"_s);
+    for (int row = 0; row < configs.size(); ++row) {
+        const PipelineConfig &config = configs.at(row);
+        settings.setArrayIndex(row);
+        settings.setValue(u"id"_s, config.id);
+        settings.setValue(u"name"_s, config.name);
+        settings.setValue(u"sourceKind"_s, config.source.kind);
+        settings.setValue(u"sourceUri"_s, config.source.uri);
+        settings.setValue(u"bitrate"_s, config.encoder.bitrate);
+        settings.setValue(u"hw"_s, config.encoder.hw);
+        settings.setValue(u"outputs"_s, qint64(config.outputs.size()));
+    }
+    settings.endArray();
+}
+
+} // namespace corvane::PipelineStore

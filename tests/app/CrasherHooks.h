@@ -1,0 +1,26 @@
+#pragma once
+
+/// What tests/app/crasher does with the platform's own means.
+namespace corvane::crasher {
+
+/// No core file; and a stack that is soon run over.
+void limitResources();
+
+// Real faults where the processor has them, else the signal.
+void writeToNull();
+void divideByZero();
+void runIllegalInstruction();
+
+/// Takes the lock round every use of the heap, for good.
+void lockHeap();
+
+/// From here on a use of the heap by the calling thread says "heap used" on standard error.
+void watchHeap();
+
+/// Has a "|" written after each piece that goes to a file.
+void markPieces();
+
+/// Has `function` called, once, before the piece of that number (from 1) goes to a file.
+void callBeforePiece(int number, void (*function)());
+
+} // namespace corvane::crasher

@@ -1,0 +1,302 @@
+#include "tests/support/ChildLife.h"
+#include "tests/support/Processes.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <ctime>
+
+using namespace Qt::StringLiterals;
+using namespace corvane::test;
+
+namespace {
+
+// Two seconds is what a death may take; the rest is for a machine that has other things to do.
+constexpr int deathLimitMs = 2000;
+constexpr int slackMs = 4000;
+
+constexpr int abortSignal = 6;
+constexpr int illegalSignal = 4;
+constexpr int arithmeticSignal = 8;
+constexpr int segmentationSignal = 11;
+
+const QByteArray segmentationReport = "=== CORVANE CRASH ===\nreason: SIGSEGV sig=11\n=== end ===\n";
+const QByteArray abortReport = "=== CORVANE CRASH ===\nreason: SIGABRT sig=6\n=== end ===\n";
+const QByteArray arithmeticReport = "=== CORVANE CRASH ===\nreason: SIGFPE sig=8\n=== end ===\n";
+const QByteArray illegalReport = "=== CORVANE CRASH ===\nreason: SIGILL sig=4\n=== end ===\n";
+const QByteArray exceptionReports =
+    "=== CORVANE CRASH ===\nreason: std::terminate (exceção não capturada)\n=== end ===\n" + abortReport;
+
+/// By the clock that names the files: a tick behind QDateTime's.
+qint64 coarseSeconds()
+{
+    return static_cast<qint64>(std::time(nullptr));
+}
+
+/// tests/app/crasher from its start to its death. It lives in a directory of its own.
+class Crasher
+{
+public:
+    explicit Crasher(const QStringList &death)
+    {
+        endWithParent(program);
+        program.setProgram(QStringLiteral(CORVANE_CRASHER));
+        program.setArguments(QStringList{crashDir()} + death);
+        program.setWorkingDirectory(m_directory.path());
+    }
+
+    [[nodiscard]] QString path(const QString &name) const { return m_directory.filePath(name); }
+    [[nodiscard]] QString crashDir() const { return path(u"runtime/crashes"_s); }
+
+    /// True as soon as it is guarded and waits to be told.
+    [[nodiscard]] bool start()
+    {
+        m_startedAt = coarseSeconds();
+        program.start();
+        return program.waitForReadyRead(20000) && program.readAllStandardOutput() == "ready\n";
+    }
+
+    /// True once it is dead, if that takes no longer than it may.
+    [[nodiscard]] bool die()
+    {
+        m_guardedAt = coarseSeconds();
+        program.write("\n");
+        return program.waitForFinished(deathLimitMs + slackMs);
+    }
+
+    /// Everything in the crash directory, with "<start>" for the second in which it was started.
+    [[nodiscard]] QStringList entries() const
+    {
+        QStringList names =
+            QDir(crashDir()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+        for (qint64 second = m_startedAt; second <= m_guardedAt; ++second)
+            names.replaceInStrings(u"crash-%1.log"_s.arg(second), u"crash-<start>.log"_s);
+        return names;
+    }
+
+    /// Of all reports.
+    [[nodiscard]] QByteArray log() const
+    {
+        QByteArray text;
+        const QDir directory(crashDir());
+        for (const QString &name : directory.entryList({u"crash-*.log"_s})) {
+            QFile file(directory.filePath(name));
+            if (file.open(QIODevice::ReadOnly))
+                text += file.readAll();
+        }
+        return text;
+    }
+
+    QProcess program;
+
+private:
+    QTemporaryDir m_directory;
+    qint64 m_startedAt = 0;
+    qint64 m_guardedAt = 0;
+};
+
+} // namespace
+
+/// Real deaths of a child that is guarded: what they leave, and that they stay what they were.
+class tst_CrashCapture : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void leavesAReportAndDiesOfItsSignal_data();
+    void leavesAReportAndDiesOfItsSignal();
+    void reportsWhatItIsSent_data();
+    void reportsWhatItIsSent();
+    void overflowOfAWorkersStackKills();
+    void crashesOfOneProcessShareALog();
+    void diesWithoutACrashDirectory();
+    void isGuardedWithoutACrashDirectory();
+    void handlersKeepTheSentinel();
+};
+
+void tst_CrashCapture::leavesAReportAndDiesOfItsSignal_data()
+{
+    QTest::addColumn<QStringList>("death");
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<QByteArray>("log");
+
+    const auto row = [](const char *name, const QString &death, int signal, const QByteArray &log) {
+        QTest::newRow(name) << death.split(u' ') << signal << log;
+    };
+    row("write to null", u"null-write"_s, segmentationSignal, segmentationReport);
+    row("abort", u"abort"_s, abortSignal, abortReport);
+    row("division by zero", u"divide"_s, arithmeticSignal, arithmeticReport);
+    row("illegal instruction", u"illegal"_s, illegalSignal, illegalReport);
+    row("uncaught exception", u"throw"_s, abortSignal, exceptionReports);
+    row("uncaught exception of another kind", u"throw-other"_s, abortSignal, exceptionReports);
+    row("exception out of noexcept", u"noexcept"_s, abortSignal, exceptionReports);
+    row("stack overflow", u"overflow"_s, segmentationSignal, segmentationReport);
+
+    row("write to null in a worker", u"null-write worker"_s, segmentationSignal, segmentationReport);
+    row("abort in a worker", u"abort worker"_s, abortSignal, abortReport);
+    row("division by zero in a worker", u"divide worker"_s, arithmeticSignal, arithmeticReport);
+    row("illegal instruction in a worker", u"illegal worker"_s, illegalSignal, illegalReport);
+    row("uncaught exception in a worker", u"throw worker"_s, abortSignal, exceptionReports);
+
+    row("write to null while another thread has the heap", u"null-write heap-held"_s, segmentationSignal,
+        segmentationReport);
+    row("abort while another thread has the heap", u"abort heap-held"_s, abortSignal, abortReport);
+    row("stack overflow while another thread has the heap", u"overflow heap-held"_s, segmentationSignal,
+        segmentationReport);
+    row("worker while another thread has the heap", u"null-write worker heap-held"_s, segmentationSignal,
+        segmentationReport);
+    row("write to null within the heap", u"null-write heap-own"_s, segmentationSignal, segmentationReport);
+    row("abort within the heap, as it does when corrupted", u"abort heap-own"_s, abortSignal, abortReport);
+
+    row("every piece by a write of its own", u"null-write pieces"_s, segmentationSignal,
+        "=== CORVANE CRASH ===\nreason: |SIGSEGV| sig=11|\n|=== end ===\n|");
+    row("every piece of two reports", u"throw pieces"_s, abortSignal,
+        "=== CORVANE CRASH ===\nreason: |std::terminate (exceção não capturada)|\n|=== end ===\n|"
+        "=== CORVANE CRASH ===\nreason: |SIGABRT| sig=6|\n|=== end ===\n|");
+
+    // A second death before a piece is written: a further report, if the system lets it come to that.
+    row("another fault before the report", u"null-write again=1:divide"_s, arithmeticSignal,
+        arithmeticReport);
+    row("another fault within the report", u"null-write again=3:divide"_s, arithmeticSignal,
+        "=== CORVANE CRASH ===\nreason: SIGSEGV" + arithmeticReport);
+    row("another fault at the end of the report", u"illegal again=5:null-write"_s, segmentationSignal,
+        "=== CORVANE CRASH ===\nreason: SIGILL sig=4\n" + segmentationReport);
+    row("abort within the report", u"null-write again=2:abort"_s, abortSignal,
+        "=== CORVANE CRASH ===\nreason: " + abortReport);
+    row("abort within the report of an abort", u"abort again=3:abort"_s, abortSignal,
+        "=== CORVANE CRASH ===\nreason: SIGABRT" + abortReport);
+    row("the same fault within the report", u"null-write again=3:null-write"_s, segmentationSignal,
+        "=== CORVANE CRASH ===\nreason: SIGSEGV");
+    row("fault within the report of an exception", u"throw again=2:null-write"_s, segmentationSignal,
+        "=== CORVANE CRASH ===\nreason: " + segmentationReport);
+    row("second fault while another thread has the heap", u"null-write heap-held again=3:divide"_s,
+        arithmeticSignal, "=== CORVANE CRASH ===\nreason: SIGSEGV" + arithmeticReport);
+}
+
+void tst_CrashCapture::leavesAReportAndDiesOfItsSignal()
+{
+    QFETCH(const QStringList, death);
+    QFETCH(const int, signal);
+    QFETCH(const QByteArray, log);
+
+    Crasher crasher(death);
+    QVERIFY(crasher.start());
+    QVERIFY2(crasher.die(), "dead within two seconds");
+
+    QCOMPARE(crasher.program.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(crasher.program.exitCode(), signal);
+    QCOMPARE(crasher.log(), log);
+    QCOMPARE(crasher.entries(), QStringList({u".running"_s, u"crash-<start>.log"_s}));
+    QVERIFY(!crasher.program.readAllStandardError().contains("heap used"));
+    // No core file either.
+    QCOMPARE(QDir(crasher.path({})).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             QStringList{u"runtime"_s});
+}
+
+void tst_CrashCapture::reportsWhatItIsSent_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<QByteArray>("log");
+
+    QTest::newRow("segmentation fault") << segmentationSignal << segmentationReport;
+    QTest::newRow("abort") << abortSignal << abortReport;
+    QTest::newRow("arithmetic") << arithmeticSignal << arithmeticReport;
+    QTest::newRow("illegal instruction") << illegalSignal << illegalReport;
+    QTest::newRow("kill, which nobody sees") << 9 << QByteArray();
+    QTest::newRow("termination, which nobody handles") << 15 << QByteArray();
+    QTest::newRow("bus error, which nobody handles") << 7 << QByteArray();
+}
+
+void tst_CrashCapture::reportsWhatItIsSent()
+{
+    QFETCH(const int, signal);
+    QFETCH(const QByteArray, log);
+
+    Crasher crasher({u"abort"_s});
+    QVERIFY(crasher.start());
+    sendSignal(crasher.program.processId(), signal);
+    QVERIFY(crasher.program.waitForFinished(deathLimitMs + slackMs));
+
+    QCOMPARE(crasher.program.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(crasher.program.exitCode(), signal);
+    QCOMPARE(crasher.log(), log);
+}
+
+void tst_CrashCapture::overflowOfAWorkersStackKills()
+{
+    // Only the main thread has a second stack: no report, but no hang and no other end.
+    Crasher crasher({u"overflow"_s, u"worker"_s});
+    QVERIFY(crasher.start());
+    QVERIFY(crasher.die());
+
+    QCOMPARE(crasher.program.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(crasher.program.exitCode(), segmentationSignal);
+}
+
+void tst_CrashCapture::crashesOfOneProcessShareALog()
+{
+    Crasher crasher({u"null-write"_s});
+    QVERIFY(crasher.start());
+    // Something stands in every file that this start could have named.
+    const qint64 now = coarseSeconds();
+    for (qint64 second = now - 30; second <= now; ++second) {
+        QFile file(crasher.crashDir() + u"/crash-%1.log"_s.arg(second));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("earlier\n");
+    }
+    const QByteArray before = crasher.log();
+    QVERIFY(crasher.die());
+
+    QCOMPARE(crasher.log().size(), before.size() + segmentationReport.size());
+    QVERIFY(crasher.log().contains("earlier\n" + segmentationReport));
+}
+
+void tst_CrashCapture::diesWithoutACrashDirectory()
+{
+    Crasher crasher({u"null-write"_s});
+    QFile file(crasher.path(u"runtime"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QVERIFY(crasher.start());
+    QVERIFY(crasher.die());
+
+    QCOMPARE(crasher.program.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(crasher.program.exitCode(), segmentationSignal);
+    QCOMPARE(crasher.program.readAllStandardError(), QByteArray());
+    QCOMPARE(file.size(), 0);
+}
+
+void tst_CrashCapture::isGuardedWithoutACrashDirectory()
+{
+    Crasher crasher({u"throw"_s});
+    QFile file(crasher.path(u"runtime"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QVERIFY(crasher.start());
+    // What was in the way is gone by now: the handlers are there and know where to write.
+    QVERIFY(file.remove());
+    QVERIFY(QDir().mkpath(crasher.crashDir()));
+    QVERIFY(crasher.die());
+
+    QCOMPARE(crasher.program.exitCode(), abortSignal);
+    QCOMPARE(crasher.log(), exceptionReports);
+    QCOMPARE(crasher.entries(), QStringList{u"crash-<start>.log"_s});
+}
+
+void tst_CrashCapture::handlersKeepTheSentinel()
+{
+    Crasher crasher({u"abort"_s});
+    QVERIFY(crasher.start());
+    QFile sentinel(crasher.crashDir() + "/.running"_L1);
+    QVERIFY(sentinel.open(QIODevice::ReadOnly));
+    QCOMPARE(sentinel.readAll(), QByteArray("running\n"));
+    sentinel.close();
+    QVERIFY(crasher.die());
+
+    QVERIFY(sentinel.open(QIODevice::ReadOnly));
+    QCOMPARE(sentinel.readAll(), QByteArray("running\n"));
+}
+
+QTEST_GUILESS_MAIN(tst_CrashCapture)
+#include "tst_CrashCapture.moc"
