@@ -62,7 +62,8 @@ ToolRun runTool(const QString &program, const QStringList &arguments, const QByt
     tool.write(input);
     tool.closeWriteChannel();
     const bool ended = waitUntil([&] { return tool.state() == QProcess::NotRunning; }, 60000);
-    const bool orderly = ended && tool.exitStatus() == QProcess::NormalExit && tool.error() != QProcess::FailedToStart;
+    const bool orderly =
+        ended && tool.exitStatus() == QProcess::NormalExit && tool.error() != QProcess::FailedToStart;
     return {tool.readAll(), orderly ? tool.exitCode() : -1};
 }
 

@@ -74,7 +74,8 @@ void tst_MetricsServer::theWholeResponse_data()
         << u"\U0001F3A5"_s << head + "4\r\nConnection: close\r\n\r\n\xF0\x9F\x8E\xA5";
     QTest::newRow("a null character") << QString(u'\0') << head + "1\r\nConnection: close\r\n\r\n" + '\0';
     QTest::newRow("a large one") << QString(largeBody, u'x')
-                                 << head + "16777216\r\nConnection: close\r\n\r\n" + QByteArray(largeBody, 'x');
+                                 << head + "16777216\r\nConnection: close\r\n\r\n" +
+                                        QByteArray(largeBody, 'x');
 }
 
 void tst_MetricsServer::theWholeResponse()
@@ -294,7 +295,8 @@ void tst_MetricsServer::listensOnTheLoopbackAddressAlone()
     for (const QHostAddress &address : std::as_const(others)) {
         QTcpSocket socket;
         socket.connectToHost(address, server.port());
-        QVERIFY(waitUntil([&] { return socket.state() == QTcpSocket::UnconnectedState || socket.isValid(); }));
+        QVERIFY(
+            waitUntil([&] { return socket.state() == QTcpSocket::UnconnectedState || socket.isValid(); }));
         QVERIFY2(waitUntil([&] { return socket.state() == QTcpSocket::UnconnectedState; }),
                  qPrintable(address.toString()));
     }

@@ -121,16 +121,18 @@ void tst_MetricsText::severalPipelines()
 
 void tst_MetricsText::keepsTheFiguresOfARunThatEnded()
 {
-    Pipeline pipeline(configOf(u"cafe0001"_s, says("fps=50 bitrate=4000.5kbits/s drop=3")), fakeFfmpeg(), false);
+    Pipeline pipeline(configOf(u"cafe0001"_s, says("fps=50 bitrate=4000.5kbits/s drop=3")), fakeFfmpeg(),
+                      false);
     pipeline.start();
     QVERIFY(waitUntil([&] { return pipeline.telemetry().dropped == 3; }));
     QVERIFY(metricsText({&pipeline}).contains(u"corvane_pipeline_up{pipeline=\"cafe0001\"} 1\n"_s));
 
     pipeline.stop();
-    QVERIFY(metricsText({&pipeline}).startsWith(header + u"corvane_pipeline_up{pipeline=\"cafe0001\"} 0\n"
-                                                         "corvane_fps{pipeline=\"cafe0001\"} 50\n"
-                                                         "corvane_bitrate_kbps{pipeline=\"cafe0001\"} 4000.5\n"
-                                                         "corvane_dropped_frames{pipeline=\"cafe0001\"} 3\n"_s));
+    QVERIFY(metricsText({&pipeline})
+                .startsWith(header + u"corvane_pipeline_up{pipeline=\"cafe0001\"} 0\n"
+                                     "corvane_fps{pipeline=\"cafe0001\"} 50\n"
+                                     "corvane_bitrate_kbps{pipeline=\"cafe0001\"} 4000.5\n"
+                                     "corvane_dropped_frames{pipeline=\"cafe0001\"} 3\n"_s));
 }
 
 void tst_MetricsText::showsTheLevelOfTheLadder()
