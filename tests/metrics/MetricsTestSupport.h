@@ -1,0 +1,67 @@
+#pragma once
+
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTcpSocket>
+#include <QTimer>
+
+namespace corvane::test {
+
+/// What a scraper sends.
+inline constexpr auto scrapeRequest = "GET /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\n\r\n";
+
+/// A client of a local port. It keeps every byte that it gets.
+class Client : public QTcpSocket
+{
+    Q_OBJECT
+
+public:
+    /// Connected when this returns, if the port takes connections at all.
+    explicit Client(quint16 port);
+
+    [[nodiscard]] const QByteArray &received() const { return m_received; }
+
+    /// Runs the event loop until the other side has closed; false if it doesn't.
+    [[nodiscard]] bool waitForEnd(int timeoutMs = 20000);
+
+private:
+    QByteArray m_received;
+};
+
+/// Sends `request` to a local port and gives all that comes until the other side closes; empty if it doesn't.
+[[nodiscard]] QByteArray ask(quint16 port, const QByteArray &request = scrapeRequest);
+
+/// What follows the blank line of a response.
+[[nodiscard]] QByteArray bodyOf(const QByteArray &response);
+
+/// The longest time that the event loop of this thread stayed away from its timers.
+class LoopWatch : public QObject
+{
+    Q_OBJECT
+
+public:
+    LoopWatch();
+
+    [[nodiscard]] qint64 longestTurnMs() const;
+
+private:
+    QTimer m_timer;
+    QElapsedTimer m_sinceTurn;
+    qint64 m_longestMs = 0;
+};
+
+/// What a program has said by its end.
+struct ToolRun
+{
+    QByteArray output; ///< of both streams
+    int exitCode = -1; ///< -1: it didn't start, or found no end
+};
+
+/// Runs a program to its end while the event loop goes on.
+[[nodiscard]] ToolRun runTool(const QString &program, const QStringList &arguments,
+                              const QByteArray &input = {});
+
+} // namespace corvane::test
