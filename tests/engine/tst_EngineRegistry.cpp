@@ -39,7 +39,9 @@ void tst_EngineRegistry::beginsEmpty()
     QVERIFY(!bench->anyPipelineTransmitting());
     QVERIFY(bench.call("startAll"));
     QVERIFY(bench.call("stopAll"));
-    QCOMPARE(bench.logLines().size(), 1); // what the machine offers
+    QStringList lines = bench.logLines();
+    lines.removeOne(u"métricas Prometheus em http://127.0.0.1:9105/metrics"_s); // if the port was free
+    QCOMPARE(lines.size(), 1);                                                  // what the machine offers
 }
 
 void tst_EngineRegistry::addsAPipeline()
