@@ -157,7 +157,7 @@ void tst_MetricsServer::requestInTwoPiecesAfterTheClose()
 
     Client client(server.port());
     client.write("GET /metrics");
-    QVERIFY(waitUntil([&] { return scrapes == 1; }));
+    QVERIFY(waitUntil([&] { return bodyOf(client.received()) == "1"; }));
     client.write(" HTTP/1.1\r\n\r\n");
     QVERIFY(client.waitForEnd());
     QCOMPARE(bodyOf(client.received()), QByteArray("1"));
@@ -191,12 +191,15 @@ void tst_MetricsServer::requestInTwoPiecesDuringTheResponse()
     QVERIFY(waitUntil([&] { return client.state() == QTcpSocket::UnconnectedState; }));
     take();
 
-    // Whether the second piece is read at all is up to the socket. Responses are whole in any case.
+    // Whether the second piece is read is up to the socket. A close with the piece unread resets the
+    // connection, which may cost the client the end of the response, but nobody else anything.
     const QByteArray response = "HTTP/1.1 200 OK\r\nContent-Type: text/plain; version=0.0.4\r\n"
                                 "Content-Length: 16777216\r\nConnection: close\r\n\r\n" +
                                 QByteArray(largeBody, 'x');
     QVERIFY(scrapes == 1 || scrapes == 2);
-    QVERIFY(received == response.repeated(scrapes));
+    QVERIFY(!received.isEmpty());
+    QVERIFY(response.repeated(scrapes).startsWith(received));
+    QVERIFY(ask(server.port()) == response);
 }
 
 void tst_MetricsServer::asksTheProviderOncePerReadyRead()
