@@ -1647,12 +1647,14 @@ ApplicationWindow {
                         id: logArea
                         objectName: "logArea"
 
-                        property string shown: ""
+                        property var shown: "" // a string would be copied into the heap of the script engine once more
 
-                        // Laying out a full log costs far more than adding a line at its end.
+                        // Laying out a full log costs far more than adding a line at its end. But the area draws no more than
+                        // what is in view only if its text was set whole and was longer than 10,000 characters then.
                         function follow() {
                             const log = engine.log
-                            if (shown !== "" && log.length >= shown.length && log.startsWith(shown))
+                            const grown = log.length > shown.length && log.startsWith(shown)
+                            if (grown && (log.length <= 10000 || shown.length > 10000))
                                 insert(length, log.slice(shown.length))
                             else
                                 text = log
