@@ -436,6 +436,7 @@ ApplicationWindow {
 
                         clip: true
                         model: engine.pipelines
+                        cacheBuffer: 0 // rows out of sight would be made anew as often as the others
                         activeFocusOnTab: count > 0
                         Layout.fillWidth: true
                         Layout.fillHeight: true
