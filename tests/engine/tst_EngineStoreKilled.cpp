@@ -143,10 +143,10 @@ void tst_EngineStoreKilled::holdsWhatHadReturned()
     QVERIFY(next.waitForFinished());
     const QJsonArray restored = QJsonDocument::fromJson(nextTold.split('\n').value(0).sliced(6)).array();
     QStringList ids;
-    for (const QJsonValue &row : restored)
+    for (const auto &row : restored)
         ids << row.toArray().at(0).toString();
     QStringList storedIds;
-    for (const QJsonValue &row : stored)
+    for (const auto &row : stored)
         storedIds << row.toArray().at(0).toString();
     QCOMPARE(ids, storedIds);
 }
