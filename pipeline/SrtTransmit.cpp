@@ -22,7 +22,7 @@ SrtTransmit::SrtTransmit(OutputConfig output, QObject *parent)
 
 QString SrtTransmit::targetUrl() const
 {
-    const QString url = CommandBuilder::srtUrl(m_output);
+    QString url = CommandBuilder::srtUrl(m_output);
     if (url.contains("mode="_L1))
         return url;
     return url + (url.contains(u'?') ? u'&' : u'?') + "mode=caller"_L1;

@@ -156,7 +156,7 @@ int main(int argc, char *argv[])
     QList<Pipeline *> pipelines;
     for (int i = 0; i < pipelineCount; ++i) {
         PipelineConfig config = fakeConfig(u""_s);
-        config.id = QString::number(0xcafe0000 + i, 16);
+        config.id = QString::number(0xcafe0000U + static_cast<unsigned>(i), 16);
         owned.push_back(std::make_unique<Pipeline>(config, fakeFfmpeg(), false));
         pipelines << owned.back().get();
     }
@@ -176,7 +176,7 @@ int main(int argc, char *argv[])
                 break;
         }
     });
-    if (seriesIn(response) != pipelineCount * 9) {
+    if (seriesIn(response) != qsizetype(pipelineCount) * 9) {
         std::fprintf(stderr, "a scrape holds %d series\n", static_cast<int>(seriesIn(response)));
         return 2;
     }

@@ -65,7 +65,7 @@ void tst_Bonding::arrives()
 
     const QStringList command = processCommand(launcher());
     QCOMPARE(command.size(), 4); // the program and three arguments
-    const QString bondPort = command.at(1);
+    const QString &bondPort = command.at(1);
     QCOMPARE(command.mid(2), QStringList({u"127.0.0.1"_s, QString::number(listener.port())}));
     QVERIFY(air.hasLine(u"[srtla] srtla_send %1 127.0.0.1 %2"_s.arg(bondPort).arg(listener.port())));
     QCOMPARE(bridge() != 0, path == SrtPath::Bridge);

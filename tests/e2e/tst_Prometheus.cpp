@@ -112,7 +112,7 @@ public:
     {
         QStringList names;
         const QJsonArray found = result(u"{pipeline=\"%1\"}"_s.arg(id));
-        for (const QJsonValue &sample : found)
+        for (const QJsonValue sample : found)
             names << sample["metric"_L1].toObject().value("__name__"_L1).toString();
         names.sort();
         return names;
