@@ -51,7 +51,7 @@ void tst_MetricsClients::init()
     QList<Pipeline *> list;
     for (int i = 0; i < pipelineCount; ++i) {
         PipelineConfig config = fakeConfig(u""_s);
-        config.id = QString::number(0xcafe0000 + i, 16);
+        config.id = QString::number(0xcafe0000U + static_cast<unsigned>(i), 16);
         m_pipelines.push_back(std::make_unique<Pipeline>(config, fakeFfmpeg(), false));
         list << m_pipelines.back().get();
     }
@@ -141,7 +141,7 @@ void tst_MetricsClients::manyIdleConnections()
 
 void tst_MetricsClients::aMegabyteOfGarbage()
 {
-    QByteArray garbage(1024 * 1024, '\0');
+    QByteArray garbage(qsizetype(1024) * 1024, '\0');
     quint32 state = 1;
     for (char &byte : garbage) {
         state = state * 1664525 + 1013904223;

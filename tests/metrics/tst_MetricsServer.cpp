@@ -14,7 +14,7 @@ using namespace corvane::test;
 namespace {
 
 /// More than the buffers of two sockets hold.
-constexpr qsizetype largeBody = 16 * 1024 * 1024;
+constexpr qsizetype largeBody = qsizetype(16) * 1024 * 1024;
 
 QTcpServer *listenerOf(const MetricsServer &server)
 {

@@ -42,9 +42,9 @@ QStringList expressions()
 {
     QStringList found;
     const QJsonArray panels = dashboard().value("panels"_L1).toArray();
-    for (const QJsonValue &panel : panels) {
+    for (const QJsonValue panel : panels) {
         const QJsonArray targets = panel["targets"_L1].toArray();
-        for (const QJsonValue &target : targets)
+        for (const QJsonValue target : targets)
             found << target["expr"_L1].toString();
     }
     return found;
@@ -99,7 +99,7 @@ void tst_Monitoring::dashboardIdentity()
     QVERIFY(!board.contains("id"_L1));                                  // a number of one installation
     QSet<int> ids;
     const QJsonArray panels = board.value("panels"_L1).toArray();
-    for (const QJsonValue &panel : panels)
+    for (const QJsonValue panel : panels)
         ids << panel["id"_L1].toInt();
     QCOMPARE(ids.size(), panels.size());
 }

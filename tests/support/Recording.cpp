@@ -29,7 +29,7 @@ Recording inspectRecording(const QString &path)
     result.error = QString::fromUtf8(ffprobe.readAllStandardError()).trimmed();
 
     const QJsonArray streams = found["streams"_L1].toArray();
-    for (const QJsonValue &stream : streams) {
+    for (const QJsonValue stream : streams) {
         const QString type = stream["codec_type"_L1].toString();
         if (type == "video"_L1)
             result.videoCodec = stream["codec_name"_L1].toString();
@@ -39,7 +39,7 @@ Recording inspectRecording(const QString &path)
 
     QList<double> times;
     const QJsonArray packets = found["packets"_L1].toArray();
-    for (const QJsonValue &packet : packets) {
+    for (const QJsonValue packet : packets) {
         if (packet["codec_type"_L1].toString() == "video"_L1 && packet["dts_time"_L1].isString())
             times << packet["dts_time"_L1].toString().toDouble();
     }
