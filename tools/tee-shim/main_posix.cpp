@@ -40,7 +40,7 @@ std::string nextFfmpeg(const std::string &passed)
     while (!rest.empty()) {
         const std::size_t end = std::min(rest.find(':'), rest.size());
         const std::string_view folder = rest.substr(0, end);
-        const std::string candidate = std::string(folder.empty() ? "." : folder) + "/ffmpeg";
+        std::string candidate = std::string(folder.empty() ? "." : folder) + "/ffmpeg";
         const std::string id = identity(candidate.c_str());
         if (!id.empty() && passed.find(id) == std::string::npos && access(candidate.c_str(), X_OK) == 0)
             return candidate;
