@@ -1,0 +1,68 @@
+# What a program needs on Windows besides its code. On other systems these functions do nothing.
+
+if(WIN32)
+    enable_language(RC)
+endif()
+
+set(CORVANE_RC_MANIFEST "${PROJECT_SOURCE_DIR}/app/windows/corvane.manifest")
+set(CORVANE_RC_ICON "${PROJECT_SOURCE_DIR}/app/icon/corvane.ico")
+
+# corvane_windows_manifest(<target>)
+#
+# The manifest alone: for tests and their children, whose paths and texts are to be read as the program's are.
+function(corvane_windows_manifest target)
+    if(NOT WIN32)
+        return()
+    endif()
+    set(script "${CMAKE_BINARY_DIR}/windows/manifest.rc")
+    configure_file("${PROJECT_SOURCE_DIR}/app/windows/manifest.rc.in" "${script}" @ONLY)
+    set_property(SOURCE "${script}" APPEND PROPERTY OBJECT_DEPENDS "${CORVANE_RC_MANIFEST}")
+    target_sources(${target} PRIVATE "${script}")
+endfunction()
+
+# corvane_windows_program(<target> <description>)
+#
+# Manifest, icon and version information.
+function(corvane_windows_program target description)
+    if(NOT WIN32)
+        return()
+    endif()
+    corvane_windows_manifest(${target})
+    set(CORVANE_RC_TARGET "${target}")
+    set(CORVANE_RC_FILE "${target}.exe")
+    set(CORVANE_RC_DESCRIPTION "${description}")
+    set(script "${CMAKE_BINARY_DIR}/windows/${target}.rc")
+    configure_file("${PROJECT_SOURCE_DIR}/app/windows/program.rc.in" "${script}" @ONLY)
+    set_property(SOURCE "${script}" APPEND PROPERTY OBJECT_DEPENDS "${CORVANE_RC_ICON}")
+    target_sources(${target} PRIVATE "${script}")
+endfunction()
+
+# corvane_windows_libraries(<directory>)
+#
+# Links (or copies) of the libraries that every program loads, to lie beside programs of the build folder: a
+# program then starts whatever its PATH is, as an installed one does. Plugins and QML modules stay in Qt's place.
+function(corvane_windows_libraries directory)
+    if(NOT WIN32)
+        return()
+    endif()
+    get_target_property(core Qt6::Core IMPORTED_LOCATION_RELEASE)
+    if(NOT core)
+        get_target_property(core Qt6::Core LOCATION)
+    endif()
+    get_filename_component(qt_bin "${core}" DIRECTORY)
+    get_filename_component(qt "${qt_bin}" DIRECTORY)
+    file(GLOB libraries "${qt_bin}/Qt6*.dll")
+    foreach(name IN ITEMS libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
+        execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -print-file-name=${name}
+            OUTPUT_VARIABLE library OUTPUT_STRIP_TRAILING_WHITESPACE)
+        if(EXISTS "${library}")
+            list(APPEND libraries "${library}")
+        endif()
+    endforeach()
+    file(MAKE_DIRECTORY "${directory}")
+    foreach(library IN LISTS libraries)
+        get_filename_component(name "${library}" NAME)
+        file(CREATE_LINK "${library}" "${directory}/${name}" COPY_ON_ERROR SYMBOLIC)
+    endforeach()
+    file(WRITE "${directory}/qt.conf" "[Paths]\nPrefix=${qt}\n")
+endfunction()

@@ -1,0 +1,197 @@
+#!/usr/bin/env bash
+# The environment in which the Windows program is built and run: a Debian 13 of its own, with the cross compiler,
+# Qt's host tools and Wine, and Qt for Windows unpacked beside it. Kept in a folder outside the tree.
+#
+#   environment.sh setup             make it, or bring it up to date; nothing to do the second time
+#   environment.sh setup-linux       in addition what the Linux program is built and tested with
+#   environment.sh run <command>...  run a command in it, with the tree at /corvane; nothing stays mounted or running
+#
+#   CORVANE_WINDOWS_ENV   where it is kept (default: corvane/windows in the user's cache folder)
+#   CORVANE_WINDOWS_QT    the archive with Qt for Windows (default: ../shared/windows/qt-*-mingw64.tar.xz)
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+tree=$(cd "$here/../.." && pwd)
+environment=${CORVANE_WINDOWS_ENV:-${XDG_CACHE_HOME:-$HOME/.cache}/corvane/windows}
+root=$environment/debian
+suite=trixie
+
+say() { printf '%s\n' "$*"; }
+die() { printf 'windows: %s\n' "$*" >&2; exit 1; }
+
+quietly() {
+    local log
+    log=$(mktemp)
+    if "$@" >"$log" 2>&1; then
+        rm -f "$log"
+        return 0
+    fi
+    cat "$log" >&2
+    rm -f "$log"
+    die "failed: $*"
+}
+
+wanted_packages() { sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$@"; }
+
+# The archive with Qt for Windows; a path that was given has to be right.
+qt_archive() {
+    if [ -n "${CORVANE_WINDOWS_QT:-}" ]; then
+        [ -r "$CORVANE_WINDOWS_QT" ] || die "CORVANE_WINDOWS_QT is $CORVANE_WINDOWS_QT, and there is no such file"
+        printf '%s\n' "$CORVANE_WINDOWS_QT"
+        return 0
+    fi
+    local archive
+    for archive in "$tree"/../shared/windows/qt-*-mingw64.tar.xz; do
+        if [ -r "$archive" ]; then
+            printf '%s\n' "$archive"
+            return 0
+        fi
+    done
+    cat >&2 <<HELP
+windows: there is no Qt for Windows here.
+  Looked for ../shared/windows/qt-*-mingw64.tar.xz beside the tree. Any Qt for x86_64-w64-mingw32 of the version that
+  Debian 13 has will do (6.8.2; Core, Gui, Network, Test, Qml, Quick, Quick Controls 2 with the style Material):
+  packed as one .tar.xz whose folders are bin, lib, plugins, qml, include and share, or one folder above them.
+  docs/windows.md tells how to get or build one. Then: CORVANE_WINDOWS_QT=<path of the archive> ./dev windows
+HELP
+    return 1
+}
+
+# Where this machine's own apt takes Debian's main archive from.
+mirror() {
+    local codename
+    codename=$(. /etc/os-release && printf '%s' "${VERSION_CODENAME:-}")
+    apt-get indextargets --format '$(SITE) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 2>/dev/null |
+        awk -v codename="$codename" '$2 == codename && $3 == "main" { print $1; exit }'
+}
+
+debian() {
+    [ ! -e "$root/corvane-base" ] || return 0
+    local from
+    from=$(mirror)
+    [ -n "$from" ] || die "this machine's apt sources name no Debian archive to take Debian 13 from"
+    say "making a Debian 13 in $root"
+    if ! command -v debootstrap >/dev/null; then
+        quietly env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 apt-get install -y --no-install-recommends debootstrap
+    fi
+    rm -rf "$root"
+    mkdir -p "$root"
+    quietly debootstrap --variant=minbase "$suite" "$root" "$from"
+    # What isn't needed here isn't unpacked, and a crash costs nothing but time.
+    cat >"$root/etc/dpkg/dpkg.cfg.d/corvane" <<'CONFIG'
+force-unsafe-io
+path-exclude=/usr/share/doc/*
+path-exclude=/usr/share/man/*
+path-exclude=/usr/share/info/*
+CONFIG
+    touch "$root/corvane-base"
+}
+
+# install <stamp> <list>...: the packages of the lists, once for every state of the lists.
+install() {
+    local stamp=$root/corvane-packages-$1 state
+    shift
+    state=$(wanted_packages "$@" | sha256sum)
+    [ "$(cat "$stamp" 2>/dev/null || true)" != "$state" ] || return 0
+    say "installing packages into it"
+    # The machine's way out, if it has one of its own.
+    apt-config dump 2>/dev/null | grep -iE '^Acquire::(http|https)::Proxy' >"$root/etc/apt/apt.conf.d/corvane-proxy" || true
+    quietly inside apt-get update
+    # shellcheck disable=SC2046 # one word per package
+    quietly inside env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
+        apt-get install -y --no-install-recommends $(wanted_packages "$@")
+    quietly inside apt-get clean
+    printf '%s\n' "$state" >"$stamp"
+}
+
+qt() {
+    local archive state stamp=$environment/qt/corvane-archive
+    archive=$(qt_archive)
+    state=$(sha256sum <"$archive")
+    [ "$(cat "$stamp" 2>/dev/null || true)" != "$state" ] || return 0
+    say "unpacking $(basename "$archive")"
+    rm -rf "$environment/qt" "$environment/qt.new"
+    mkdir -p "$environment/qt.new"
+    tar -xJf "$archive" -C "$environment/qt.new"
+    # Packed as a folder, or as what is in it.
+    if [ ! -d "$environment/qt.new/lib" ]; then
+        local folders=("$environment"/qt.new/*/)
+        { [ ${#folders[@]} = 1 ] && [ -d "${folders[0]}lib/cmake/Qt6" ]; } || die "no Qt is in $archive"
+        mv "${folders[0]%/}" "$environment/qt"
+        rmdir "$environment/qt.new"
+    else
+        mv "$environment/qt.new" "$environment/qt"
+    fi
+    printf '%s\n' "$state" >"$stamp"
+}
+
+# Runs a command in the environment. Mounts and processes are in name spaces of their own and end with it.
+inside() {
+    mkdir -p "$environment/qt" "$environment/ccache" "$environment/downloads" \
+        "$root/corvane" "$root/qt" "$root/ccache" "$root/downloads"
+    cp /etc/resolv.conf /etc/hosts "$root/etc/"
+    # shellcheck disable=SC2016 # expanded by the inner shell
+    unshare --mount --pid --fork --kill-child bash -euc '
+        root=$1 tree=$2 environment=$3
+        shift 3
+        mount -t proc proc "$root/proc"
+        mount --rbind /sys "$root/sys"
+        mount --rbind /dev "$root/dev"
+        mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
+        mount --bind "$tree" "$root/corvane"
+        mount --bind "$environment/qt" "$root/qt"
+        mount --bind "$environment/ccache" "$root/ccache"
+        mount --bind "$environment/downloads" "$root/downloads"
+        if [ -d /tmp/.X11-unix ]; then
+            mkdir "$root/tmp/.X11-unix"
+            mount --bind /tmp/.X11-unix "$root/tmp/.X11-unix"
+        fi
+        exec env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
+            TERM="${TERM:-dumb}" DISPLAY="${DISPLAY:-}" CCACHE_DIR=/ccache CCACHE_MAXSIZE=2G \
+            chroot "$root" bash -euc '\''cd /corvane; exec "$@"'\'' bash "$@"
+    ' bash "$root" "$tree" "$environment" "$@"
+}
+
+as_root() {
+    [ "$(id -u)" = 0 ] || die "only root can make and enter the environment (sudo ./dev windows)"
+    [ "$(uname -sm)" = "Linux x86_64" ] && command -v apt-get >/dev/null ||
+        die "this needs a 64-bit Debian; docs/windows.md tells how to build on Windows itself"
+}
+
+# One at a time makes it.
+alone() {
+    mkdir -p "$environment"
+    exec 7>"$environment/lock"
+    flock 7
+    "$@"
+    exec 7>&-
+}
+
+set_up() {
+    qt_archive >/dev/null
+    debian
+    install windows "$here/packages-trixie.txt"
+    qt
+}
+
+set_up_linux() {
+    set_up
+    install linux "$here/packages-trixie.txt" "$here/../packages-debian.txt"
+}
+
+case "${1:-}" in
+setup)
+    as_root
+    alone set_up
+    ;;
+setup-linux)
+    as_root
+    alone set_up_linux
+    ;;
+run)
+    shift
+    as_root
+    inside "$@"
+    ;;
+*) die "usage: environment.sh setup | setup-linux | run <command>..." ;;
+esac

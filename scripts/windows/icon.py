@@ -1,0 +1,35 @@
+#!/usr/bin/env python3
+"""Makes app/icon/corvane.ico of the drawing beside it: one picture per size that Windows asks for.
+
+Run in the environment (scripts/windows/environment.sh run scripts/windows/icon.py); it needs rsvg-convert.
+The result is kept in the tree, because a build on Windows itself has no such tool.
+"""
+
+import pathlib
+import struct
+import subprocess
+
+SIZES = (16, 20, 24, 32, 40, 48, 64, 128, 256)
+FOLDER = pathlib.Path(__file__).resolve().parents[2] / "app" / "icon"
+
+
+def picture(size):
+    """The drawing as a PNG of this many pixels a side."""
+    return subprocess.run(
+        ["rsvg-convert", "--width", str(size), "--height", str(size), FOLDER / "corvane.svg"],
+        check=True, stdout=subprocess.PIPE).stdout
+
+
+def icon(pictures):
+    """The container: a header, one entry of 16 bytes per picture, the pictures."""
+    head = struct.pack("<HHH", 0, 1, len(pictures))
+    offset = len(head) + 16 * len(pictures)
+    entries = b""
+    for size, png in pictures:
+        side = size % 256  # 256 is written as 0
+        entries += struct.pack("<BBBBHHII", side, side, 0, 0, 1, 32, len(png), offset)
+        offset += len(png)
+    return head + entries + b"".join(png for _, png in pictures)
+
+
+(FOLDER / "corvane.ico").write_bytes(icon([(size, picture(size)) for size in SIZES]))
