@@ -16,7 +16,8 @@ target_compile_definitions(corvane_compiler INTERFACE
 
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     target_compile_options(corvane_warnings INTERFACE
-        -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual)
+        -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+        $<$<NOT:$<BOOL:$<TARGET_PROPERTY:CORVANE_WAITS_NARROW>>>:-Wconversion>)
     if(CORVANE_WARNINGS_AS_ERRORS)
         target_compile_options(corvane_warnings INTERFACE -Werror)
     endif()
