@@ -1,4 +1,5 @@
 #include "engine/host/ToolResolver.h"
+#include "tests/support/Processes.h"
 #include "tests/support/ToolPath.h"
 
 #include <QCoreApplication>
@@ -55,7 +56,7 @@ public:
     [[nodiscard]] QString find(const QString &name) const
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"PATH"_s, root() + u"/path"_s);
+        environment.insert(u"PATH"_s, pathForCopies(root() + u"/path"_s));
         QProcess program;
         program.setProcessEnvironment(environment);
         program.setWorkingDirectory(root());

@@ -2,21 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
-#include <thread>
-#include <utility>
-
-#ifdef _WIN32
-#include <fcntl.h>
-#include <io.h>
-#include <process.h>
-#else
-#include <sys/resource.h>
-#include <unistd.h>
-#endif
 
 namespace corvane::fake {
 
@@ -70,51 +57,6 @@ long long clockMicroseconds()
 {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-}
-
-long processId()
-{
-#ifdef _WIN32
-    return _getpid();
-#else
-    return getpid();
-#endif
-}
-
-void crash()
-{
-#ifndef _WIN32
-    const rlimit noCore{0, 0};
-    setrlimit(RLIMIT_CORE, &noCore);
-#endif
-    std::signal(SIGSEGV, SIG_DFL);
-    std::raise(SIGSEGV);
-    std::abort();
-}
-
-void useBinaryStreams()
-{
-#ifdef _WIN32
-    _setmode(_fileno(stderr), _O_BINARY);
-    _setmode(_fileno(stdout), _O_BINARY);
-#endif
-}
-
-void onTerminate(std::function<void()> handler)
-{
-#ifdef _WIN32
-    static_cast<void>(handler);
-#else
-    sigset_t asked;
-    sigemptyset(&asked);
-    sigaddset(&asked, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &asked, nullptr);
-    std::thread([asked, handler = std::move(handler)] {
-        int signal = 0;
-        while (sigwait(&asked, &signal) == 0)
-            handler();
-    }).detach();
-#endif
 }
 
 } // namespace corvane::fake

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QString>
 #include <QStringList>
 #include <QtGlobal>
 
@@ -16,12 +17,18 @@ namespace corvane::test {
 /// Exit code that QProcess gives for a child that ran into a segmentation fault.
 [[nodiscard]] int crashedExitCode();
 
-// The rest is for tests that are built on POSIX systems alone.
+/// True if a child has started by the time that QProcess::start() returns; elsewhere it takes a turn of the
+/// event loop.
+[[nodiscard]] bool startsAtOnce();
+
+/// Value for `PATH` with which a copy of a program that uses Qt starts from any place and finds no other tool
+/// than in `directory`: the libraries are searched there too on Windows.
+[[nodiscard]] QString pathForCopies(const QString &directory);
 
 /// Holds `pid`, which lives on but does nothing any more, until it is killed.
 void suspendProcess(qint64 pid);
 
-/// Sends `pid` the signal of that number.
+/// Sends `pid` the signal of that number. On POSIX systems only.
 void sendSignal(qint64 pid, int signal);
 
 /// Ends `pid` at once.
@@ -33,7 +40,7 @@ void killProcess(qint64 pid);
 /// Program and arguments of `pid`; empty if there is no such process, or if it has ended.
 [[nodiscard]] QStringList processCommand(qint64 pid);
 
-/// Number of this process's open file descriptors.
+/// Number of this process's open file descriptors, or handles.
 [[nodiscard]] qsizetype openDescriptors();
 
 } // namespace corvane::test

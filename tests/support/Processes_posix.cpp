@@ -27,6 +27,16 @@ int crashedExitCode()
     return SIGSEGV;
 }
 
+bool startsAtOnce()
+{
+    return false;
+}
+
+QString pathForCopies(const QString &directory)
+{
+    return directory;
+}
+
 void suspendProcess(qint64 pid)
 {
     ::kill(static_cast<pid_t>(pid), SIGSTOP);

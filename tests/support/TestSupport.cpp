@@ -1,5 +1,7 @@
 #include "tests/support/TestSupport.h"
 
+#include "tests/support/Processes.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFile>
@@ -46,6 +48,11 @@ PipelineConfig fakeConfig(const QString &steps)
     output.url = "fake:"_L1 + steps;
     config.outputs = {output};
     return config;
+}
+
+Pipeline::State launchedState()
+{
+    return startsAtOnce() ? Pipeline::State::Running : Pipeline::State::Starting;
 }
 
 QString stateName(Pipeline::State state)

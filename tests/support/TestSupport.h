@@ -66,6 +66,9 @@ void passTimersOf(int ms);
 /// Makes the file at `path`, empty: the sign for which a fake child awaits.
 void createFile(const QString &path);
 
+/// State in which start() leaves a pipeline whose encoder can be launched.
+[[nodiscard]] Pipeline::State launchedState();
+
 /// Text form of a state as the recorder writes it: "stopped", "starting", "running", "failed".
 [[nodiscard]] QString stateName(Pipeline::State state);
 
