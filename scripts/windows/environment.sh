@@ -80,10 +80,10 @@ debian() {
     # What isn't needed here isn't unpacked, and a crash costs nothing but time.
     cat >"$root/etc/dpkg/dpkg.cfg.d/corvane" <<'CONFIG'
 force-unsafe-io
-path-exclude=/usr/share/doc/*
 path-exclude=/usr/share/man/*
 path-exclude=/usr/share/info/*
 CONFIG
+    printf 'deb-src %s %s main\n' "$from" "$suite" >"$root/etc/apt/sources.list.d/corvane.list"
     touch "$root/corvane-base"
 }
 
@@ -125,10 +125,24 @@ qt() {
     printf '%s\n' "$state" >"$stamp"
 }
 
+# Libraries that neither Debian nor the archive has for Windows.
+libraries() {
+    local state stamp=$environment/libraries/corvane-script
+    state=$(sha256sum <"$here/libraries.sh")
+    [ "$(cat "$stamp" 2>/dev/null || true)" != "$state" ] || return 0
+    say "building libraries for Windows"
+    rm -rf "$environment/libraries"
+    quietly inside scripts/windows/libraries.sh
+    printf '%s\n' "$state" >"$stamp"
+}
+
 # Runs a command in the environment. Mounts and processes are in name spaces of their own and end with it.
 inside() {
-    mkdir -p "$environment/qt" "$environment/ccache" "$environment/downloads" \
-        "$root/corvane" "$root/qt" "$root/ccache" "$root/downloads"
+    local folder
+    for folder in qt libraries ccache downloads; do
+        mkdir -p "$environment/$folder" "$root/$folder"
+    done
+    mkdir -p "$root/corvane"
     cp /etc/resolv.conf /etc/hosts "$root/etc/"
     # shellcheck disable=SC2016 # expanded by the inner shell
     unshare --mount --pid --fork --kill-child bash -euc '
@@ -139,9 +153,9 @@ inside() {
         mount --rbind /dev "$root/dev"
         mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
         mount --bind "$tree" "$root/corvane"
-        mount --bind "$environment/qt" "$root/qt"
-        mount --bind "$environment/ccache" "$root/ccache"
-        mount --bind "$environment/downloads" "$root/downloads"
+        for folder in qt libraries ccache downloads; do
+            mount --bind "$environment/$folder" "$root/$folder"
+        done
         if [ -d /tmp/.X11-unix ]; then
             mkdir "$root/tmp/.X11-unix"
             mount --bind /tmp/.X11-unix "$root/tmp/.X11-unix"
@@ -172,6 +186,7 @@ set_up() {
     debian
     install windows "$here/packages-trixie.txt"
     qt
+    libraries
 }
 
 set_up_linux() {

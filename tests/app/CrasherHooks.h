@@ -1,6 +1,8 @@
 #pragma once
 
 /// What tests/app/crasher does with the platform's own means.
+#include <string_view>
+
 namespace corvane::crasher {
 
 /// No core file; and a stack that is soon run over.
@@ -10,6 +12,11 @@ void limitResources();
 void writeToNull();
 void divideByZero();
 void runIllegalInstruction();
+
+/// Deaths that only this platform has; returns if it has none of that name. On Windows "exception=CODE"
+/// (hexadecimal) raises a structured exception, and "bare-thread" writes to null in a thread that the C
+/// run-time knows nothing of.
+void dieLikeHere(std::string_view death);
 
 /// Takes the lock round every use of the heap, for good.
 void lockHeap();

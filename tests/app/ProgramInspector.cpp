@@ -6,6 +6,8 @@
 //   leave a
 //                                 slot, "throw-other" one of another kind
 
+#include "tests/app/SymbolExporter.h"
+
 #include <QCoreApplication>
 #include <QFile>
 #include <QGenericPlugin>
@@ -20,8 +22,6 @@
 #include <QTimer>
 #include <QWindow>
 
-#include <dlfcn.h>
-
 #include <stdexcept>
 
 using namespace Qt::StringLiterals;
@@ -32,14 +32,6 @@ QJsonValue textOf(const QString &resource)
 {
     QFile file(resource);
     return file.open(QIODevice::ReadOnly) ? QJsonValue(QString::fromUtf8(file.readAll())) : QJsonValue::Null;
-}
-
-/// File that exports `symbol` first in this process; empty if none does.
-QString exporterOf(const char *symbol)
-{
-    Dl_info info{};
-    void *address = dlsym(RTLD_DEFAULT, symbol);
-    return address && dladdr(address, &info) != 0 ? QString::fromLocal8Bit(info.dli_fname) : QString();
 }
 
 /// Whether a document may import this version of the module.
@@ -76,7 +68,7 @@ QJsonObject findings()
         {u"applicationVersion"_s, QCoreApplication::applicationVersion()},
         {u"qmldir"_s, textOf(u":/qt/qml/Corvane/qmldir"_s)},
         {u"mainSource"_s, textOf(u":/qt/qml/Corvane/app/qml/Main.qml"_s)},
-        {u"registrationExportedBy"_s, exporterOf("_Z26qml_register_types_Corvanev")},
+        {u"registrationExportedBy"_s, corvane::test::exporterOf("_Z26qml_register_types_Corvanev")},
         {u"imports10"_s, imports("Corvane 1.0")},
         {u"imports20"_s, imports("Corvane 2.0")},
         {u"windows"_s, windows},

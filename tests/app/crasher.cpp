@@ -3,7 +3,7 @@
 //   crasher DIRECTORY DEATH [CIRCUMSTANCE...]
 //
 // Deaths: "null-write", "abort", "divide", "illegal", "throw", "throw-other", "noexcept", "overflow" (of the
-// stack).
+// stack), "raise=SIGNAL"; and those of the platform, see dieLikeHere().
 // Circumstances: "worker" (a thread of its own dies), "heap-held" (another thread has the heap's lock),
 // "heap-own" (the dying one has it), "pieces" (a "|" after every piece of the report),
 // "again=NUMBER:DEATH" (a second death, before that piece of the report is written).
@@ -16,6 +16,7 @@
 #include <QString>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -72,6 +73,10 @@ void die(std::string_view death)
         crasher::runIllegalInstruction();
     else if (death == "overflow")
         recurse(0);
+    else if (death.starts_with("raise="))
+        std::raise(std::atoi(death.substr(6).data()));
+    else
+        crasher::dieLikeHere(death);
 }
 
 struct Circumstances

@@ -132,7 +132,7 @@ void tst_Program::startsWithoutFfmpeg()
             QSKIP(qPrintable(u"this machine has %1, which is found without a PATH"_s.arg(place)));
     }
     ProgramSandbox sandbox;
-    QVERIFY(QFile::remove(sandbox.path(u"bin/ffmpeg"_s)));
+    QVERIFY(QFile::remove(sandbox.fakeFfmpegCopy()));
     ProgramRun run(sandbox, m_display);
 
     QVERIFY(run.start());
@@ -191,7 +191,7 @@ void tst_Program::endsWithoutAnInterface()
 {
     // A copy of the program that looks for QML modules where there are none.
     ProgramSandbox sandbox;
-    const QString copy = sandbox.path(u"bin/corvane"_s);
+    const QString copy = sandbox.path("bin/"_L1 + QFileInfo(corvaneProgram()).fileName());
     QVERIFY(QFile::copy(corvaneProgram(), copy));
     writeFile(sandbox.path(u"bin/qt.conf"_s), "[Paths]\nQmlImports=/nonexistent\nPlugins=" +
                                                   QLibraryInfo::path(QLibraryInfo::PluginsPath).toUtf8() +

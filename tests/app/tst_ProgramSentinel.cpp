@@ -46,7 +46,7 @@ QStringList runtimeFiles(const ProgramSandbox &sandbox, qint64 startedAt)
 /// A copy of the program that looks for QML modules where there are none.
 void takeInterfaceAway(const ProgramSandbox &sandbox, ProgramRun &run)
 {
-    const QString copy = sandbox.path(u"bin/corvane"_s);
+    const QString copy = sandbox.path("bin/"_L1 + QFileInfo(corvaneProgram()).fileName());
     QVERIFY(QFile::copy(corvaneProgram(), copy));
     writeFile(sandbox.path(u"bin/qt.conf"_s), "[Paths]\nQmlImports=/nonexistent\nPlugins=" +
                                                   QLibraryInfo::path(QLibraryInfo::PluginsPath).toUtf8() +

@@ -1,7 +1,9 @@
 #include "tests/support/ProgramSandbox.h"
 
 #include "tests/support/ChildLife.h"
+#include "tests/support/Processes.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/ToolPath.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -31,6 +33,8 @@ constexpr struct
     {"XDG_CACHE_HOME", "cache"},
     {"XDG_RUNTIME_DIR", "run"},
     {"TMPDIR", "tmp"},
+    {"TEMP", "tmp"},
+    {"TMP", "tmp"},
     {"PATH", "bin"},
 };
 
@@ -44,9 +48,10 @@ ProgramSandbox::ProgramSandbox()
         QDir().mkpath(path(QLatin1String(directory)));
         m_environment.insert(QLatin1String(variable), path(QLatin1String(directory)));
     }
+    m_environment.insert(u"PATH"_s, pathForCopies(path(u"bin"_s)));
     // Qt warns of a run-time directory that others may look into.
     QFile::setPermissions(path(u"run"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    QFile::link(fakeFfmpeg(), path(u"bin/ffmpeg"_s));
+    QFile::copy(fakeFfmpeg(), fakeFfmpegCopy());
 
     m_environment.insert(u"CORVANE_RUNTIME_DIR"_s, runtimeDir());
     m_environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, "unix:path="_L1 + path(u"no-session-bus"_s));
@@ -54,6 +59,11 @@ ProgramSandbox::ProgramSandbox()
     m_environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
     m_environment.insert(u"QT_QUICK_BACKEND"_s, u"software"_s);
     m_environment.insert(u"QT_FORCE_STDERR_LOGGING"_s, u"1"_s);
+}
+
+QString ProgramSandbox::fakeFfmpegCopy() const
+{
+    return path("bin/"_L1 + executableName(u"ffmpeg"_s));
 }
 
 QStringList ProgramSandbox::contents() const

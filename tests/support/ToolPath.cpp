@@ -15,14 +15,13 @@ namespace {
 constexpr const char *probeVariables[] = {"FAKE_FFMPEG_ENCODERS", "FAKE_FFMPEG_PROTOCOLS",
                                           "FAKE_FFMPEG_PROBE"};
 
-/// Windows finds a program in `PATH` only by its suffix.
+} // namespace
+
 QString executableName(const QString &name)
 {
     const QString suffix = QFileInfo(fakeFfmpeg()).suffix();
     return suffix.isEmpty() ? name : name + u'.' + suffix;
 }
-
-} // namespace
 
 ToolPath::ToolPath()
     : m_formerPath(qgetenv("PATH"))

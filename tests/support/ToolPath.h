@@ -42,6 +42,9 @@ private:
     QByteArray m_formerPath;
 };
 
+/// File name of the program `name`: Windows finds a program in `PATH` only by its suffix.
+[[nodiscard]] QString executableName(const QString &name);
+
 /// Where the machine has `name` installed, whatever `PATH` a test has set; empty if it hasn't.
 [[nodiscard]] QString machineTool(const QString &name);
 

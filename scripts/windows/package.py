@@ -1,0 +1,155 @@
+#!/usr/bin/env python3
+"""Puts the package for Windows together: everything that runs on a clean Windows, and the licences of it.
+
+    package.py <build folder> <folder to fill> <zip file>
+
+Run in the environment (./dev windows package). What is needed is found out, not listed: libraries by what each
+program, plugin and library imports, QML modules by what the interface imports.
+"""
+
+import json
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import zipfile
+
+TREE = pathlib.Path(__file__).resolve().parents[2]
+QT = pathlib.Path("/qt")
+COMPILER = "x86_64-w64-mingw32-g++-posix"
+STRIP = "x86_64-w64-mingw32-strip"
+PROGRAMS = ("corvane.exe", "corvane-guardian.exe", "corvane-publish.exe")
+PLUGINS = (
+    "platforms/qwindows.dll",  # the window
+    "tls/qschannelbackend.dll",  # updates come over HTTPS
+)
+# Of every control there is a fallback in Basic, and the window is in Material: these are neither.
+OTHER_STYLES = {"Fusion", "Imagine", "Universal", "Windows", "FluentWinUI3", "macOS", "iOS"}
+COMPILER_LIBRARIES = ("libgcc_s_seh-1.dll", "libstdc++-6.dll", "libwinpthread-1.dll")
+# What a QML module needs while it is edited and checked, not while it runs.
+NOT_AT_RUN_TIME = {".qmltypes", ".prl", ".a", ".debug"}
+
+
+class PackageError(Exception):
+    """What stands in the way, in words."""
+
+
+def output_of(*command):
+    return subprocess.run(command, check=True, stdout=subprocess.PIPE, text=True).stdout
+
+
+def imports(file):
+    """Names of the libraries that a program or library loads."""
+    return re.findall(r"DLL Name: (\S+)", output_of("x86_64-w64-mingw32-objdump", "-p", str(file)))
+
+
+def library_sources():
+    """Where libraries that are no part of Windows lie: their names, in small letters, and paths."""
+    found = {file.name.lower(): file for file in (QT / "bin").glob("*.dll")}
+    for name in COMPILER_LIBRARIES:
+        path = pathlib.Path(output_of(COMPILER, f"-print-file-name={name}").strip())
+        if path.is_file():
+            found[name.lower()] = path.resolve()
+    return found
+
+
+def qml_modules():
+    """Folders of the QML modules that the interface imports, one through the other."""
+    scanner = "/usr/lib/qt6/libexec/qmlimportscanner"
+    listed = json.loads(output_of(scanner, "-rootPath", str(TREE / "app/qml"), "-importPath", str(QT / "qml")))
+    folders = set()
+    for module in listed:
+        path = module.get("path")
+        if module.get("type") != "module" or not path:
+            continue
+        parts = set(module["name"].split("."))
+        if not parts & OTHER_STYLES:
+            folders.add(pathlib.Path(path))
+    if not any(folder.name == "Material" for folder in folders):
+        raise PackageError("the scan of the interface's imports doesn't tell of the style Material")
+    return sorted(folders)
+
+
+def copy_module(folder, target):
+    """The files of one module; modules below it are copied by themselves, if they are needed."""
+    below = {path.parent for path in folder.rglob("qmldir") if path.parent != folder}
+    for file in folder.rglob("*"):
+        if not file.is_file() or file.suffix in NOT_AT_RUN_TIME or any(path in file.parents for path in below):
+            continue
+        place = target / "qml" / file.relative_to(QT / "qml")
+        place.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(file, place)
+
+
+def copy_libraries(target):
+    """Everything that the files in the package load, until nothing is missing but what Windows brings."""
+    sources = library_sources()
+    unseen = [*target.rglob("*.exe"), *target.rglob("*.dll")]
+    seen = {file.name.lower() for file in unseen}
+    while unseen:
+        for name in imports(unseen.pop()):
+            if name.lower() in seen or name.lower() not in sources:
+                continue
+            seen.add(name.lower())
+            place = target / sources[name.lower()].name
+            shutil.copyfile(sources[name.lower()], place)
+            unseen.append(place)
+
+
+def copy_licences(target):
+    """Of everything in the package that others have made."""
+    place = target / "licenses"
+    shutil.copytree(QT / "share/licenses", place / "qt")
+    for package, name in (("gcc-mingw-w64-base", "gcc"), ("mingw-w64-common", "mingw-w64")):
+        shutil.copyfile(f"/usr/share/doc/{package}/copyright", place / f"{name}.txt")
+    shutil.copyfile("/usr/share/common-licenses/GPL-3", place / "GPL-3.txt")
+    libraries = pathlib.Path("/libraries/licenses")
+    if (target / "corvane-guardian.exe").exists() or (target / "corvane-publish.exe").exists() or libraries.exists():
+        for file in libraries.glob("*.txt"):
+            shutil.copyfile(file, place / file.name)
+
+
+def fill(build, target):
+    if target.exists():
+        shutil.rmtree(target)
+    target.mkdir(parents=True)
+    for name in PROGRAMS:
+        if (build / name).exists():
+            shutil.copyfile(build / name, target / name)
+    if not (target / "corvane.exe").exists():
+        raise PackageError(f"{build}/corvane.exe isn't built")
+    for plugin in PLUGINS:
+        place = target / "plugins" / plugin
+        place.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(QT / "plugins" / plugin, place)
+    for folder in qml_modules():
+        copy_module(folder, target)
+    copy_libraries(target)
+    for file in (*target.rglob("*.exe"), *target.rglob("*.dll")):
+        subprocess.run([STRIP, "--strip-unneeded", str(file)], check=True)
+    (target / "qt.conf").write_text("[Paths]\nPrefix=.\nPlugins=plugins\nQmlImports=qml\n", encoding="ascii")
+    copy_licences(target)
+
+
+def pack(target, archive):
+    archive.parent.mkdir(parents=True, exist_ok=True)
+    with zipfile.ZipFile(archive, "w", zipfile.ZIP_DEFLATED, compresslevel=9) as packed:
+        for file in sorted(target.rglob("*")):
+            if file.is_file():
+                packed.write(file, pathlib.PurePosixPath(target.name) / file.relative_to(target).as_posix())
+
+
+def main():
+    build, target, archive = (pathlib.Path(argument) for argument in sys.argv[1:])
+    try:
+        fill(build, target)
+    except PackageError as error:
+        sys.exit(f"package: {error}")
+    pack(target, archive)
+    files = [file for file in target.rglob("*") if file.is_file()]
+    print(f"{archive}: {len(files)} files, {archive.stat().st_size / 1e6:.1f} MB "
+          f"({sum(file.stat().st_size for file in files) / 1e6:.1f} MB unpacked)")
+
+
+main()
