@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """Puts the package for Windows together: everything that runs on a clean Windows, and the licences of it.
 
-    package.py <build folder> <folder to fill> <zip file>
+    package.py <build folder> <folder for the packages>
 
-Run in the environment (./dev windows package). What is needed is found out, not listed: libraries by what each
+Leaves the folder CORVANE-<version>-win64, the same as a .zip and, made by CPack, as an installer. Run in the
+environment (./dev windows package). What is needed is found out, not listed: libraries by what each
 program, plugin and library imports, QML modules by what the interface imports.
 """
 
@@ -105,9 +106,8 @@ def copy_licences(target):
         shutil.copyfile(f"/usr/share/doc/{package}/copyright", place / f"{name}.txt")
     shutil.copyfile("/usr/share/common-licenses/GPL-3", place / "GPL-3.txt")
     libraries = pathlib.Path("/libraries/licenses")
-    if (target / "corvane-guardian.exe").exists() or (target / "corvane-publish.exe").exists() or libraries.exists():
-        for file in libraries.glob("*.txt"):
-            shutil.copyfile(file, place / file.name)
+    for file in libraries.glob("*.txt"):
+        shutil.copyfile(file, place / file.name)
 
 
 def fill(build, target):
@@ -140,16 +140,31 @@ def pack(target, archive):
                 packed.write(file, pathlib.PurePosixPath(target.name) / file.relative_to(target).as_posix())
 
 
+def installer(target, version):
+    """The installer beside the folder, from what is in the folder."""
+    subprocess.run(["cpack", "--config", str(TREE / "scripts/windows/installer.cmake"),
+                    "-D", f"CORVANE_VERSION={version}", "-D", f"CORVANE_FOLDER={target}",
+                    "-D", f"CORVANE_ICON={TREE / 'app/icon/corvane.ico'}", "-B", str(target.parent)],
+                   check=True, stdout=subprocess.PIPE)
+    shutil.rmtree(target.parent / "_CPack_Packages")
+    return target.parent / f"{target.name}.exe"
+
+
 def main():
-    build, target, archive = (pathlib.Path(argument) for argument in sys.argv[1:])
+    build, folder = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
+    version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", (build / "CMakeCache.txt").read_text(), re.M)[1]
+    target = folder / f"CORVANE-{version}-win64"
+    archive = folder / f"{target.name}.zip"
     try:
         fill(build, target)
     except PackageError as error:
         sys.exit(f"package: {error}")
     pack(target, archive)
     files = [file for file in target.rglob("*") if file.is_file()]
-    print(f"{archive}: {len(files)} files, {archive.stat().st_size / 1e6:.1f} MB "
+    print(f"{archive.name}: {len(files)} files, {archive.stat().st_size / 1e6:.1f} MB "
           f"({sum(file.stat().st_size for file in files) / 1e6:.1f} MB unpacked)")
+    setup = installer(target, version)
+    print(f"{setup.name}: {setup.stat().st_size / 1e6:.1f} MB")
 
 
 main()
