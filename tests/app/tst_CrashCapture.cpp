@@ -1,22 +1,14 @@
-#include "tests/support/ChildLife.h"
+#include "tests/app/Crasher.h"
 #include "tests/support/Processes.h"
 
 #include <QDir>
 #include <QFile>
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
-
-#include <ctime>
 
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
 namespace {
-
-// Two seconds is what a death may take; the rest is for a machine that has other things to do.
-constexpr int deathLimitMs = 2000;
-constexpr int slackMs = 4000;
 
 constexpr int abortSignal = 6;
 constexpr int illegalSignal = 4;
@@ -29,74 +21,6 @@ const QByteArray arithmeticReport = "=== CORVANE CRASH ===\nreason: SIGFPE sig=8
 const QByteArray illegalReport = "=== CORVANE CRASH ===\nreason: SIGILL sig=4\n=== end ===\n";
 const QByteArray exceptionReports =
     "=== CORVANE CRASH ===\nreason: std::terminate (exceção não capturada)\n=== end ===\n" + abortReport;
-
-/// By the clock that names the files: a tick behind QDateTime's.
-qint64 coarseSeconds()
-{
-    return static_cast<qint64>(std::time(nullptr));
-}
-
-/// tests/app/crasher from its start to its death. It lives in a directory of its own.
-class Crasher
-{
-public:
-    explicit Crasher(const QStringList &death)
-    {
-        endWithParent(program);
-        program.setProgram(QStringLiteral(CORVANE_CRASHER));
-        program.setArguments(QStringList{crashDir()} + death);
-        program.setWorkingDirectory(m_directory.path());
-    }
-
-    [[nodiscard]] QString path(const QString &name) const { return m_directory.filePath(name); }
-    [[nodiscard]] QString crashDir() const { return path(u"runtime/crashes"_s); }
-
-    /// True as soon as it is guarded and waits to be told.
-    [[nodiscard]] bool start()
-    {
-        m_startedAt = coarseSeconds();
-        program.start();
-        return program.waitForReadyRead(20000) && program.readAllStandardOutput() == "ready\n";
-    }
-
-    /// True once it is dead, if that takes no longer than it may.
-    [[nodiscard]] bool die()
-    {
-        m_guardedAt = coarseSeconds();
-        program.write("\n");
-        return program.waitForFinished(deathLimitMs + slackMs);
-    }
-
-    /// Everything in the crash directory, with "<start>" for the second in which it was started.
-    [[nodiscard]] QStringList entries() const
-    {
-        QStringList names =
-            QDir(crashDir()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-        for (qint64 second = m_startedAt; second <= m_guardedAt; ++second)
-            names.replaceInStrings(u"crash-%1.log"_s.arg(second), u"crash-<start>.log"_s);
-        return names;
-    }
-
-    /// Of all reports.
-    [[nodiscard]] QByteArray log() const
-    {
-        QByteArray text;
-        const QDir directory(crashDir());
-        for (const QString &name : directory.entryList({u"crash-*.log"_s})) {
-            QFile file(directory.filePath(name));
-            if (file.open(QIODevice::ReadOnly))
-                text += file.readAll();
-        }
-        return text;
-    }
-
-    QProcess program;
-
-private:
-    QTemporaryDir m_directory;
-    qint64 m_startedAt = 0;
-    qint64 m_guardedAt = 0;
-};
 
 } // namespace
 
@@ -218,7 +142,7 @@ void tst_CrashCapture::reportsWhatItIsSent()
     Crasher crasher({u"abort"_s});
     QVERIFY(crasher.start());
     sendSignal(crasher.program.processId(), signal);
-    QVERIFY(crasher.program.waitForFinished(deathLimitMs + slackMs));
+    QVERIFY(crasher.program.waitForFinished(deathLimitMs + deathSlackMs));
 
     QCOMPARE(crasher.program.exitStatus(), QProcess::CrashExit);
     QCOMPARE(crasher.program.exitCode(), signal);
@@ -241,7 +165,7 @@ void tst_CrashCapture::crashesOfOneProcessShareALog()
     Crasher crasher({u"null-write"_s});
     QVERIFY(crasher.start());
     // Something stands in every file that this start could have named.
-    const qint64 now = coarseSeconds();
+    const qint64 now = Crasher::coarseSeconds();
     for (qint64 second = now - 30; second <= now; ++second) {
         QFile file(crasher.crashDir() + u"/crash-%1.log"_s.arg(second));
         QVERIFY(file.open(QIODevice::WriteOnly));

@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QRegularExpression>
 #include <QTimer>
@@ -130,10 +131,9 @@ bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
 
 void passTimersOf(int ms)
 {
-    bool fired = false;
-    QTimer::singleShot(ms, Qt::PreciseTimer, [&] { fired = true; });
-    while (!fired)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    QEventLoop loop;
+    QTimer::singleShot(ms, Qt::PreciseTimer, &loop, &QEventLoop::quit);
+    loop.exec();
 }
 
 QStringList outline(const Recorder &recorder)

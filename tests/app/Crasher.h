@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace corvane::test {
+
+/// tests/app/crasher from its start to its death. It lives in a directory of its own.
+class Crasher
+{
+public:
+    /// `death`: how it dies and in which circumstances. `directory`: where its runtime directory lies.
+    explicit Crasher(const QStringList &death, const QString &directory = {});
+
+    [[nodiscard]] QString path(const QString &name) const; ///< within its own directory
+    [[nodiscard]] QString crashDir() const;
+
+    /// True as soon as it is guarded and waits to be told.
+    [[nodiscard]] bool start();
+
+    /// True once it is dead, if that takes no longer than it may.
+    [[nodiscard]] bool die();
+
+    /// Everything in the crash directory, with "<start>" for the second in which it was started.
+    [[nodiscard]] QStringList entries() const;
+
+    [[nodiscard]] QByteArray log() const;  ///< of all reports
+    [[nodiscard]] QByteArray dump() const; ///< empty if there is none
+
+    /// By the clock that names the files: a tick behind QDateTime's.
+    [[nodiscard]] static qint64 coarseSeconds();
+
+    QProcess program;
+
+private:
+    [[nodiscard]] QByteArray contents(const QString &pattern) const;
+
+    QTemporaryDir m_directory;
+    QString m_runtime;
+    qint64 m_startedAt = 0;
+    qint64 m_guardedAt = 0;
+};
+
+// Two seconds is what a death may take; the rest is for a machine that has other things to do.
+inline constexpr int deathLimitMs = 2000;
+inline constexpr int deathSlackMs = 4000;
+
+} // namespace corvane::test
