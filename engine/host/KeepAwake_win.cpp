@@ -1,19 +1,23 @@
+#include "engine/host/KeepAwake_win.h"
+
 #include "engine/host/KeepAwake.h"
 
 #include <windows.h>
 
 namespace corvane {
 
+unsigned long(__stdcall *setThreadExecutionState)(unsigned long) = &SetThreadExecutionState;
+
 // The continuous flag lasts until it is cleared, so the request isn't renewed.
 
 void preventSleep()
 {
-    SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED | ES_DISPLAY_REQUIRED);
+    setThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED | ES_DISPLAY_REQUIRED);
 }
 
 void allowSleep()
 {
-    SetThreadExecutionState(ES_CONTINUOUS);
+    setThreadExecutionState(ES_CONTINUOUS);
 }
 
 } // namespace corvane
