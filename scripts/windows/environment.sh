@@ -96,6 +96,7 @@ install() {
     say "installing packages into it"
     # The machine's way out, if it has one of its own.
     apt-config dump 2>/dev/null | grep -iE '^Acquire::(http|https)::Proxy' >"$root/etc/apt/apt.conf.d/corvane-proxy" || true
+    quietly inside dpkg --configure -a # what an earlier run may have been interrupted in
     quietly inside apt-get update
     # shellcheck disable=SC2046 # one word per package
     quietly inside env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \

@@ -7,6 +7,7 @@ prefix=/libraries
 host=x86_64-w64-mingw32
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+chown _apt "$work" # who fetches
 cd "$work"
 
 # The sources of a package, unpacked with Debian's patches: the folder is called as the package.
@@ -19,6 +20,7 @@ libsodium() {
     sources libsodium
     (
         cd libsodium
+        autoreconf -fi
         ./configure --host=$host --prefix=$prefix --disable-shared --enable-static --disable-dependency-tracking \
             CC="ccache $host-gcc-posix" CFLAGS=-O2
         make -j"$(nproc)"

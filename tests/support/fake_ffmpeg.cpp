@@ -26,7 +26,7 @@
 //
 // Asked for -encoders or -protocols it answers with FAKE_FFMPEG_ENCODERS or FAKE_FFMPEG_PROTOCOLS from the
 // environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead, FAKE_FFMPEG_PROBE=exit1 answers with
-// code 1.
+// code 1, FAKE_FFMPEG_PROBE=long says more before the answer than any pipe holds.
 
 #include "tests/support/FakeChild.h"
 
@@ -105,6 +105,8 @@ int answerProbe(const char *variable)
     const char *mode = std::getenv("FAKE_FFMPEG_PROBE");
     if (mode && std::string_view(mode) == "hang")
         std::this_thread::sleep_for(std::chrono::minutes(1)); // ended by the one that asked
+    if (mode && std::string_view(mode) == "long")
+        std::fputs(std::string(100000, '\n').c_str(), stdout);
     if (const char *answer = std::getenv(variable))
         std::fputs(answer, stdout);
     return mode && std::string_view(mode) == "exit1" ? 1 : 0;
