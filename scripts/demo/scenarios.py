@@ -39,6 +39,21 @@ def pair(stage, window, folder):
     _judge(window, (rtmp, srt), folder)
 
 
+def one(stage, window, folder):
+    """one stream over RTMP, to a real server"""
+    rtmp = RtmpServer(stage)
+    window.picture(folder / "empty.png")
+    _fill_in_first(window, rtmp.url, folder)
+    window.press("push button", "Iniciar stream")
+    _wait_on_air(window, (NAME,), (rtmp,))
+    window.picture(folder / "running.png")
+    _wait_received(window, (NAME,), (rtmp,), ON_AIR_SECONDS)
+
+    window.press("push button", "Parar stream")
+    window.control("list item", NAME + ", stopped .*")
+    _judge(window, (rtmp,), folder)
+
+
 def tee(stage, window, folder):
     """one stream with both outputs, encoded once, through the tee shim"""
     rtmp, srt = RtmpServer(stage), SrtListener(stage)
@@ -200,5 +215,5 @@ def _judge_recording(name, received):
         raise DemoError(f"less than {LEAST_SECONDS} seconds arrived over {name}")
 
 
-SCENARIOS = {"pair": pair, "tee": tee}
+SCENARIOS = {"pair": pair, "one": one, "tee": tee}
 THROUGH_THE_SHIM = {"tee"}

@@ -40,8 +40,10 @@ class Stage:
     becomes a child of this one. That holds after a failure, Ctrl-C and the polite signals as well.
     """
 
-    def __init__(self, show):
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="corvane-demo."))
+    SCREEN = "1280x820x24"
+
+    def __init__(self, show, place=None):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="corvane-demo.", dir=place))
         self.environment = self._private_environment()
         self._show = show
         self._started = []
@@ -106,7 +108,7 @@ class Stage:
                 raise DemoError("there is no X display to show the window on")
             return
         reading, writing = os.pipe()
-        self.start("Xvfb", "Xvfb", "-displayfd", writing, "-screen", "0", "1280x820x24", "-dpi", "96",
+        self.start("Xvfb", "Xvfb", "-displayfd", writing, "-screen", "0", self.SCREEN, "-dpi", "96",
                    "-nolisten", "tcp", "-noreset", pass_fds=(writing,))
         os.close(writing)
         with open(reading, encoding="ascii") as answer:

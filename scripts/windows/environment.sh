@@ -66,7 +66,9 @@ mirror() {
 }
 
 debian() {
-    [ ! -e "$root/corvane-base" ] || return 0
+    if [ -e "$root/corvane-base" ] && [ ! -e "$root/corvane-installing" ]; then
+        return 0 # neither missing nor left in the middle of an installation
+    fi
     local from
     from=$(mirror)
     [ -n "$from" ] || die "this machine's apt sources name no Debian archive to take Debian 13 from"
@@ -96,11 +98,12 @@ install() {
     say "installing packages into it"
     # The machine's way out, if it has one of its own.
     apt-config dump 2>/dev/null | grep -iE '^Acquire::(http|https)::Proxy' >"$root/etc/apt/apt.conf.d/corvane-proxy" || true
-    quietly inside dpkg --configure -a # what an earlier run may have been interrupted in
     quietly inside apt-get update
+    touch "$root/corvane-installing"
     # shellcheck disable=SC2046 # one word per package
     quietly inside env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
         apt-get install -y --no-install-recommends $(wanted_packages "$@")
+    rm "$root/corvane-installing"
     quietly inside apt-get clean
     printf '%s\n' "$state" >"$stamp"
 }

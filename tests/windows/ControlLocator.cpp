@@ -1,7 +1,7 @@
 // A plugin that the program loads into itself when QT_QPA_GENERIC_PLUGINS names it: several times a second it
 // writes to the file CORVANE_LOCATE_REPORT which controls are in view, for one who operates the window from
-// outside and has no accessibility bus to ask: a JSON array of objects with "role", "name", "text", "checked"
-// and the place on the screen, "x", "y", "width", "height" in device pixels.
+// outside and has no accessibility bus to ask: a JSON object with the report's "number" and the "controls", an array
+// of objects with "role", "name", "text" and the place on the screen, "x", "y", "width", "height" in device pixels.
 
 #include <QAccessible>
 #include <QGenericPlugin>
@@ -29,6 +29,7 @@ constexpr struct
     {QAccessible::Dialog, "dialog"},      {QAccessible::ListItem, "list item"},
     {QAccessible::PageTab, "page tab"},   {QAccessible::SpinBox, "spin button"},
     {QAccessible::StaticText, "label"},   {QAccessible::Switch, "check box"},
+    {QAccessible::Window, "frame"},
 };
 
 QString roleName(QAccessible::Role role)
@@ -55,7 +56,6 @@ void addVisible(QAccessibleInterface *control, QJsonArray &found)
         found.append(QJsonObject{{u"role"_s, roleName(control->role())},
                                  {u"name"_s, name},
                                  {u"text"_s, text},
-                                 {u"checked"_s, bool(control->state().checked)},
                                  {u"x"_s, place.x()},
                                  {u"y"_s, place.y()},
                                  {u"width"_s, place.width()},
@@ -67,6 +67,7 @@ void addVisible(QAccessibleInterface *control, QJsonArray &found)
 
 void report()
 {
+    static int number = 0;
     QJsonArray found;
     const QWindowList windows = QGuiApplication::topLevelWindows();
     for (QWindow *window : windows) {
@@ -75,7 +76,7 @@ void report()
     }
     QSaveFile file(qEnvironmentVariable("CORVANE_LOCATE_REPORT"));
     if (file.open(QIODevice::WriteOnly)) {
-        file.write(QJsonDocument(found).toJson(QJsonDocument::Compact));
+        file.write(QJsonDocument({{u"number"_s, ++number}, {u"controls"_s, found}}).toJson(QJsonDocument::Compact));
         file.commit();
     }
 }
