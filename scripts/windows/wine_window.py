@@ -3,17 +3,14 @@
 Where the controls are is told by tests/windows/ControlLocator.cpp, which the program loads into itself.
 """
 import json
-import pathlib
 import re
 import shutil
 import subprocess
-import time
 
+from prefix import TREE
 from stage import DemoError, wait_for
 
-SCRIPTS = pathlib.Path(__file__).resolve().parent
-INSIDE = pathlib.PurePosixPath("/corvane") # where the tree is in the environment
-TREE = SCRIPTS.parents[1]
+LOCATOR = TREE / "build/windows/tests/plugins/generic/libcorvane_locator.dll"
 
 
 def _run(*command):
@@ -23,31 +20,35 @@ def _run(*command):
     return done.stdout
 
 
-def windows_path(path):
-    """How a program under Wine calls a file of the tree."""
-    return "Z:" + str(INSIDE / pathlib.Path(path).resolve().relative_to(TREE))
+def needed():
+    """What of the programs that this takes isn't there."""
+    return [name for name in ("Xvfb", "ffprobe", "import", "/usr/sbin/nginx", "setpriv", "xdotool")
+            if not shutil.which(name)]
 
 
 class WineWindow:
-    """The program's window. Every operation waits for its control and fails with DemoError if there is none."""
+    """The program's window. Every operation waits for its control and fails with DemoError if there is none.
 
-    def __init__(self, stage, program, ffmpeg_folder):
-        self._report = stage.path("controls.json")
-        variables = {
-            "WINEPREFIX": INSIDE / stage.path("prefix").relative_to(TREE),
-            "WINEPATH": windows_path(ffmpeg_folder), # Wine's name for what is put in front of PATH
-            "CORVANE_RUNTIME_DIR": windows_path(stage.path("runtime")),
-            "CORVANE_LOCATE_REPORT": windows_path(self._report),
-            "QT_PLUGIN_PATH": windows_path(TREE / "build/windows/tests/plugins"),
-            "QT_QPA_GENERIC_PLUGINS": "locator",
-            "QT_QUICK_BACKEND": "software", # Wine's own graphics on an X server without any
-        }
-        self.process = stage.start(
-            "corvane", SCRIPTS / "environment.sh", "run", "env",
-            *(f"{name}={value}" for name, value in variables.items()),
-            "scripts/windows/wine.sh", windows_path(program))
-        wait_for("the window", lambda: self.find("frame", "CORVANE"), 180) # the prefix is made first
-        self.click("label", "CORVANE") # in front, and with the focus
+    `program` is what Windows calls it, `path` its PATH. It is started with nothing else in view but drive C:.
+    """
+
+    def __init__(self, stage, prefix, program, path=""):
+        plugins = prefix.path("locator/generic")
+        plugins.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(LOCATOR, plugins)
+        self._report = prefix.path("locator/controls.json")
+        self._report.unlink(missing_ok=True)
+        self.runtime = prefix.path("runtime")
+        command = prefix.command(
+            "cmd", "/c", f"set PATH={path}&& {program}",
+            CORVANE_RUNTIME_DIR="C:/runtime",
+            CORVANE_LOCATE_REPORT="C:/locator/controls.json",
+            QT_PLUGIN_PATH="C:/locator",
+            QT_QPA_GENERIC_PLUGINS="corvane_locator",
+            QT_FORCE_STDERR_LOGGING="1",
+            QT_QUICK_BACKEND="software") # Wine's own graphics want more of an X server than there is
+        self.process = stage.start("corvane", *command)
+        wait_for("the window", lambda: self.find("frame", "CORVANE"), 120)
 
     # --- What is seen
 
@@ -56,7 +57,7 @@ class WineWindow:
         if self.process.poll() is not None:
             raise DemoError(f"corvane has ended with {self.process.returncode}")
         pattern = re.compile(name)
-        return next((control for control in self._look()[1]
+        return next((control for control in self.report().get("controls", [])
                      if control["role"] == role and pattern.fullmatch(control["name"])), None)
 
     def control(self, role, name):
@@ -67,11 +68,18 @@ class WineWindow:
         return text.replace("\u2029", "\n").replace("\u2028", "\n") # how Qt separates lines here
 
     def picture(self, path):
-        """A screenshot of the window, when what moves has come to rest."""
+        """A screenshot of the window."""
         box = self.control("frame", "CORVANE")
         self._settle()
         _run("import", "-window", "root", "-crop",
              f"{box['width']}x{box['height']}+{box['x']}+{box['y']}", "+repage", str(path))
+
+    def report(self):
+        """The program's newest report; empty as long as there is none."""
+        try:
+            return json.loads(self._report.read_text(encoding="utf-8"))
+        except (OSError, ValueError):
+            return {} # or it is being replaced
 
     # --- What is done
 
@@ -98,12 +106,6 @@ class WineWindow:
         self.type(text)
         wait_for(f"the text in “{field}”", lambda: self.text_of("text", field) == text)
 
-    def set_number(self, field, number):
-        self.click("spin button", re.escape(field), times=2) # the digits are one word: they are replaced
-        self.type(str(number))
-        self.key("Return")
-        wait_for(f"{number} in “{field}”", lambda: self.text_of("spin button", re.escape(field)) == str(number))
-
     def close(self):
         """By the key for it; returns the exit code."""
         self.key("alt+F4")
@@ -112,21 +114,7 @@ class WineWindow:
 
     # ---
 
-    def _look(self):
-        """The newest report: its number and the controls in view."""
-        try:
-            report = json.loads(self._report.read_text(encoding="utf-8"))
-            return report["number"], report["controls"]
-        except (OSError, ValueError):
-            return 0, [] # none yet, or it is being replaced
-
     def _settle(self):
         """Waits for a report that was begun from here on."""
-        number = self._look()[0]
-        wait_for("the program to answer", lambda: self._look()[0] >= number + 2)
-
-
-def needed():
-    """What of the programs that this takes isn't there."""
-    return [name for name in ("Xvfb", "ffprobe", "import", "/usr/sbin/nginx", "setpriv", "xdotool")
-            if not shutil.which(name)]
+        number = self.report().get("number", 0)
+        wait_for("the program to answer", lambda: self.report().get("number", 0) >= number + 2)

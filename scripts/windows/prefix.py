@@ -1,0 +1,54 @@
+"""A fresh Wine in the environment, for programs that are to find nothing but Windows."""
+import pathlib
+import subprocess
+
+from stage import DemoError, Stage
+
+SCRIPTS = pathlib.Path(__file__).resolve().parent
+TREE = SCRIPTS.parents[1]
+INSIDE = pathlib.PurePosixPath("/corvane") # where the tree is in the environment
+# What a command leaves running has to end by itself, and the registry is to be written.
+THEN_WAIT = 'code=0; scripts/windows/wine.sh "$@" || code=$?; wineserver -w; exit $code'
+
+
+class WineStage(Stage):
+    """Within the tree, which is what programs in the environment see; without a bus, which none of them asks."""
+
+    SCREEN = "1600x1000x24"
+
+    def __init__(self):
+        place = TREE / "build/windows"
+        super().__init__(show=False, place=place)
+
+    def _open_bus(self):
+        pass
+
+
+class Prefix:
+    """A prefix in a stage's folder. Its drive C: is the one place that its programs can reach."""
+
+    def __init__(self, stage):
+        self._folder = stage.path("prefix")
+        self._environment = stage.environment
+        self.run("cmd", "/c", "exit") # makes it
+        (self._folder / "dosdevices/z:").unlink(missing_ok=True)
+
+    def path(self, name):
+        """The file that Windows calls C:/<name>."""
+        return self._folder / "drive_c" / name
+
+    def command(self, *arguments, then_wait=False, **variables):
+        """What runs a Windows command in it."""
+        runner = ("bash", "-c", THEN_WAIT, "bash") if then_wait else ("scripts/windows/wine.sh",)
+        variables["WINEPREFIX"] = INSIDE / self._folder.relative_to(TREE)
+        return [SCRIPTS / "environment.sh", "run", "env",
+                *(f"{name}={value}" for name, value in variables.items()), *runner, *arguments]
+
+    def run(self, *arguments):
+        """Runs a Windows command to its end, and whatever it starts; what it prints."""
+        done = subprocess.run([str(part) for part in self.command(*arguments, then_wait=True)],
+                              env=self._environment, capture_output=True, text=True, errors="replace", timeout=300,
+                              check=False)
+        if done.returncode != 0:
+            raise DemoError(f"{' '.join(map(str, arguments))} left with {done.returncode}: {done.stdout}{done.stderr}")
+        return done.stdout
