@@ -159,8 +159,7 @@ void tst_CrashCapture_win::reportsExceptions()
     QCOMPARE(codeText.toUInt(nullptr, 16), code);
     QVERIFY(address.toULongLong(nullptr, 16) != 0);
     QCOMPARE(static_cast<quint32>(crasher.program.exitCode()), code);
-    QCOMPARE(crasher.entries(),
-             QStringList({u".running"_s, u"crash-<start>.dmp"_s, u"crash-<start>.log"_s}));
+    QCOMPARE(crasher.entries(), QStringList({u".running"_s, u"crash-<start>.dmp"_s, u"crash-<start>.log"_s}));
 
     const QByteArray dump = crasher.dump();
     QCOMPARE(dump.left(4), QByteArray("MDMP"));
@@ -178,8 +177,7 @@ void tst_CrashCapture_win::pathsAreUnicode()
     QVERIFY(crasher.start());
     QVERIFY(crasher.die());
 
-    QCOMPARE(crasher.entries(),
-             QStringList({u".running"_s, u"crash-<start>.dmp"_s, u"crash-<start>.log"_s}));
+    QCOMPARE(crasher.entries(), QStringList({u".running"_s, u"crash-<start>.dmp"_s, u"crash-<start>.log"_s}));
     QVERIFY(!exceptionReported(crasher.log()).first.isEmpty());
     QCOMPARE(crasher.dump().left(4), QByteArray("MDMP"));
     QCOMPARE(QDir(crasher.path({})).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),

@@ -115,11 +115,10 @@ void tst_CrashReport_win::filterReportsAndEndsTheProcess_data()
     QTest::addColumn<QByteArray>("report");
 
     const QByteArray bare = "=== CORVANE CRASH (Windows SEH) ===\n=== end ===\n";
-    QTest::newRow("access violation")
-        << true << true << 0xC0000005U << Q_UINT64_C(0x00007FF6A1B2C3D4)
-        << QByteArray("=== CORVANE CRASH (Windows SEH) ===\n"
-                      "code=0xC0000005 address=0x00007FF6A1B2C3D4\n"
-                      "=== end ===\n");
+    QTest::newRow("access violation") << true << true << 0xC0000005U << Q_UINT64_C(0x00007FF6A1B2C3D4)
+                                      << QByteArray("=== CORVANE CRASH (Windows SEH) ===\n"
+                                                    "code=0xC0000005 address=0x00007FF6A1B2C3D4\n"
+                                                    "=== end ===\n");
     QTest::newRow("code of few digits, and the last address")
         << true << true << 0x5U << Q_UINT64_C(0xFFFFFFFFFFFFFFFF)
         << QByteArray("=== CORVANE CRASH (Windows SEH) ===\n"
@@ -171,11 +170,13 @@ void tst_CrashReport_win::filterGoesOnWithoutItsFiles()
     QFETCH(const QString, dump);
     QFETCH(const QStringList, made);
 
-    usePath(CrashReport::crashLogPath, logCanBeMade ? log() : m_directory->filePath(u"missing/crash-1.log"_s));
+    usePath(CrashReport::crashLogPath,
+            logCanBeMade ? log() : m_directory->filePath(u"missing/crash-1.log"_s));
     usePath(CrashReport::crashDumpPath, dump.isNull() ? QString() : m_directory->filePath(dump));
 
     QCOMPARE(m_filter(nullptr), LONG(EXCEPTION_EXECUTE_HANDLER));
-    QCOMPARE(QDir(m_directory->path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), made);
+    QCOMPARE(QDir(m_directory->path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             made);
 }
 
 QTEST_GUILESS_MAIN(tst_CrashReport_win)

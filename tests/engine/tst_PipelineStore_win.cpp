@@ -94,7 +94,7 @@ private:
     [[nodiscard]] QString key(const QString &below) const
     {
         return u"Software\\%1\\%2\\%3"_s.arg(QCoreApplication::organizationName(),
-                                            QCoreApplication::applicationName(), below);
+                                             QCoreApplication::applicationName(), below);
     }
 
     std::unique_ptr<SettingsSandbox> m_settings;
@@ -123,16 +123,15 @@ void tst_PipelineStore_win::keepsRowsBelowTheProgram()
     PipelineStore::save({first, second});
 
     QCOMPARE(Key(key(u"pipelines"_s)).values(), (QMap<QString, QString>{{u"size"_s, u"32 bits 2"_s}}));
-    QCOMPARE(Key(key(u"pipelines\\1"_s)).values(),
-             (QMap<QString, QString>{
-                 {u"id"_s, u"text 0badcafe"_s},
-                 {u"name"_s, u"text Câmera 1 – 日本 \"a\\b\""_s},
-                 {u"sourceKind"_s, u"32 bits 5"_s},
-                 {u"sourceUri"_s, u"text C:\\Vídeos\\a b.mp4"_s},
-                 {u"bitrate"_s, u"32 bits 2500"_s},
-                 {u"hw"_s, u"32 bits 2"_s},
-                 {u"outputs"_s, u"64 bits 3"_s},
-             }));
+    QCOMPARE(Key(key(u"pipelines\\1"_s)).values(), (QMap<QString, QString>{
+                                                       {u"id"_s, u"text 0badcafe"_s},
+                                                       {u"name"_s, u"text Câmera 1 – 日本 \"a\\b\""_s},
+                                                       {u"sourceKind"_s, u"32 bits 5"_s},
+                                                       {u"sourceUri"_s, u"text C:\\Vídeos\\a b.mp4"_s},
+                                                       {u"bitrate"_s, u"32 bits 2500"_s},
+                                                       {u"hw"_s, u"32 bits 2"_s},
+                                                       {u"outputs"_s, u"64 bits 3"_s},
+                                                   }));
     QCOMPARE(Key(key(u"pipelines\\2"_s)).values().value(u"id"_s), u"text 00000002"_s);
 }
 

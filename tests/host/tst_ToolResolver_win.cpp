@@ -71,8 +71,8 @@ void tst_ToolResolver_win::findsTheSuffixInPath_data()
 
     QTest::newRow("a program") << QStringList{u"path/ffmpeg.exe"_s} << u"path/ffmpeg.exe"_s;
     QTest::newRow("in capitals") << QStringList{u"path/FFMPEG.EXE"_s} << u"path/FFMPEG.EXE"_s;
-    QTest::newRow("the first directory of two") << QStringList{u"path/ffmpeg.exe"_s, u"second/ffmpeg.exe"_s}
-                                                << u"path/ffmpeg.exe"_s;
+    QTest::newRow("the first directory of two")
+        << QStringList{u"path/ffmpeg.exe"_s, u"second/ffmpeg.exe"_s} << u"path/ffmpeg.exe"_s;
     QTest::newRow("the second, if the first has none")
         << QStringList{u"second/ffmpeg.exe"_s} << u"second/ffmpeg.exe"_s;
     QTest::newRow("a directory with a name of its own")

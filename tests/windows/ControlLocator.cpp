@@ -1,7 +1,8 @@
 // A plugin that the program loads into itself when QT_QPA_GENERIC_PLUGINS names it: several times a second it
 // writes to the file CORVANE_LOCATE_REPORT which controls are in view, for one who operates the window from
-// outside and has no accessibility bus to ask: a JSON object with the report's "number", the backend of "tls" (empty
-// without one) and the "controls", an array of objects with "role", "name", "text" and the place on the screen, "x", "y", "width", "height" in device pixels.
+// outside and has no accessibility bus to ask: a JSON object with the report's "number", the backend of "tls"
+// (empty without one) and the "controls", an array of objects with "role", "name", "text" and the place on
+// the screen, "x", "y", "width", "height" in device pixels.
 
 #include <QAccessible>
 #include <QGenericPlugin>
@@ -77,9 +78,11 @@ void report()
     }
     QSaveFile file(qEnvironmentVariable("CORVANE_LOCATE_REPORT"));
     if (file.open(QIODevice::WriteOnly)) {
-        file.write(QJsonDocument({{u"number"_s, ++number},
-                                  {u"tls"_s, QSslSocket::supportsSsl() ? QSslSocket::activeBackend() : QString()},
-                                  {u"controls"_s, found}}).toJson(QJsonDocument::Compact));
+        file.write(
+            QJsonDocument({{u"number"_s, ++number},
+                           {u"tls"_s, QSslSocket::supportsSsl() ? QSslSocket::activeBackend() : QString()},
+                           {u"controls"_s, found}})
+                .toJson(QJsonDocument::Compact));
         file.commit();
     }
 }

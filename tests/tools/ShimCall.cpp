@@ -1,0 +1,58 @@
+#include "tests/tools/ShimCall.h"
+
+#include "tests/support/TestSupport.h"
+#include "tests/support/ToolPath.h"
+
+#include <QDir>
+#include <QFile>
+
+namespace corvane::test {
+
+using namespace Qt::StringLiterals;
+
+ShimCall::ShimCall()
+{
+    for (const QString &folder : {u"a"_s, u"b"_s, u"c"_s})
+        QDir(m_dir.path()).mkpath(folder);
+    QFile::copy(QStringLiteral(CORVANE_TEE_SHIM), at(u"a"_s));
+    setPath({u"a"_s, u"b"_s, u"c"_s});
+}
+
+QString ShimCall::at(const QString &folder) const
+{
+    return m_dir.filePath(folder + u'/' + executableName(u"ffmpeg"_s));
+}
+
+void ShimCall::setPath(const QStringList &folders)
+{
+    QStringList paths;
+    for (const QString &folder : folders)
+        paths << (folder.isEmpty() ? folder : QDir::toNativeSeparators(m_dir.filePath(folder)));
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"PATH"_s, paths.join(QDir::listSeparator()));
+    m_process.setProcessEnvironment(environment);
+}
+
+void ShimCall::putEncoder(const QString &folder) const
+{
+    QFile::copy(fakeFfmpeg(), at(folder));
+}
+
+QProcess &ShimCall::start(const QStringList &arguments)
+{
+    m_process.start(at(u"a"_s), arguments);
+    return m_process;
+}
+
+int ShimCall::run(const QStringList &arguments)
+{
+    start(arguments);
+    return m_process.waitForFinished(20000) ? m_process.exitCode() : -1;
+}
+
+QString ShimCall::argumentsStep() const
+{
+    return "fake:args="_L1 + stepText(filePath(u"arguments"_s).toUtf8()) + ",exit=0"_L1;
+}
+
+} // namespace corvane::test

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace corvane::test {
+
+/// Three folders for a PATH, "a", "b" and "c", and the call of the shim that lies in the first.
+class ShimCall
+{
+public:
+    ShimCall();
+
+    [[nodiscard]] QString at(const QString &folder) const; ///< "ffmpeg" in a folder
+    [[nodiscard]] QString filePath(const QString &name) const { return m_dir.filePath(name); }
+
+    void setPath(const QStringList &folders);
+    void putEncoder(const QString &folder) const;
+
+    QProcess &start(const QStringList &arguments);
+
+    /// Runs to the end and answers the exit code.
+    int run(const QStringList &arguments);
+
+    [[nodiscard]] QProcess &process() { return m_process; }
+
+    /// What has the encoder write its arguments to the file "arguments" and leave.
+    [[nodiscard]] QString argumentsStep() const;
+
+private:
+    QTemporaryDir m_dir;
+    QProcess m_process;
+};
+
+} // namespace corvane::test

@@ -1,0 +1,147 @@
+#include "tests/support/Processes.h"
+#include "tests/support/TestSupport.h"
+#include "tests/tools/ShimCall.h"
+
+#include <QDir>
+#include <QFile>
+#include <QtTest>
+
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using namespace corvane::test;
+
+namespace {
+
+const QByteArray noOther = "ffmpeg (tee-shim): no other ffmpeg on PATH\n";
+
+} // namespace
+
+/// The shim where it becomes the encoder: process, signals, links, rights.
+class tst_TeeShimPosix : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void crash();
+    void processIdIsKept();
+    void signalsReachTheEncoder();
+    void argumentsThatAreNoText();
+    void passesOverLinksAndPlainFiles_data();
+    void passesOverLinksAndPlainFiles();
+    void encoderThatCannotBeRun();
+};
+
+void tst_TeeShimPosix::crash()
+{
+    ShimCall call;
+    call.putEncoder(u"b"_s);
+
+    QCOMPARE(call.run({u"fake:crash"_s}), crashedExitCode());
+    QCOMPARE(call.process().exitStatus(), QProcess::CrashExit);
+}
+
+void tst_TeeShimPosix::processIdIsKept()
+{
+    ShimCall call;
+    call.putEncoder(u"b"_s);
+    const QString pids = call.filePath(u"pids"_s);
+
+    QProcess &encoder = call.start({"fake:append="_L1 + stepText(pids.toUtf8())});
+    QVERIFY(waitUntil([&] { return fileLines(pids).size() == 1; }));
+
+    QCOMPARE(fileLines(pids).constFirst(), QString::number(encoder.processId()));
+    QCOMPARE(childProcesses(), QList<qint64>{encoder.processId()});
+    encoder.write("q");
+    QVERIFY(encoder.waitForFinished());
+}
+
+void tst_TeeShimPosix::signalsReachTheEncoder()
+{
+    ShimCall call;
+    call.putEncoder(u"b"_s);
+    QProcess &encoder = call.start({u"fake:stderr=up"_s});
+    QVERIFY(waitUntil([&] { return encoder.readAllStandardError() == "up"; }));
+    const qint64 pid = encoder.processId();
+
+    killProcess(pid);
+
+    QVERIFY(encoder.waitForFinished());
+    QCOMPARE(encoder.exitStatus(), QProcess::CrashExit);
+    QCOMPARE(encoder.exitCode(), killedExitCode());
+    QVERIFY(!processExists(pid));
+}
+
+void tst_TeeShimPosix::argumentsThatAreNoText()
+{
+    ShimCall call;
+    call.putEncoder(u"b"_s);
+    QProcess &shell = call.process();
+    shell.start(u"/bin/sh"_s, {u"-c"_s, uR"sh(exec "$0" "$(printf '\377\376x')" "$1")sh"_s, call.at(u"a"_s),
+                               call.argumentsStep()});
+    QVERIFY(shell.waitForFinished());
+
+    QFile seen(call.filePath(u"arguments"_s));
+    QVERIFY(seen.open(QIODevice::ReadOnly));
+    QCOMPARE(seen.readLine(), QByteArray("\xff\xfex\n"));
+}
+
+void tst_TeeShimPosix::passesOverLinksAndPlainFiles_data()
+{
+    QTest::addColumn<QStringList>("path");
+    QTest::addColumn<QString>("atB"); ///< what "ffmpeg" in the second folder is
+    QTest::addColumn<bool>("encoderInC");
+    QTest::addColumn<int>("exitCode"); ///< the encoder's is 3
+
+    const QStringList all{u"a"_s, u"b"_s, u"c"_s};
+    QTest::newRow("symbolic link to itself") << all << u"symlink"_s << true << 3;
+    QTest::newRow("hard link to itself") << all << u"hard link"_s << true << 3;
+    QTest::newRow("a file without execute permission") << all << u"plain file"_s << true << 3;
+    QTest::newRow("a dangling link") << all << u"dangling link"_s << true << 3;
+    QTest::newRow("only a symbolic link to itself") << all << u"symlink"_s << false << 127;
+    QTest::newRow("only a hard link to itself") << all << u"hard link"_s << false << 127;
+    QTest::newRow("only a file without execute permission") << all << u"plain file"_s << false << 127;
+}
+
+void tst_TeeShimPosix::passesOverLinksAndPlainFiles()
+{
+    QFETCH(const QStringList, path);
+    QFETCH(const QString, atB);
+    QFETCH(const bool, encoderInC);
+    QFETCH(const int, exitCode);
+    ShimCall call;
+    if (atB == "symlink"_L1)
+        QVERIFY(QFile::link(call.at(u"a"_s), call.at(u"b"_s)));
+    else if (atB == "hard link"_L1)
+        QCOMPARE(::link(QFile::encodeName(call.at(u"a"_s)).constData(),
+                        QFile::encodeName(call.at(u"b"_s)).constData()),
+                 0);
+    else if (atB == "plain file"_L1)
+        createFile(call.at(u"b"_s));
+    else if (atB == "dangling link"_L1)
+        QVERIFY(QFile::link(call.filePath(u"nowhere"_s), call.at(u"b"_s)));
+    if (encoderInC)
+        call.putEncoder(u"c"_s);
+    call.setPath(path);
+
+    QCOMPARE(call.run({u"fake:exit=3"_s}), exitCode);
+    QCOMPARE(call.process().readAllStandardError(), exitCode == 127 ? noOther : QByteArray());
+    QCOMPARE(call.process().readAllStandardOutput(), QByteArray());
+}
+
+void tst_TeeShimPosix::encoderThatCannotBeRun()
+{
+    ShimCall call;
+    QFile file(call.at(u"b"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("\x7fno program\n");
+    file.close();
+    QVERIFY(file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser));
+
+    QCOMPARE(call.run({u"-version"_s}), 127);
+    QCOMPARE(QString::fromUtf8(call.process().readAllStandardError()),
+             u"ffmpeg (tee-shim): %1: Exec format error\n"_s.arg(call.at(u"b"_s)));
+}
+
+QTEST_GUILESS_MAIN(tst_TeeShimPosix)
+#include "tst_TeeShimPosix.moc"

@@ -1,0 +1,63 @@
+#include "tests/support/Processes.h"
+#include "tests/support/TestSupport.h"
+#include "tests/tools/ShimCall.h"
+
+#include <QFile>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace corvane::test;
+
+/// The shim where it can't become the encoder: a parent that does all that its child does.
+class tst_TeeShim_win : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void crash();
+    void killTakesTheEncoderAlong();
+    void encoderThatCannotBeRun();
+};
+
+void tst_TeeShim_win::crash()
+{
+    ShimCall call;
+    call.putEncoder(u"b"_s);
+
+    QCOMPARE(call.run({u"fake:crash"_s}), crashedExitCode());
+    QCOMPARE(call.process().exitStatus(), QProcess::CrashExit);
+}
+
+void tst_TeeShim_win::killTakesTheEncoderAlong()
+{
+    ShimCall call;
+    call.putEncoder(u"b"_s);
+    const QString pids = call.filePath(u"pids"_s);
+    QProcess &shim = call.start({"fake:append="_L1 + stepText(pids.toUtf8())});
+    QVERIFY(waitUntil([&] { return fileLines(pids).size() == 1; }));
+    const qint64 encoder = fileLines(pids).constFirst().toLongLong();
+    QVERIFY(encoder != shim.processId());
+    QVERIFY(processExists(encoder));
+
+    killProcess(shim.processId());
+
+    QVERIFY(shim.waitForFinished());
+    QVERIFY(waitUntil([&] { return !processExists(encoder); }));
+}
+
+void tst_TeeShim_win::encoderThatCannotBeRun()
+{
+    ShimCall call;
+    QFile file(call.at(u"b"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("no program");
+    file.close();
+
+    QCOMPARE(call.run({u"-version"_s}), 127);
+    const QByteArray said = call.process().readAllStandardError();
+    QVERIFY2(said.startsWith("ffmpeg (tee-shim): ") && said.endsWith(": error 193\n"),
+             said); // ERROR_BAD_EXE_FORMAT
+}
+
+QTEST_GUILESS_MAIN(tst_TeeShim_win)
+#include "tst_TeeShim_win.moc"
