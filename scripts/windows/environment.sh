@@ -3,7 +3,7 @@
 # Qt's host tools and Wine, and Qt for Windows unpacked beside it. Kept in a folder outside the tree.
 #
 #   environment.sh setup             make it, or bring it up to date; nothing to do the second time
-#   environment.sh setup-linux       in addition what the Linux program is built and tested with
+#   environment.sh setup-linux       the Debian 13 of it, with what the Linux program is built and tested with
 #   environment.sh run <command>...  run a command in it, with the tree at /corvane; nothing stays mounted or running
 #
 #   CORVANE_WINDOWS_ENV   where it is kept (default: corvane/windows in the user's cache folder)
@@ -15,6 +15,7 @@ tree=$(cd "$here/../.." && pwd)
 environment=${CORVANE_WINDOWS_ENV:-${XDG_CACHE_HOME:-$HOME/.cache}/corvane/windows}
 root=$environment/debian
 suite=trixie
+older_suite=bookworm # a mirror may lack a source in the newer one
 
 say() { printf '%s\n' "$*"; }
 die() { printf 'windows: %s\n' "$*" >&2; exit 1; }
@@ -85,7 +86,7 @@ force-unsafe-io
 path-exclude=/usr/share/man/*
 path-exclude=/usr/share/info/*
 CONFIG
-    printf 'deb-src %s %s main\n' "$from" "$suite" >"$root/etc/apt/sources.list.d/corvane.list"
+    printf 'deb-src %s %s main\n' "$from" "$suite" "$from" "$older_suite" >"$root/etc/apt/sources.list.d/corvane.list"
     touch "$root/corvane-base"
 }
 
@@ -194,8 +195,8 @@ set_up() {
 }
 
 set_up_linux() {
-    set_up
-    install linux "$here/packages-trixie.txt" "$here/../packages-debian.txt"
+    debian
+    install linux "$here/../packages-debian.txt"
 }
 
 case "${1:-}" in

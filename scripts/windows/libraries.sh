@@ -12,7 +12,7 @@ cd "$work"
 
 # The sources of a package, unpacked with Debian's patches: the folder is called as the package.
 sources() {
-    apt-get source --quiet "$1"
+    apt-get source --quiet "$1" || apt-get source --quiet "$1/bookworm"
     mv "$1"-*/ "$1"
 }
 
