@@ -61,7 +61,8 @@ HELP
 # Where this machine's own apt takes Debian's main archive from.
 mirror() {
     local codename
-    codename=$(. /etc/os-release && printf '%s' "${VERSION_CODENAME:-}")
+    codename=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
+    # shellcheck disable=SC2016 # apt's own variables
     apt-get indextargets --format '$(SITE) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 2>/dev/null |
         awk -v codename="$codename" '$2 == codename && $3 == "main" { print $1; exit }'
 }
@@ -173,8 +174,9 @@ inside() {
 
 as_root() {
     [ "$(id -u)" = 0 ] || die "only root can make and enter the environment (sudo ./dev windows)"
-    [ "$(uname -sm)" = "Linux x86_64" ] && command -v apt-get >/dev/null ||
+    if [ "$(uname -sm)" != "Linux x86_64" ] || ! command -v apt-get >/dev/null; then
         die "this needs a 64-bit Debian; docs/windows.md tells how to build on Windows itself"
+    fi
 }
 
 # One at a time makes it.

@@ -41,6 +41,7 @@ libzip() {
     done
     cmake -S libzip -B libzip-build -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_SYSTEM_NAME=Windows \
         -DCMAKE_C_COMPILER=$host-gcc-posix -DCMAKE_RC_COMPILER=$host-windres -DCMAKE_C_COMPILER_LAUNCHER=ccache \
+        -DCMAKE_C_FLAGS=-Wno-incompatible-pointer-types \
         -DCMAKE_FIND_ROOT_PATH=/usr/$host -DCMAKE_INSTALL_PREFIX=$prefix -DBUILD_SHARED_LIBS=OFF "${off[@]}"
     cmake --build libzip-build
     cmake --install libzip-build
