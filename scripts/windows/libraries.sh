@@ -45,6 +45,7 @@ libzip() {
         -DCMAKE_FIND_ROOT_PATH=/usr/$host -DCMAKE_INSTALL_PREFIX=$prefix -DBUILD_SHARED_LIBS=OFF "${off[@]}"
     cmake --build libzip-build
     cmake --install libzip-build
+    sed -i 's/^Libs:.*/& -lz/' $prefix/lib/pkgconfig/libzip.pc # who links it takes a static library
     install -D -m 644 libzip/LICENSE $prefix/licenses/libzip.txt
     install -D -m 644 /usr/share/doc/libz-mingw-w64-dev/copyright $prefix/licenses/zlib.txt
 }
