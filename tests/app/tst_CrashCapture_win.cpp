@@ -155,7 +155,7 @@ void tst_CrashCapture_win::reportsExceptions()
     QVERIFY2(crasher.die(), "dead within two seconds");
 
     const auto [codeText, address] = exceptionReported(crasher.log());
-    QVERIFY2(!codeText.isEmpty(), crasher.log());
+    QVERIFY2(!codeText.isEmpty(), crasher.log().constData());
     QCOMPARE(codeText.toUInt(nullptr, 16), code);
     QVERIFY(address.toULongLong(nullptr, 16) != 0);
     QCOMPARE(static_cast<quint32>(crasher.program.exitCode()), code);

@@ -56,7 +56,7 @@ void tst_TeeShim_win::encoderThatCannotBeRun()
     QCOMPARE(call.run({u"-version"_s}), 127);
     const QByteArray said = call.process().readAllStandardError();
     QVERIFY2(said.startsWith("ffmpeg (tee-shim): ") && said.endsWith(": error 193\n"),
-             said); // ERROR_BAD_EXE_FORMAT
+             said.constData()); // ERROR_BAD_EXE_FORMAT
 }
 
 QTEST_GUILESS_MAIN(tst_TeeShim_win)

@@ -30,8 +30,7 @@ constexpr struct
     {QAccessible::ComboBox, "combo box"}, {QAccessible::EditableText, "text"},
     {QAccessible::Dialog, "dialog"},      {QAccessible::ListItem, "list item"},
     {QAccessible::PageTab, "page tab"},   {QAccessible::SpinBox, "spin button"},
-    {QAccessible::StaticText, "label"},   {QAccessible::Switch, "check box"},
-    {QAccessible::Window, "frame"},
+    {QAccessible::StaticText, "label"},   {QAccessible::Window, "frame"},
 };
 
 QString roleName(QAccessible::Role role)
