@@ -2,9 +2,20 @@
 
 namespace corvane {
 
+namespace {
+
+bool ndiRuntime = false;
+
+} // namespace
+
 bool ndiRuntimeAvailable()
 {
-    return false;
+    return ndiRuntime;
+}
+
+void setNdiRuntimeAvailable(bool available)
+{
+    ndiRuntime = available;
 }
 
 bool decklinkRuntimeAvailable()

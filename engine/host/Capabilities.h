@@ -7,6 +7,11 @@
 namespace corvane {
 
 [[nodiscard]] bool ndiRuntimeAvailable();
+
+/// What ndiRuntimeAvailable() answers from now on; false at first. For a build that brings an NDI runtime, and
+/// for tests of what hangs on one. Main thread.
+void setNdiRuntimeAvailable(bool available);
+
 [[nodiscard]] bool decklinkRuntimeAvailable();
 
 /// Names of the NDI sources on the network, found within `timeoutMs`. Empty without an NDI runtime.
