@@ -84,7 +84,9 @@ struct FramePipe::Native
             return EBUSY;
 
         path = QFile::encodeName(name);
-        struct stat found{};
+        struct stat found
+        {
+        };
         if (lstat(path.constData(), &found) == 0 && S_ISFIFO(found.st_mode))
             unlink(path.constData());
         if (mkfifo(path.constData(), S_IRUSR | S_IWUSR) != 0) {

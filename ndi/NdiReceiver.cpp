@@ -76,8 +76,7 @@ void NdiReceiver::start(const QString &pipeName)
     setPipeName(pipeName);
     if (m_running.exchange(true))
         return;
-    m_captureThread =
-        QThread::create([this] { guarded(u"NDI cap"_s, [this] { captureLoop(); }); });
+    m_captureThread = QThread::create([this] { guarded(u"NDI cap"_s, [this] { captureLoop(); }); });
     m_pumpThread = QThread::create([this] { guarded(u"NDI pump"_s, [this] { pumpLoop(); }); });
     m_captureThread->start();
     m_pumpThread->start();
@@ -134,8 +133,8 @@ void NdiReceiver::pumpLoop()
         Q_EMIT logLine(u"NDI: ffmpeg não conectou no pipe (err=%1)"_s.arg(error));
         return;
     }
-    Q_EMIT logLine(u"NDI: pump @ %1 fps (last-good/slate) -> %2"_s.arg(
-        QString::number(rate.reported, 'f', 2), pipeName()));
+    Q_EMIT logLine(u"NDI: pump @ %1 fps (last-good/slate) -> %2"_s.arg(QString::number(rate.reported, 'f', 2),
+                                                                       pipeName()));
     pumpFrames(pumpIntervalMs(rate.paced));
 }
 

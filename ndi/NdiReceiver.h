@@ -20,11 +20,11 @@ class FrameSource;
 
 /// Stands between an NDI source, which may stall or vanish, and one ffmpeg, which must never starve.
 ///
-/// Writes one frame per period to a named pipe, whatever the source does: the newest, the last good one for as
-/// long as no newer comes, a grey slate before the first. One thread keeps the newest frame, the other
+/// Writes one frame per period to a named pipe, whatever the source does: the newest, the last good one for
+/// as long as no newer comes, a grey slate before the first. One thread keeps the newest frame, the other
 /// writes; neither waits for the other. All operations belong to the main thread; logLine() also comes from
-/// the two threads. Used for one run: createPipe(), start(), stop(). No failure here ends a transmission; what
-/// goes wrong is a line.
+/// the two threads. Used for one run: createPipe(), start(), stop(). No failure here ends a transmission;
+/// what goes wrong is a line.
 class NdiReceiver : public QObject
 {
     Q_OBJECT

@@ -21,10 +21,11 @@ class SrtlaLauncher;
 /// and brings it back after a failure.
 ///
 /// Only ffmpeg is supervised: transport children are started before it and stopped after it, as is the NDI
-/// receiver, and nothing watches them. Outputs have no life of their own. The record is a copy; a run may write into it. A start in
-/// `Starting` or `Running` is refused without a word. All on the thread of the event loop; stop() and the
-/// destructor block it for up to 3 s while ffmpeg leaves, then for up to 2 s for each transport child. With an
-/// NDI runtime, start() blocks it for up to 3 s while it looks for the source's first frame.
+/// receiver, and nothing watches them. Outputs have no life of their own. The record is a copy; a run may
+/// write into it. A start in `Starting` or `Running` is refused without a word. All on the thread of the
+/// event loop; stop() and the destructor block it for up to 3 s while ffmpeg leaves, then for up to 2 s for
+/// each transport child. With an NDI runtime, start() blocks it for up to 3 s while it looks for the source's
+/// first frame.
 class Pipeline : public QObject
 {
     Q_OBJECT

@@ -19,6 +19,7 @@ struct FrameFeed::State
     std::deque<QByteArray> frames;
     std::function<void()> thrower;
     QStringList probes;
+    int delivering = 0;
     int captures = 0;
 };
 
@@ -53,9 +54,11 @@ public:
             }
             QByteArray frame = std::move(m_state->frames.front());
             m_state->frames.pop_front();
+            m_state->delivering = 1;
             lock.unlock();
             deliver(std::move(frame));
             lock.lock();
+            m_state->delivering = 0;
         }
         --m_state->captures;
     }
@@ -102,6 +105,12 @@ QStringList FrameFeed::probes() const
 {
     const std::lock_guard lock(m_state->mutex);
     return m_state->probes;
+}
+
+qsizetype FrameFeed::waiting() const
+{
+    const std::lock_guard lock(m_state->mutex);
+    return static_cast<qsizetype>(m_state->frames.size()) + m_state->delivering;
 }
 
 int FrameFeed::captures() const

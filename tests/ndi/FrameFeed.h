@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 
 namespace corvane::test {
@@ -29,6 +30,9 @@ public:
 
     /// "name timeout" of each probe so far.
     [[nodiscard]] QStringList probes() const;
+
+    /// Frames that no capture has delivered yet.
+    [[nodiscard]] qsizetype waiting() const;
 
     /// Captures that are under way.
     [[nodiscard]] int captures() const;

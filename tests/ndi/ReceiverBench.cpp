@@ -2,12 +2,9 @@
 
 #include "ndi/FramePipe.h"
 
-#include <QFileInfo>
 #include <QUuid>
 
 namespace corvane::test {
-
-using namespace Qt::StringLiterals;
 
 ReceiverLog::ReceiverLog(const NdiReceiver &receiver)
 {

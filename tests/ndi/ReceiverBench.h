@@ -17,6 +17,7 @@ public:
 
     [[nodiscard]] const QStringList &lines() const { return m_lines; }
     [[nodiscard]] bool contains(const QString &line) const { return m_lines.contains(line); }
+    [[nodiscard]] qsizetype count(const QString &line) const { return m_lines.count(line); }
 
 private:
     QStringList m_lines;
@@ -25,11 +26,11 @@ private:
 /// A pipe path that nobody else has.
 [[nodiscard]] QString freshPipePath();
 
-/// Tells whether something can be opened at `path`; a pipe without a reader has one for a moment.
+/// Tells whether a pipe is being served at `path`.
 [[nodiscard]] bool pipeExists(const QString &path);
 
-/// Error numbers of the system the tests run on, as the log shows them.
-[[nodiscard]] QString noSuchFolderError();
-[[nodiscard]] QString waitEndedError();
+/// Error numbers of the system that the tests run on, as the log shows them.
+[[nodiscard]] QString alreadyServedError(); ///< of a pipe whose name somebody serves
+[[nodiscard]] QString waitEndedError();     ///< of a wait for a reader that stop() has ended
 
 } // namespace corvane::test
