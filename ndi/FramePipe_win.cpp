@@ -36,18 +36,19 @@ struct FramePipe::Native
     }
 
     /// Disconnecting a synchronous pipe waits for the call that another thread has under way in it, so that
-    /// call goes first. It may be on its way into the system just now: hence again and again.
-    void endCalls()
+    /// call goes first. It may be on its way into the system just now: hence again and again. The pipe is the
+    /// caller's for as long as it holds the answer.
+    std::unique_lock<std::mutex> endCalls()
     {
+        std::unique_lock lock(use, std::try_to_lock);
         const ULONGLONG deadline = GetTickCount64() + patienceMs;
-        while (!use.try_lock()) {
-            if (GetTickCount64() > deadline)
-                return;
+        while (!lock && GetTickCount64() <= deadline) {
             if (const HANDLE thread = caller)
                 CancelSynchronousIo(thread);
             Sleep(1);
+            lock.try_lock();
         }
-        use.unlock();
+        return lock;
     }
 };
 
@@ -99,13 +100,14 @@ bool FramePipe::write(const QByteArray &frame)
         return false;
     m_native->becomeCaller();
     DWORD written = 0;
-    return WriteFile(m_native->pipe, frame.constData(), static_cast<DWORD>(frame.size()), &written, nullptr);
+    return WriteFile(m_native->pipe, frame.constData(), static_cast<DWORD>(frame.size()), &written,
+                     nullptr) != 0;
 }
 
 void FramePipe::close()
 {
     m_native->closing = true;
-    m_native->endCalls();
+    const std::unique_lock use = m_native->endCalls();
     if (m_native->pipe) {
         DisconnectNamedPipe(m_native->pipe);
         CloseHandle(m_native->pipe);

@@ -91,6 +91,18 @@ void NdiReceiver::stop()
     endThread(m_pumpThread);
 }
 
+QString NdiReceiver::pipeName() const
+{
+    const QMutexLocker lock(&m_pipeNameMutex);
+    return m_pipeName;
+}
+
+void NdiReceiver::setPipeName(const QString &pipeName)
+{
+    const QMutexLocker lock(&m_pipeNameMutex);
+    m_pipeName = pipeName;
+}
+
 void NdiReceiver::guarded(const QString &where, const std::function<void()> &body)
 {
     try {

@@ -20,7 +20,6 @@
 #include <ctime>
 #include <functional>
 #include <future>
-#include <optional>
 #include <thread>
 #include <vector>
 
@@ -267,7 +266,7 @@ int main(int argc, char *argv[])
     figures.note("ndi: 2160p60, CPU of the pump over that of a bare loop",
                  pumpUhd.cpuMsPerFrame / bareUhd.cpuMsPerFrame, "x");
 
-    // A frame is four megabytes: one byte kept of each frame in ten would break this.
+    // Sixty bytes kept of each frame would break this.
     constexpr double allowedKib = 512;
     figures.atMost("ndi: memory growth over 10,000 frames", growthKib(true), allowedKib, "KiB");
     figures.atMost("ndi: memory growth over 10,000 slates", growthKib(false), allowedKib, "KiB");
