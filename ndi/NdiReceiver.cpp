@@ -110,7 +110,7 @@ void NdiReceiver::guarded(const QString &where, const std::function<void()> &bod
     } catch (const std::exception &error) {
         Q_EMIT logLine(u"%1: exceção: %2"_s.arg(where, QString::fromUtf8(error.what())));
     } catch (...) {
-        Q_EMIT logLine(where + ": exceção desconhecida"_L1);
+        Q_EMIT logLine(where + u": exceção desconhecida"_s);
     }
 }
 
