@@ -131,6 +131,12 @@ void NdiReceiver::keep(QByteArray frame)
     m_lastFrameMs = nowMs();
 }
 
+QByteArray NdiReceiver::newestFrame()
+{
+    const QMutexLocker lock(&m_frameMutex);
+    return m_lastFrame;
+}
+
 void NdiReceiver::pumpLoop()
 {
     makeThreadTimeCritical();
@@ -155,11 +161,7 @@ void NdiReceiver::pumpFrames(int intervalMs)
     FreezeRule freeze;
     while (m_running) {
         const qint64 tickStart = nowMs();
-        QByteArray frame;
-        {
-            const QMutexLocker lock(&m_frameMutex);
-            frame = m_lastFrame;
-        }
+        QByteArray frame = newestFrame();
         const qint64 lastFrameMs = m_lastFrameMs;
         if (frame.isEmpty() || lastFrameMs == 0)
             frame = QByteArray(slateSize(m_frameInfo, m_frameStride), slateByte);

@@ -54,6 +54,7 @@ private:
     void pumpLoop();
     void pumpFrames(int intervalMs);
     void keep(QByteArray frame);
+    [[nodiscard]] QByteArray newestFrame(); ///< shares the bytes
     void guarded(const QString &where, const std::function<void()> &body);
     [[nodiscard]] QString pipeName() const;
     void setPipeName(const QString &pipeName);

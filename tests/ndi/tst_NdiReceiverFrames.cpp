@@ -8,6 +8,7 @@
 #include <QtTest>
 
 #include <algorithm>
+#include <cstring>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
@@ -81,6 +82,7 @@ private Q_SLOTS:
     void frameGoesOutAsItIs();
     void lastFrameRepeats();
     void newestFrameWins();
+    void framesComeWholeAndInOrder();
     void frameOfAnotherSizeIsDropped();
     void freezeIsSaidOnce();
     void everyFreezeIsSaid();
@@ -182,6 +184,34 @@ void tst_NdiReceiverFrames::newestFrameWins()
     const QByteArray seen = onAir.outline();
     QVERIFY(std::is_sorted(seen.begin() + 1, seen.end()));
     QCOMPARE_LT(seen.size(), 10);
+}
+
+void tst_NdiReceiverFrames::framesComeWholeAndInOrder()
+{
+    // A source much faster than the pump, which itself is as fast as it can be.
+    constexpr qsizetype size = qsizetype(2) * 64 * 32;
+    constexpr int count = 5000;
+    OnAir onAir(frameInfo(64, 32, 1000));
+    QVERIFY(onAir.valid);
+    const auto numbered = [](int number) {
+        return QByteArray(reinterpret_cast<const char *>(&number), sizeof number)
+            .repeated(size / sizeof number);
+    };
+    for (int number = 1; number <= count; ++number)
+        onAir.feed.show(numbered(number));
+    QVERIFY(waitUntil([&] { return onAir.reader.lastFrame() == numbered(count); }));
+
+    int last = 0;
+    const QList<FrameRun> runs = onAir.reader.runs();
+    for (const FrameRun &run : runs) {
+        if (run.frame == frameOf('\x80', size))
+            continue;
+        int number = 0;
+        std::memcpy(&number, run.frame.constData(), sizeof number);
+        QCOMPARE(run.frame, numbered(number));
+        QCOMPARE_GT(number, last);
+        last = number;
+    }
 }
 
 void tst_NdiReceiverFrames::frameOfAnotherSizeIsDropped()
