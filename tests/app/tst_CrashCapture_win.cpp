@@ -61,7 +61,7 @@ DumpedException exceptionIn(const QByteArray &dump)
 std::pair<QByteArray, QByteArray> exceptionReported(const QByteArray &log)
 {
     static const QRegularExpression form(u"\\A=== CORVANE CRASH \\(Windows SEH\\) ===\n"
-                                         "code=0x([0-9A-F]{8}) address=0x([0-9A-F]{16})\n"
+                                         "code=0x([0-9A-F]{8}) address=0x([0-9A-Fa-f]{16})\n"
                                          "=== end ===\n\\z"_s);
     const auto match = form.match(QString::fromUtf8(log));
     return {match.captured(1).toLatin1(), match.captured(2).toLatin1()};

@@ -145,7 +145,7 @@ void tst_CrashReport_win::filterReportsAndEndsTheProcess()
     EXCEPTION_POINTERS both{record ? &exception : nullptr, &context};
 
     QCOMPARE(m_filter(pointers ? &both : nullptr), LONG(EXCEPTION_EXECUTE_HANDLER));
-    QCOMPARE(contentsOf(log()), report);
+    QCOMPARE(contentsOf(log()).toLower(), report.toLower()); // the run-time chooses the case of an address
     QCOMPARE(contentsOf(dump()).left(4), QByteArray("MDMP"));
     QCOMPARE(namesAnException(contentsOf(dump())), pointers);
 }

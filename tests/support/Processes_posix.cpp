@@ -42,6 +42,16 @@ void suspendProcess(qint64 pid)
     ::kill(static_cast<pid_t>(pid), SIGSTOP);
 }
 
+bool signalsCanBeSent()
+{
+    return true;
+}
+
+int seenExitCode(int code)
+{
+    return code & 0xff;
+}
+
 void sendSignal(qint64 pid, int signal)
 {
     ::kill(static_cast<pid_t>(pid), signal);

@@ -78,6 +78,18 @@ void suspendProcess(qint64 pid)
     }
 }
 
+bool signalsCanBeSent()
+{
+    return false;
+}
+
+void sendSignal(qint64 /*pid*/, int /*signal*/) {}
+
+int seenExitCode(int code)
+{
+    return code;
+}
+
 void killProcess(qint64 pid)
 {
     if (const Handle process = openProcess(pid, PROCESS_TERMINATE))
