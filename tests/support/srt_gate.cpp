@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
