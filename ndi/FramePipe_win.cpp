@@ -46,7 +46,8 @@ struct FramePipe::Native
             if (const HANDLE thread = caller)
                 CancelSynchronousIo(thread);
             Sleep(1);
-            lock.try_lock();
+            if (lock.try_lock())
+                break;
         }
         return lock;
     }
