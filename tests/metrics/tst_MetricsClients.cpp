@@ -1,6 +1,7 @@
 #include "engine/MetricsText.h"
 #include "metrics/MetricsServer.h"
 #include "tests/metrics/MetricsTestSupport.h"
+#include "tests/support/Processes.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -150,6 +151,8 @@ void tst_MetricsClients::aMegabyteOfGarbage()
     Client client(m_server->port());
     client.write(garbage);
     expectNextScrapeInTime(); // while it is on its way
+    if (!resetsAreTold())
+        QSKIP("Wine doesn't tell a client that its connection was reset, so it waits for the end in vain");
     QVERIFY(client.waitForEnd());
     expectNextScrapeInTime();
 }

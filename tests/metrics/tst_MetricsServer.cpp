@@ -1,5 +1,6 @@
 #include "metrics/MetricsServer.h"
 #include "tests/metrics/MetricsTestSupport.h"
+#include "tests/support/Processes.h"
 #include "tests/support/TestSupport.h"
 
 #include <QNetworkInterface>
@@ -188,6 +189,10 @@ void tst_MetricsServer::requestInTwoPiecesDuringTheResponse()
     const auto take = [&] { received += client.readAll(); };
     connect(&client, &QTcpSocket::readyRead, this, take);
     take();
+    if (!resetsAreTold()) {
+        QVERIFY(waitUntil([&] { return openSockets(server) == 0; }));
+        QSKIP("Wine doesn't tell a client that its connection was reset, so it waits for the end in vain");
+    }
     QVERIFY(waitUntil([&] { return client.state() == QTcpSocket::UnconnectedState; }));
     take();
 
@@ -337,7 +342,8 @@ void tst_MetricsServer::deletesTheSocketOfAClientThatGoesAway()
     client.disconnect();
     client.write(scrapeRequest);
     QVERIFY(waitUntil([&] { return scrapes == 1; }));
-    QCOMPARE(openSockets(server), 1); // most of the response is still to go
+    if (!sendsWithoutLimit())
+        QCOMPARE(openSockets(server), 1); // most of the response is still to go
 
     client.abort();
     QVERIFY(waitUntil([&] { return openSockets(server) == 0; }));

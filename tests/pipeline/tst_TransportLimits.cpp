@@ -20,6 +20,9 @@ qsizetype owned(const Pipeline &pipeline)
     return pipeline.findChildren<T *>(Qt::FindDirectChildrenOnly).size();
 }
 
+// Wine takes a second to start a program, and three are started a hundred times.
+constexpr int patienceMs = 240000;
+
 PipelineConfig failingConfig(int restarts)
 {
     // The bridges have a moment to come up before their encoder goes.
@@ -35,7 +38,7 @@ void runIntoOpenCircuit(Pipeline &pipeline)
 {
     const Recorder recorder(pipeline);
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"circuit circuit breaker"_s); }, 90000));
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"circuit circuit breaker"_s); }, patienceMs));
 }
 
 } // namespace

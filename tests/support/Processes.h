@@ -25,6 +25,12 @@ namespace corvane::test {
 /// than in `directory`: the libraries are searched there too on Windows.
 [[nodiscard]] QString pathForCopies(const QString &directory);
 
+/// Tells whether a connection that the other side resets is told of. Under Wine it isn't.
+[[nodiscard]] bool resetsAreTold();
+
+/// Tells whether the system takes a large response from a socket at once, however slow its reader.
+[[nodiscard]] bool sendsWithoutLimit();
+
 /// Holds `pid`, which lives on but does nothing any more, until it is killed.
 void suspendProcess(qint64 pid);
 

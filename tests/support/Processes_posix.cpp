@@ -42,6 +42,16 @@ void suspendProcess(qint64 pid)
     ::kill(static_cast<pid_t>(pid), SIGSTOP);
 }
 
+bool resetsAreTold()
+{
+    return true;
+}
+
+bool sendsWithoutLimit()
+{
+    return false;
+}
+
 bool signalsCanBeSent()
 {
     return true;

@@ -78,6 +78,16 @@ void suspendProcess(qint64 pid)
     }
 }
 
+bool resetsAreTold()
+{
+    return !GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version");
+}
+
+bool sendsWithoutLimit()
+{
+    return true;
+}
+
 bool signalsCanBeSent()
 {
     return false;

@@ -47,7 +47,8 @@ std::string deathPath;
 std::string baseName(const std::string &path)
 {
     const std::size_t slash = path.find_last_of("/\\");
-    return slash == std::string::npos ? path : path.substr(slash + 1);
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    return name.substr(0, name.rfind(".exe"));
 }
 
 [[noreturn]] void leave(int code)
