@@ -20,7 +20,8 @@ void writeToNull()
 void divideByZero()
 {
     volatile int zero = 0;
-    volatile int result = 1 / zero;
+    volatile int number = 7;
+    volatile int result = number / zero;
     static_cast<void>(result);
 }
 

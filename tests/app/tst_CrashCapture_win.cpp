@@ -106,6 +106,7 @@ void tst_CrashCapture_win::reportsSignals_data()
     // The run-time makes signals of these in the threads that it starts itself; a handler then comes before
     // the exception filter.
     row("write to null", u"null-write"_s, segmentationReport);
+    row("division by zero", u"divide"_s, arithmeticReport);
     row("illegal instruction", u"illegal"_s, illegalReport);
     row("write to null in a worker", u"null-write worker"_s, segmentationReport);
     row("abort in a worker", u"abort worker"_s, abortReport);
@@ -140,6 +141,7 @@ void tst_CrashCapture_win::reportsExceptions_data()
         QTest::newRow(name) << death.split(u' ') << code;
     };
     row("write to null in a thread of the system's own making", u"bare-thread"_s, 0xC0000005);
+    row("stack overflow", u"overflow"_s, 0xC00000FD);
     row("an exception that is no signal", u"exception=E0001234"_s, 0xE0001234);
     row("breakpoint", u"exception=80000003"_s, 0x80000003);
 }
