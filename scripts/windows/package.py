@@ -9,6 +9,7 @@ program, plugin and library imports, QML modules by what the interface imports.
 """
 
 import json
+import os
 import pathlib
 import re
 import shutil
@@ -142,10 +143,10 @@ def pack(target, archive):
 
 def installer(target, version):
     """The installer beside the folder, from what is in the folder."""
-    subprocess.run(["cpack", "--config", str(TREE / "scripts/windows/installer.cmake"),
-                    "-D", f"CORVANE_VERSION={version}", "-D", f"CORVANE_FOLDER={target}",
-                    "-D", f"CORVANE_ICON={TREE / 'app/icon/corvane.ico'}", "-B", str(target.parent)],
-                   check=True, stdout=subprocess.PIPE)
+    environment = os.environ | {"CORVANE_VERSION": version, "CORVANE_FOLDER": str(target),
+                                "CORVANE_ICON": str(TREE / "app/icon/corvane.ico")}
+    subprocess.run(["cpack", "--config", str(TREE / "scripts/windows/installer.cmake"), "-B", str(target.parent)],
+                   check=True, stdout=subprocess.PIPE, env=environment)
     shutil.rmtree(target.parent / "_CPack_Packages")
     return target.parent / f"{target.name}.exe"
 
