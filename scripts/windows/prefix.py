@@ -1,4 +1,5 @@
 """A fresh Wine in the environment, for programs that are to find nothing but Windows."""
+import os
 import pathlib
 import subprocess
 
@@ -17,8 +18,10 @@ class WineStage(Stage):
     SCREEN = "1600x1000x24"
 
     def __init__(self):
-        place = TREE / "build/windows"
-        super().__init__(show=False, place=place)
+        super().__init__(show=False, place=TREE / "build/windows")
+        cache = os.environ.get("XDG_CACHE_HOME") or os.path.expanduser("~/.cache")
+        self.environment["CORVANE_WINDOWS_ENV"] = \
+            os.environ.get("CORVANE_WINDOWS_ENV") or f"{cache}/corvane/windows" # not in the stage's own home
 
     def _open_bus(self):
         pass
