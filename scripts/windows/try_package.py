@@ -67,8 +67,7 @@ def try_installer(stage, prefix, folder):
     for name in ("DisplayName", "DisplayVersion", "Publisher", "UninstallString"):
         if name not in entry:
             raise DemoError(f"the list of installed programs doesn't tell {name}:\n{entry}")
-    # By its short name: what the shell gets needs no quotes then.
-    start(stage, prefix, r"C:\PROGRA~1\CORVANE\corvane.exe", folder / "windows-installed.png")
+    start(stage, prefix, r"C:\Program Files\CORVANE\corvane.exe", folder / "windows-installed.png")
 
     prefix.run(r"C:\Program Files\CORVANE\Uninstall.exe", "/S")
     left = [*prefix.path("").glob("Program Files/CORVANE/**/*"), *prefix.path("").glob(START_MENU)]

@@ -39,8 +39,9 @@ class WineWindow:
         self._report = prefix.path("locator/controls.json")
         self._report.unlink(missing_ok=True)
         self.runtime = prefix.path("runtime")
+        folder, _, name = program.rpartition("\\") # a folder's name is entered as it stands, a program's wants quotes
         command = prefix.command(
-            "cmd", "/c", f"set PATH={path}&& {program}",
+            "cmd", "/c", f"set PATH={path}&& cd {folder}&& {name}",
             CORVANE_RUNTIME_DIR="C:/runtime",
             CORVANE_LOCATE_REPORT="C:/locator/controls.json",
             QT_PLUGIN_PATH="C:/locator",
