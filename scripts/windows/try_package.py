@@ -67,6 +67,8 @@ def try_installer(stage, prefix, folder):
     for name in ("DisplayName", "DisplayVersion", "Publisher", "UninstallString"):
         if name not in entry:
             raise DemoError(f"the list of installed programs doesn't tell {name}:\n{entry}")
+    if not prefix.path(INSTALLED + "/Uninstall.exe").exists():
+        raise DemoError("the installer brought no uninstaller")
     start(stage, prefix, r"C:\Program Files\CORVANE\corvane.exe", folder / "windows-installed.png")
 
     prefix.run(r"C:\Program Files\CORVANE\Uninstall.exe", "/S")
