@@ -112,8 +112,7 @@ void tst_EnvironmentProbe::runsBothQuestions_data()
         << x264 << srt << QByteArray("exit1") << x264Found << true;
     QTest::newRow("bytes that are no UTF-8")
         << "\xff\xfe\n" + x264 << "\xc3\x28\n" + srt << QByteArray() << x264Found << true;
-    QTest::newRow("more than a pipe holds")
-        << x264 << srt << QByteArray("long") << x264Found << true;
+    QTest::newRow("more than a pipe holds") << x264 << srt << QByteArray("long") << x264Found << true;
 }
 
 void tst_EnvironmentProbe::runsBothQuestions()
