@@ -48,6 +48,10 @@ void leaveCleanExitMark(const QString &path)
 
 void loadInterface(QQmlApplicationEngine &qmlEngine)
 {
+    // No document has variants for a platform or a language; the search for them costs a tenth of the start.
+    const QList<QQmlAbstractUrlInterceptor *> selectors = qmlEngine.urlInterceptors();
+    for (QQmlAbstractUrlInterceptor *selector : selectors)
+        qmlEngine.removeUrlInterceptor(selector);
 #if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
     qmlEngine.loadFromModule("Corvane", "Main");
 #else

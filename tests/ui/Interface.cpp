@@ -67,6 +67,8 @@ Interface::Interface(const std::function<void(ToolPath &)> &addTools)
     m_window->requestActivate();
     if (!QTest::qWaitForWindowActive(m_window))
         qFatal("the window didn't become active");
+    if (!waitUntil([this] { return m_window->property("complete").toBool(); }))
+        qFatal("the window has no content");
 }
 
 Interface::~Interface()
