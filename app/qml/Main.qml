@@ -219,14 +219,10 @@ ApplicationWindow {
         active: win.complete
     }
 
-    // What has been opened once stays.
-    component DialogLoader: Loader {
+    component DialogLoader: Later {
         function open() {
-            active = true;
             (item as Dialog).open()
         }
-
-        active: false
     }
 
     // --- Toolbar
