@@ -9,7 +9,7 @@ ApplicationWindow {
     id: win
     objectName: "win"
 
-    // The first frame shows the bare window; what it holds is made in the turn after it.
+    // The window opens bare, and soon; what it holds is made in the turn after its first frame.
     property bool complete: false
     property string selectedId: ""
     property var selectedPipeline: null
@@ -209,17 +209,16 @@ ApplicationWindow {
         }
     }
 
-
     component AddButton: TextButton {
         Material.background: theme.surfaceRaised
     }
 
-    component Later: Loader {
+    component AfterFirstFrame: Loader {
         anchors.fill: parent
         active: win.complete
     }
 
-    component DialogLoader: Later {
+    component DialogLoader: AfterFirstFrame {
         function open() {
             (item as Dialog).open()
         }
@@ -231,9 +230,9 @@ ApplicationWindow {
         objectName: "toolBar"
         height: 48
         Material.background: theme.surface
-        Material.elevation: 0
+        Material.elevation: 0 // here and below: a shadow costs more than what it lies under
 
-        Later {
+        AfterFirstFrame {
             objectName: "toolBarLoader"
 
             sourceComponent: RowLayout {
@@ -364,7 +363,7 @@ ApplicationWindow {
 
     // --- Sidebar, editor, log
 
-    Later {
+    AfterFirstFrame {
         objectName: "mainLoader"
 
         sourceComponent: SplitView {
@@ -684,11 +683,13 @@ ApplicationWindow {
                         }
                     }
 
-                    // Made for the first selection, and kept: its controls show what was typed last.
+                    // Made for the first selection, in pieces that leave the event loop its turns, and kept: its
+                    // controls show what was typed last.
                     Loader {
                         objectName: "editorLoader"
                         anchors.fill: parent
                         active: false
+                        asynchronous: true
                         visible: win.selectedId !== ""
                         onVisibleChanged: active = active || visible
 
@@ -953,7 +954,7 @@ ApplicationWindow {
                                                             const advice = engine.encoderAdvice(resW.value, resH.value,
                                                                                                 fpsPicker.fps)
                                                             encAdviceText.text = advice.hwLabel
-                                                                + " (" + advice.encoder + ")"
+                                                                    + " (" + advice.encoder + ")"
                                                                     + "\nPreset: " + advice.presetHint
                                                                     + (advice.hevcAvailable ? "\nHEVC disponivel: "
                                                                                               + advice.hevcEncoder : "")
@@ -1049,7 +1050,7 @@ ApplicationWindow {
                                                 Accessible.name: "Sugerir bitrate"
                                                 onClicked: {
                                                     const advice = engine.bitrateAdvice(resW.value, resH.value,
-                                                                                            fpsPicker.fps)
+                                                                                        fpsPicker.fps)
                                                     bitrateAdviceTip.text = "Recomendado: " + advice.recommended + "kbps"
                                                             + " (min " + advice.min + " / max " + advice.max + ")"
                                                             + "\nbufsize: " + advice.bufsize + "k"
@@ -1229,8 +1230,8 @@ ApplicationWindow {
                                                         checked: outputRow.modelData.enabled !== false
                                                         Layout.fillHeight: true
                                                         Accessible.name: "Saída ativa: " + outputRow.modelData.url
-                                                        onToggled: engine.setOutputEnabled(win.selectedId, outputRow.index,
-                                                                                       checked)
+                                                        onToggled: engine.setOutputEnabled(win.selectedId,
+                                                                                           outputRow.index, checked)
                                                     }
 
                                                     FlatButton {

@@ -1,15 +1,13 @@
 #include "tests/bench/AirFigures.h"
 
+#include "tests/bench/TurnClock.h"
 #include "tests/bench/Usage.h"
 
-#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QEvent>
 #include <QQuickWindow>
 #include <QTimer>
 #include <QVariant>
-
-#include <algorithm>
 
 namespace corvane::bench {
 
@@ -90,14 +88,9 @@ void AirFigures::measure()
     connect(&m_engine, SIGNAL(logChanged()), this, SLOT(countLogChange()));
     connect(&m_engine, SIGNAL(pipelinesChanged()), this, SLOT(countListChange()));
     connect(&m_window, &QQuickWindow::frameSwapped, this, [this] { ++m_frames; });
-    connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, this, [this] {
-        const qint64 now = threadCpuNs();
-        m_turns << now - m_turnFrom;
-        m_turnFrom = now;
-    });
     m_cpuBefore = processCpuNs();
     m_timeBefore = monotonicNs();
-    m_turnFrom = threadCpuNs();
+    m_turns = new TurnClock(this);
     QTimer::singleShot(qEnvironmentVariableIntValue("CORVANE_MEASURE_SECONDS") * 1000, this,
                        &AirFigures::finish);
 }
@@ -105,11 +98,10 @@ void AirFigures::measure()
 void AirFigures::finish()
 {
     const double share = double(processCpuNs() - m_cpuBefore) / double(monotonicNs() - m_timeBefore);
-    const qint64 longest = m_turns.isEmpty() ? 0 : *std::max_element(m_turns.begin(), m_turns.end());
     Q_EMIT taken({
         {u"cpuShare"_s, share},
-        {u"longestTurnNs"_s, double(longest)},
-        {u"turns"_s, m_turns.size()},
+        {u"longestTurnNs"_s, double(m_turns->longestNs())},
+        {u"turns"_s, m_turns->turns()},
         {u"frames"_s, m_frames},
         {u"logChanges"_s, m_logChanges},
         {u"listChanges"_s, m_listChanges},

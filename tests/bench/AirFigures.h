@@ -1,13 +1,14 @@
 #pragma once
 
 #include <QJsonObject>
-#include <QList>
 #include <QObject>
 #include <QStringList>
 
 class QQuickWindow;
 
 namespace corvane::bench {
+
+class TurnClock;
 
 /// Puts pipelines on air through the engine's operations and measures what they cost this process: share of
 /// one core, longest turn of the event loop (processor time of its thread), frames. The environment says
@@ -41,8 +42,7 @@ private:
 
     QQuickWindow &m_window;
     QObject &m_engine;
-    QList<qint64> m_turns;
-    qint64 m_turnFrom = 0;
+    TurnClock *m_turns = nullptr;
     qint64 m_cpuBefore = 0;
     qint64 m_timeBefore = 0;
     int m_frames = 0;

@@ -3,12 +3,14 @@
 //
 //   CORVANE_MEASURE_REPORT=PATH   where the object goes
 //   CORVANE_MEASURE_SINCE=NS      monotonic time at which the process was started
-//   CORVANE_MEASURE=start         the start: up to the first frame, and to the rest that follows it
+//   CORVANE_MEASURE=start         the start: up to the first frame, to the whole window, to the rest after it
+//   CORVANE_MEASURE=editor        the start, then the first pipeline that is added and selected
 //   CORVANE_MEASURE=air           the start, then what AirFigures measures
 //   CORVANE_MEASURE=log           the start, then what LogFigures measures
 
 #include "tests/bench/AirFigures.h"
 #include "tests/bench/LogFigures.h"
+#include "tests/bench/TurnClock.h"
 #include "tests/bench/Usage.h"
 
 #include <QCoreApplication>
@@ -35,6 +37,13 @@ QObject *engineOf(const QQuickWindow *window)
     const QQmlContext *context = qmlContext(window);
     return context ? context->engine()->rootContext()->contextProperty(u"engine"_s).value<QObject *>()
                    : nullptr;
+}
+
+QString addPipeline(QObject &engine)
+{
+    QString id;
+    QMetaObject::invokeMethod(&engine, "addPipeline", Q_RETURN_ARG(QString, id), Q_ARG(QString, QString()));
+    return id;
 }
 
 } // namespace
@@ -64,27 +73,44 @@ public:
     }
 
 private:
-    void onFirstFrame()
+    /// Time and processor time since the start of the process.
+    void takeTime(const QString &name)
     {
         const qint64 since = qEnvironmentVariable("CORVANE_MEASURE_SINCE").toLongLong();
-        m_figures.insert(u"firstFrameNs"_s, double(monotonicNs() - since));
+        m_figures.insert(name + "Ns"_L1, double(monotonicNs() - since));
         // The two threads whose work follows one upon the other: this one and the one that loads documents.
         const QByteArray own =
             QFileInfo(QCoreApplication::applicationFilePath()).fileName().toLatin1().left(15);
-        m_figures.insert(u"firstFrameCpuNs"_s, double(threadsCpuNs({own, "QQmlThread"})));
-        m_figures.insert(u"firstFrameKib"_s, double(residentKib()));
-        m_figures.insert(u"probeNs"_s, qApp->property("probeNs").toDouble());
-        awaitRest();
+        m_figures.insert(name + "CpuNs"_L1, double(threadsCpuNs({own, "QQmlThread"})));
     }
 
-    void awaitRest()
+    void onFirstFrame()
+    {
+        takeTime(u"firstFrame"_s);
+        m_figures.insert(u"firstFrameKib"_s, double(residentKib()));
+        m_figures.insert(u"probeNs"_s, qApp->property("probeNs").toDouble());
+        if (m_window->property("complete").isValid())
+            m_laterFrames = connect(m_window, &QQuickWindow::frameSwapped, this, &WindowProbe::onLaterFrame,
+                                    Qt::DirectConnection);
+        awaitRest(&WindowProbe::onRest);
+    }
+
+    void onLaterFrame()
+    {
+        if (!m_window->property("complete").toBool())
+            return;
+        disconnect(m_laterFrames);
+        takeTime(u"whole"_s);
+    }
+
+    void awaitRest(void (WindowProbe::*then)())
     {
         const qint64 before = processCpuNs();
-        QTimer::singleShot(restMs, this, [this, before] {
+        QTimer::singleShot(restMs, this, [this, before, then] {
             if (processCpuNs() - before > restCpuNs)
-                awaitRest();
+                awaitRest(then);
             else
-                onRest();
+                (this->*then)();
         });
     }
 
@@ -98,9 +124,18 @@ private:
             air->start();
         } else if (what == "log"_L1) {
             finish(logFigures(*m_window, *engineOf(m_window)));
+        } else if (what == "editor"_L1) {
+            m_turns = new TurnClock(this);
+            m_window->setProperty("selectedId", addPipeline(*engineOf(m_window)));
+            awaitRest(&WindowProbe::onEditor);
         } else {
             finish({});
         }
+    }
+
+    void onEditor()
+    {
+        finish({{u"editorTurnNs"_s, double(m_turns->longestNs())}, {u"editorKib"_s, double(residentKib())}});
     }
 
     void finish(const QJsonObject &more)
@@ -117,6 +152,8 @@ private:
 
     QJsonObject m_figures;
     QQuickWindow *m_window = nullptr;
+    QMetaObject::Connection m_laterFrames;
+    TurnClock *m_turns = nullptr;
 };
 
 class WindowProbePlugin : public QGenericPlugin

@@ -69,6 +69,7 @@ Interface::Interface(const std::function<void(ToolPath &)> &addTools)
         qFatal("the window didn't become active");
     if (!waitUntil([this] { return m_window->property("complete").toBool(); }))
         qFatal("the window has no content");
+    m_editorLoader = item(u"editorLoader"_s);
 }
 
 Interface::~Interface()
@@ -124,11 +125,19 @@ void Interface::scrollIntoView(QQuickItem *item) const
     }
 }
 
+// The first selection has it made, over several turns of the event loop.
+void Interface::awaitEditor() const
+{
+    constexpr int loading = 2; // of Loader.Status
+    QVERIFY(waitUntil([this] { return m_editorLoader->property("status").toInt() != loading; }));
+}
+
 void Interface::click(QQuickItem *item)
 {
     QVERIFY2(item, "there is no such item to click");
     scrollIntoView(item);
     QTest::mouseClick(m_window, Qt::LeftButton, Qt::NoModifier, centreOf(item));
+    awaitEditor();
 }
 
 void Interface::doubleClick(QQuickItem *item)
@@ -150,6 +159,7 @@ void Interface::type(const QString &text)
 void Interface::press(Qt::Key key, Qt::KeyboardModifiers modifiers)
 {
     QTest::keyClick(m_window, key, modifiers);
+    awaitEditor();
 }
 
 void Interface::replaceText(const QString &fieldName, const QString &text)

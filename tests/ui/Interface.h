@@ -104,12 +104,14 @@ public:
 
 private:
     void scrollIntoView(QQuickItem *item) const;
+    void awaitEditor() const;
 
     ToolPath m_tools;
     Engine m_engine;
     FakeUpdater m_updater;
     QQmlApplicationEngine m_qml;
     QPointer<QQuickWindow> m_window;
+    QQuickItem *m_editorLoader = nullptr;
 };
 
 } // namespace corvane::test
