@@ -83,7 +83,7 @@ int main(int argc, char *argv[])
     QList<double> editorTurnNs;
     QList<double> editorKib;
     for (int run = 0; run < editorRuns; ++run) {
-        const QJsonObject figures =
+        const QJsonObject opening =
             bench::measuredRun(test::corvaneProgram(), display, {{u""_s, u"editor"_s}});
         editorTurnNs << opening.value("editorTurnNs"_L1).toDouble(qQNaN());
         editorKib << opening.value("editorKib"_L1).toDouble(qQNaN());
