@@ -1758,6 +1758,7 @@ ApplicationWindow {
             parent: win.contentItem
             anchors.centerIn: parent
             modal: true
+            focus: true // keys go to the dialog, not to what it covers
             T.Overlay.modal: Veil {}
             title: "Parar TODAS as streams?"
             Material.background: theme.surface
@@ -1815,12 +1816,14 @@ ApplicationWindow {
             parent: win.contentItem
             anchors.centerIn: parent
             modal: true
+            focus: true // keys go to the dialog, not to what it covers
             T.Overlay.modal: Veil {}
             title: "Sobre"
             standardButtons: Dialog.Close
             font.capitalization: Font.MixedCase
             Material.background: theme.surface
             Material.elevation: 0
+            Component.onCompleted: standardButton(Dialog.Close).Accessible.name = "Fechar" // qmllint disable
 
             Timer {
                 id: easterTimer
@@ -1899,13 +1902,27 @@ ApplicationWindow {
                 }
 
                 Label {
+                    id: ndiLink
                     objectName: "ndiLink"
+
+                    readonly property string site: "https://ndi.video"
+
                     textFormat: Text.RichText
-                    text: "<a href=\"https://ndi.video\" style=\"color:" + theme.accent + "\">https://ndi.video</a>"
+                    text: "<a href=\"" + site + "\" style=\"color:" + theme.accent + "\">" + site + "</a>"
                     font.pixelSize: 11
+                    activeFocusOnTab: true
                     Accessible.role: Accessible.Link
-                    Accessible.name: "https://ndi.video"
+                    Accessible.name: site
+                    Accessible.onPressAction: linkActivated(site)
+                    Keys.onReturnPressed: linkActivated(site)
+                    Keys.onEnterPressed: linkActivated(site)
                     onLinkActivated: link => Qt.openUrlExternally(link)
+
+                    FocusFrame {
+                        objectName: "ndiLinkFocus"
+                        anchors.margins: -2
+                        visible: ndiLink.activeFocus
+                    }
                 }
             }
         }

@@ -144,6 +144,7 @@ void Interface::doubleClick(QQuickItem *item)
 {
     QVERIFY2(item, "there is no such item to click");
     QTest::mouseDClick(m_window, Qt::LeftButton, Qt::NoModifier, centreOf(item));
+    awaitEditor();
 }
 
 void Interface::type(const QString &text)
