@@ -1051,7 +1051,8 @@ ApplicationWindow {
                                                 onClicked: {
                                                     const advice = engine.bitrateAdvice(resW.value, resH.value,
                                                                                         fpsPicker.fps)
-                                                    bitrateAdviceTip.text = "Recomendado: " + advice.recommended + "kbps"
+                                                    bitrateAdviceTip.text = "Recomendado: "
+                                                            + advice.recommended + "kbps"
                                                             + " (min " + advice.min + " / max " + advice.max + ")"
                                                             + "\nbufsize: " + advice.bufsize + "k"
                                                             + " | GOP: " + advice.keyint + " frames"
@@ -1246,8 +1247,8 @@ ApplicationWindow {
                                                         Material.foreground: theme.danger
                                                         Accessible.name: ToolTip.text + ": " + outputRow.modelData.url
                                                         ToolTip.visible: hovered
-                                                        ToolTip.text: outputRow.confirmDelete ? "Clique de novo para remover"
-                                                                                              : "Remover"
+                                                        ToolTip.text: outputRow.confirmDelete
+                                                                      ? "Clique de novo para remover" : "Remover"
 
                                                         onClicked: {
                                                             if (!outputRow.confirmDelete) {
@@ -1461,8 +1462,9 @@ ApplicationWindow {
                                             onClicked: {
                                                 if (srtUrl.text === "")
                                                     return
-                                                engine.addSrtOutputFull(win.selectedId, srtUrl.text, srtLatency.value, srtPass.text,
-                                                                        srtStreamid.text, srtOheadbw.value, srtMaxbw.value)
+                                                engine.addSrtOutputFull(win.selectedId, srtUrl.text, srtLatency.value,
+                                                                        srtPass.text, srtStreamid.text,
+                                                                        srtOheadbw.value, srtMaxbw.value)
                                                 srtUrl.clear()
                                                 srtPass.clear()
                                                 srtStreamid.clear()
@@ -1692,11 +1694,11 @@ ApplicationWindow {
                             property int shownLength: 0
                             property string shownEnd: ""
 
-                            // Laying out a full log costs far more than adding a line at its end. The log grows at its
-                            // end or loses its beginning; which of the two, its last characters tell by where they stand
-                            // now. To keep all of the text for that would have the script engine sweep its heap at every
-                            // other line. And the area draws no more than what is in view only if its text was set whole
-                            // and was longer than 10,000 characters then.
+                            // Laying out a full log costs far more than adding a line at its end. The log grows at
+                            // its end or loses its beginning; which of the two, its last characters tell by where
+                            // they stand now. To keep all of the text for that would have the script engine sweep its
+                            // heap at every other line. And the area draws no more than what is in view only if its
+                            // text was set whole and was longer than 10,000 characters then.
                             function follow() {
                                 const log = engine.log
                                 const grown = log.length > shownLength
