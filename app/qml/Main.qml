@@ -213,6 +213,14 @@ ApplicationWindow {
         Material.background: theme.surfaceRaised
     }
 
+    component PageTab: TabButton {
+        objectName: "tab" + text
+        width: implicitWidth
+        font.capitalization: Font.MixedCase
+        Accessible.name: text
+        Accessible.onPressAction: TabBar.tabBar.setCurrentIndex(TabBar.index)
+    }
+
     component AfterFirstFrame: Loader {
         anchors.fill: parent
         active: win.complete
@@ -234,12 +242,11 @@ ApplicationWindow {
 
         AfterFirstFrame {
             objectName: "toolBarLoader"
+            anchors.leftMargin: 16
+            anchors.rightMargin: 16
 
             sourceComponent: RowLayout {
                 objectName: "toolBarRow"
-                anchors.fill: parent
-                anchors.leftMargin: 16
-                anchors.rightMargin: 16
                 spacing: 12
 
                 Label {
@@ -368,7 +375,6 @@ ApplicationWindow {
 
         sourceComponent: SplitView {
             objectName: "mainSplit"
-            anchors.fill: parent
             orientation: Qt.Vertical
 
             SplitView {
@@ -704,19 +710,20 @@ ApplicationWindow {
                                 Material.background: theme.surface
                                 Material.elevation: 0
 
-                                Repeater {
-                                    model: ["Fonte", "Encoder", "Saídas", "Preview"]
+                                PageTab {
+                                    text: "Fonte"
+                                }
 
-                                    TabButton {
-                                        required property string modelData
+                                PageTab {
+                                    text: "Encoder"
+                                }
 
-                                        objectName: "tab" + modelData
-                                        text: modelData
-                                        width: implicitWidth
-                                        font.capitalization: Font.MixedCase
-                                        Accessible.name: modelData
-                                        Accessible.onPressAction: TabBar.tabBar.setCurrentIndex(TabBar.index)
-                                    }
+                                PageTab {
+                                    text: "Saídas"
+                                }
+
+                                PageTab {
+                                    text: "Preview"
                                 }
                             }
 

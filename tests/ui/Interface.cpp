@@ -69,6 +69,8 @@ Interface::Interface(const std::function<void(ToolPath &)> &addTools)
         qFatal("the window didn't become active");
     if (!waitUntil([this] { return m_window->property("complete").toBool(); }))
         qFatal("the window has no content");
+    if (!awaitFrame())
+        qFatal("the window doesn't draw itself");
     m_editorLoader = item(u"editorLoader"_s);
 }
 
@@ -125,11 +127,25 @@ void Interface::scrollIntoView(QQuickItem *item) const
     }
 }
 
+// What is to be clicked has its place only when a frame has shown it.
+bool Interface::awaitFrame() const
+{
+    bool shown = false;
+    const QMetaObject::Connection connection =
+        QObject::connect(m_window, &QQuickWindow::frameSwapped, [&shown] { shown = true; });
+    m_window->update();
+    const bool inTime = waitUntil([&shown] { return shown; });
+    QObject::disconnect(connection);
+    return inTime;
+}
+
 // The first selection has it made, over several turns of the event loop.
 void Interface::awaitEditor() const
 {
     constexpr int loading = 2; // of Loader.Status
-    QVERIFY(waitUntil([this] { return m_editorLoader->property("status").toInt() != loading; }));
+    const auto isLoading = [this] { return m_editorLoader->property("status").toInt() == loading; };
+    if (isLoading())
+        QVERIFY(waitUntil([&] { return !isLoading(); }) && awaitFrame());
 }
 
 void Interface::click(QQuickItem *item)

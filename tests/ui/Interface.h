@@ -104,6 +104,7 @@ public:
 
 private:
     void scrollIntoView(QQuickItem *item) const;
+    [[nodiscard]] bool awaitFrame() const;
     void awaitEditor() const;
 
     ToolPath m_tools;
