@@ -14,6 +14,7 @@ ApplicationWindow {
     property string selectedId: ""
     property var selectedPipeline: null
     readonly property var pipelineRows: engine.pipelines
+    readonly property var decklinkDevices: engine.decklinkDevices() // asked once, at start: the answer is logged
     readonly property int activeCount: pipelineRows.filter(row => isActive(row.state)).length
 
     function isActive(state) {
@@ -815,7 +816,7 @@ ApplicationWindow {
                                         ComboBox {
                                             objectName: "decklinkPicker"
                                             visible: engine.decklinkSupported
-                                            model: engine.decklinkDevices()
+                                            model: win.decklinkDevices
                                             Layout.fillWidth: true
                                             Accessible.name: "DeckLink device"
                                             onActivated: sourcePage.send({"kind": "decklink", "uri": currentText})
