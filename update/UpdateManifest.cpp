@@ -13,7 +13,7 @@ UpdateManifest parseManifest(const QByteArray &data, const QString &platform)
     QJsonParseError parseError;
     const QJsonDocument document = QJsonDocument::fromJson(data, &parseError);
     if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
-        manifest.error = "JSON inválido: "_L1 + parseError.errorString();
+        manifest.error = u"JSON inválido: "_s + parseError.errorString();
         return manifest;
     }
 
