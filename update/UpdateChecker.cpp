@@ -1,11 +1,11 @@
 #include "update/UpdateChecker.h"
 
 #include "update/PinnedUpdateKey.h"
+#include "update/Sha256.h"
 #include "update/UpdateFiles.h"
 #include "update/UpdateSignature.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QNetworkAccessManager>
@@ -199,13 +199,12 @@ bool UpdateChecker::verifyPackageHash(const QString &path, const UpdateManifest 
         setStatus(u"não abriu p/ hash"_s);
         return false;
     }
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (!hash.addData(&file)) {
+    const auto digest = sha256Of(file);
+    if (!digest) {
         setStatus(u"falha no hash"_s);
         return false;
     }
-    const QString digest = QString::fromLatin1(hash.result().toHex());
-    if (digest.compare(manifest.sha256, Qt::CaseInsensitive) != 0) {
+    if (QString::fromLatin1(digest->toHex()).compare(manifest.sha256, Qt::CaseInsensitive) != 0) {
         setStatus(u"sha256 NÃO confere — pacote rejeitado"_s);
         return false;
     }
