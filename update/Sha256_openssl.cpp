@@ -23,7 +23,7 @@ std::optional<QByteArray> sha256Of(QIODevice &device)
     const std::unique_ptr<EVP_MD_CTX, FreeContext> context(EVP_MD_CTX_new());
     if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1)
         return {};
-    QByteArray piece(128 * 1024, Qt::Uninitialized);
+    QByteArray piece(0x20000, Qt::Uninitialized);
     qint64 size = 0;
     while ((size = device.read(piece.data(), piece.size())) > 0) {
         if (EVP_DigestUpdate(context.get(), piece.constData(), static_cast<std::size_t>(size)) != 1)

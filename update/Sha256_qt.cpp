@@ -9,7 +9,7 @@ std::optional<QByteArray> sha256Of(QIODevice &device)
 {
     // Not by addData(&device), which takes a device that fails for one that has ended.
     QCryptographicHash hash(QCryptographicHash::Sha256);
-    QByteArray piece(128 * 1024, Qt::Uninitialized);
+    QByteArray piece(0x20000, Qt::Uninitialized);
     qint64 size = 0;
     while ((size = device.read(piece.data(), piece.size())) > 0)
         hash.addData(QByteArrayView(piece).first(size));

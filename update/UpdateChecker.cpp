@@ -21,7 +21,7 @@ namespace corvane {
 
 namespace {
 
-constexpr qint64 pieceSize = 1024 * 1024;
+constexpr qint64 pieceSize = 0x100000;
 
 /// A package up to this size is received into one buffer of its size. Beyond, or if the server doesn't say
 /// how long it is, the reply collects it piece by piece, which takes twice the memory.
