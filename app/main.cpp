@@ -3,6 +3,7 @@
 #include "app/ScanOptions.h"
 #include "engine/Engine.h"
 #include "engine/host/Capabilities.h"
+#include "update/UpdateChecker.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -21,6 +22,8 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto heartbeatInterval = 2000ms;
+constexpr auto firstUpdateCheck = 5000ms;
+constexpr auto updateCheckInterval = 6h;
 
 /// The one place for files that the program shares with its supervisor.
 QString runtimeDirectory()
@@ -88,9 +91,20 @@ int main(int argc, char *argv[])
 
     corvane::Engine engine;
 
+    const QString updateFeed =
+        qEnvironmentVariable("CORVANE_UPDATE_FEED", QStringLiteral(CORVANE_UPDATE_FEED_URL));
+    corvane::UpdateChecker updater(QCoreApplication::applicationVersion(), updateFeed, runtimeDir);
+    updater.isStreamActive = [&engine] { return engine.anyPipelineTransmitting(); };
+    QObject::connect(&updater, &corvane::UpdateChecker::readyToApply, &updater,
+                     [&updater] { updater.applyIfSafe(); });
+    QTimer updateTimer;
+    QObject::connect(&updateTimer, &QTimer::timeout, &updater, &corvane::UpdateChecker::checkNow);
+    updateTimer.start(updateCheckInterval);
+    QTimer::singleShot(firstUpdateCheck, &updater, &corvane::UpdateChecker::checkNow);
+
     QQmlApplicationEngine qmlEngine;
     qmlEngine.rootContext()->setContextProperty(u"engine"_s, &engine);
-    qmlEngine.rootContext()->setContextProperty(u"updater"_s, static_cast<QObject *>(nullptr));
+    qmlEngine.rootContext()->setContextProperty(u"updater"_s, &updater);
     loadInterface(qmlEngine);
     if (qmlEngine.rootObjects().isEmpty())
         return -1;

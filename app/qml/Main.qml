@@ -280,9 +280,8 @@ ApplicationWindow {
 
                 property int _state: 0 // 0 idle, 1 checking, 2 up to date, 3 failed
 
-                visible: updater !== null
-                text: updater?.updateAvailable ? "Atualizar " + updater.latestVersion
-                                               : ["Verificar update", "Verificando...", "✓ Atualizado", "✗ Erro"][_state]
+                text: updater.updateAvailable ? "Atualizar " + updater.latestVersion
+                                              : ["Verificar update", "Verificando...", "✓ Atualizado", "✗ Erro"][_state]
                 Material.foreground: _state === 2 ? theme.accent : _state === 3 ? theme.danger : theme.muted
 
                 // The version comes from the feed; a button's own label would read markup in it.
