@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QList>
+#include <QtGlobal>
+
+#include <optional>
+
+namespace corvane {
+
+/// What follows a crash of the program. Pure: the caller brings the time, in milliseconds.
+struct RestartPolicy
+{
+    static constexpr qint64 firstDelayMs = 1000;
+    static constexpr qint64 longestDelayMs = 60'000;
+    static constexpr qint64 windowMs = 10 * 60'000; ///< crashes count for as long as this
+    static constexpr qsizetype limit = 5;           ///< restarts within the window
+
+    QList<qint64> crashes; ///< within the window, oldest first
+
+    /// Time to wait before the next start, doubled with each crash in the window; nothing if there have been
+    /// too many.
+    std::optional<qint64> onCrash(qint64 nowMs);
+};
+
+} // namespace corvane
