@@ -2,7 +2,7 @@
 
 class QString;
 
-namespace corvane {
+namespace corvane::guardian {
 
 enum class ExchangeResult { Exchanged, NotSupported, Failed };
 
@@ -14,4 +14,4 @@ enum class ExchangeResult { Exchanged, NotSupported, Failed };
 /// moment (virus scanners), it is tried for a while.
 [[nodiscard]] bool moveFolder(const QString &from, const QString &to);
 
-} // namespace corvane
+} // namespace corvane::guardian

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <fcntl.h>
 
-namespace corvane {
+namespace corvane::guardian {
 
 ExchangeResult exchangeFolders(const QString &one, const QString &other)
 {
@@ -29,4 +29,4 @@ bool moveFolder(const QString &from, const QString &to)
            ::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

@@ -5,7 +5,7 @@
 
 #include <windows.h>
 
-namespace corvane {
+namespace corvane::guardian {
 
 namespace {
 
@@ -39,4 +39,4 @@ bool moveFolder(const QString &from, const QString &to)
     return false;
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

@@ -3,7 +3,7 @@
 class QFile;
 class QString;
 
-namespace corvane {
+namespace corvane::guardian {
 
 /// Brings the content of the open `file` to the disk: after a power cut a renamed folder isn't to be full of
 /// empty files.
@@ -15,4 +15,4 @@ namespace corvane {
 /// syncFolder() of `path` and all folders in it.
 [[nodiscard]] bool syncFolders(const QString &path);
 
-} // namespace corvane
+} // namespace corvane::guardian

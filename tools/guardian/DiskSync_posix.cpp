@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace corvane {
+namespace corvane::guardian {
 
 bool syncFile(QFile &file)
 {
@@ -34,4 +34,4 @@ bool syncFolders(const QString &path)
     return syncFolder(path);
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

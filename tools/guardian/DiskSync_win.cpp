@@ -6,7 +6,7 @@
 
 #include <io.h>
 
-namespace corvane {
+namespace corvane::guardian {
 
 bool syncFile(QFile &file)
 {
@@ -24,4 +24,4 @@ bool syncFolders(const QString & /*path*/)
     return true;
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

@@ -7,7 +7,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace corvane {
+namespace corvane::guardian {
 
 namespace {
 
@@ -161,4 +161,4 @@ QString entriesProblem(const QList<PackageEntry> &entries, quint64 packageBytes,
     return {};
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

@@ -5,7 +5,7 @@
 #include <QString>
 #include <QtGlobal>
 
-namespace corvane {
+namespace corvane::guardian {
 
 /// One entry of a package, as its table of contents has it. Nothing of it is to be believed.
 struct PackageEntry
@@ -41,4 +41,4 @@ inline constexpr QByteArrayView stampName(".corvane-installation");
 [[nodiscard]] QString entriesProblem(const QList<PackageEntry> &entries, quint64 packageBytes,
                                      const QByteArray &program, const PackageLimits &limits = {});
 
-} // namespace corvane
+} // namespace corvane::guardian

@@ -5,7 +5,7 @@
 
 class QString;
 
-namespace corvane {
+namespace corvane::guardian {
 
 /// Ids of the processes that run the program file `path`, as far as this user may see them; those that have
 /// ended and are only waited for don't count.
@@ -14,4 +14,4 @@ namespace corvane {
 /// Ends a process without asking it.
 void endProcess(qint64 id);
 
-} // namespace corvane
+} // namespace corvane::guardian

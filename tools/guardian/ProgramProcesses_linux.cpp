@@ -9,7 +9,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace corvane {
+namespace corvane::guardian {
 
 QList<qint64> processesOf(const QString &path)
 {
@@ -31,4 +31,4 @@ void endProcess(qint64 id)
     ::kill(static_cast<pid_t>(id), SIGKILL);
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

@@ -12,7 +12,7 @@
 #include <memory>
 #include <type_traits>
 
-namespace corvane {
+namespace corvane::guardian {
 
 namespace {
 
@@ -61,4 +61,4 @@ void endProcess(qint64 id)
         ::TerminateProcess(process.get(), 1);
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

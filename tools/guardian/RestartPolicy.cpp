@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace corvane {
+namespace corvane::guardian {
 
 std::optional<qint64> RestartPolicy::onCrash(qint64 nowMs)
 {
@@ -13,4 +13,4 @@ std::optional<qint64> RestartPolicy::onCrash(qint64 nowMs)
     return std::min(firstDelayMs << (crashes.size() - 1), longestDelayMs);
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

@@ -5,7 +5,7 @@
 
 #include <optional>
 
-namespace corvane {
+namespace corvane::guardian {
 
 /// What follows a crash of the program. Pure: the caller brings the time, in milliseconds.
 struct RestartPolicy
@@ -22,4 +22,4 @@ struct RestartPolicy
     std::optional<qint64> onCrash(qint64 nowMs);
 };
 
-} // namespace corvane
+} // namespace corvane::guardian

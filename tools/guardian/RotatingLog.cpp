@@ -8,7 +8,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace corvane {
+namespace corvane::guardian {
 
 RotatingLog::RotatingLog(QString path, qint64 largest, int kept)
     : m_path(std::move(path))
@@ -41,4 +41,4 @@ void RotatingLog::rotate() const
         QFile::rename(numbered(number - 1), numbered(number));
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

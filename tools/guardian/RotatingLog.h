@@ -5,7 +5,7 @@
 
 class QDateTime;
 
-namespace corvane {
+namespace corvane::guardian {
 
 /// A log file that doesn't grow for ever: past its size it becomes "<path>.1", that one "<path>.2", and so on
 /// up to the number kept. A line that can't be written is lost without a word.
@@ -28,4 +28,4 @@ private:
     int m_kept;
 };
 
-} // namespace corvane
+} // namespace corvane::guardian

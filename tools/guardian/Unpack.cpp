@@ -12,7 +12,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace corvane {
+namespace corvane::guardian {
 
 namespace {
 
@@ -158,4 +158,4 @@ QString unpack(const QString &package, const QString &target, const QString &pro
     return error;
 }
 
-} // namespace corvane
+} // namespace corvane::guardian

@@ -4,7 +4,7 @@
 
 #include <QString>
 
-namespace corvane {
+namespace corvane::guardian {
 
 /// Unpacks the zip file `package` into the new folder `target`, once all of its entries have been judged, and
 /// puts it on the disk for good. `program` is the file in it that has to be there and becomes executable.
@@ -13,4 +13,4 @@ namespace corvane {
 [[nodiscard]] QString unpack(const QString &package, const QString &target, const QString &program,
                              const PackageLimits &limits = {});
 
-} // namespace corvane
+} // namespace corvane::guardian
