@@ -121,8 +121,10 @@ bool DirectorySwap::moveIn(const QString &incoming, const QString &outgoing) con
         return false;
     if (result == ExchangeResult::Exchanged) {
         step("name what went out");
-        // What is in place stays so, whatever becomes of the other's name.
-        return moveFolder(incoming, outgoing) && syncFolder(m_at.own());
+        if (moveFolder(incoming, outgoing))
+            return syncFolder(m_at.own());
+        (void)exchangeFolders(incoming, m_at.directory);
+        return false;
     }
     step("move out");
     if (!moveFolder(m_at.directory, outgoing))
@@ -209,7 +211,8 @@ std::optional<DirectorySwap::Journal> DirectorySwap::readJournal() const
 
 bool DirectorySwap::writeJournal(const Journal &journal) const
 {
-    return writeJson(m_at.journal(), {{u"state"_s, journal.state}, {u"installation"_s, jsonOf(journal.stamp)}});
+    return writeJson(m_at.journal(),
+                     QJsonObject{{u"state"_s, journal.state}, {u"installation"_s, jsonOf(journal.stamp)}});
 }
 
 void DirectorySwap::removeJournal() const
