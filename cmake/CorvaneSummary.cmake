@@ -1,6 +1,6 @@
 # What this configuration came to, in one screen.
 message(STATUS "")
-message(STATUS "CORVANE ${PROJECT_VERSION}")
+message(STATUS "CORVANE ${CORVANE_VERSION}")
 message(STATUS "  Qt                 ${Qt6_VERSION}")
 message(STATUS "  compiler           ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION}, ${CMAKE_BUILD_TYPE}")
 if(CORVANE_SANITIZE)

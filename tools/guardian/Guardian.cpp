@@ -37,7 +37,12 @@ Guardian::Guardian(GuardianSettings settings, ManifestSource manifest, QObject *
     connect(&m_program, &GuardedProgram::ended, this, &Guardian::onEnded);
     connect(&m_lookTimer, &QTimer::timeout, this, &Guardian::look);
     m_pauseTimer.setSingleShot(true);
-    connect(&m_pauseTimer, &QTimer::timeout, this, [this] { startProgram(Watching); });
+    connect(&m_pauseTimer, &QTimer::timeout, this, [this] {
+        if (m_marks.updateRequested())
+            leave();
+        else
+            startProgram(Watching);
+    });
 }
 
 void Guardian::log(const QString &line)
@@ -106,12 +111,11 @@ void Guardian::onEnded(bool cleanly, const QString &how)
         return;
     log(cleanly ? u"the program ended in order"_s : u"the program ended: %1"_s.arg(how));
     if (m_state == Trial) {
-        if (cleanly)
-            passTrial(); // its event loop has run, and somebody has closed the window
-        else
+        if (!cleanly) {
             failTrial(m_trialFailure.isEmpty() ? how : m_trialFailure);
-        if (m_state != Watching)
             return;
+        }
+        passTrial(); // its event loop has run, and somebody has closed the window
     }
     if (m_marks.updateRequested())
         leave();
