@@ -1,20 +1,18 @@
 #include "update/UpdateChecker.h"
 
 #include "update/PinnedUpdateKey.h"
+#include "update/UpdateFiles.h"
 #include "update/UpdateSignature.h"
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QUrl>
 
-#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -133,19 +131,14 @@ bool UpdateChecker::verifyManifestSignature()
 
 // --- The package
 
-QString UpdateChecker::updateDirectory() const
-{
-    return m_runtimeDir + "/update"_L1;
-}
-
 void UpdateChecker::downloadAndStage()
 {
     if (!m_updateAvailable || !m_manifest.hasPackage) {
         setStatus(u"nada para baixar"_s);
         return;
     }
-    QDir().mkpath(updateDirectory());
-    const QString path = updateDirectory() + "/CORVANE-"_L1 + m_latestVersion + ".zip"_L1;
+    QDir().mkpath(updateDirectory(m_runtimeDir));
+    const QString path = updateDirectory(m_runtimeDir) + u'/' + packageFileName(m_latestVersion);
     setStatus("baixando "_L1 + m_latestVersion + "..."_L1);
 
     QNetworkReply *reply = m_network->get(request(QUrl(m_manifest.url)));
@@ -217,14 +210,9 @@ bool UpdateChecker::verifyPackageHash(const QString &path, const UpdateManifest 
 
 void UpdateChecker::writeReadyFile(const QString &path, const QString &version) const
 {
-    const QJsonObject ready{
-        {u"package"_s, path},
-        {u"version"_s, version},
-        {u"install_dir"_s, QCoreApplication::applicationDirPath()},
-    };
-    QFile file(updateDirectory() + "/update-ready.json"_L1);
+    QFile file(readyFilePath(m_runtimeDir));
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        file.write(QJsonDocument(ready).toJson(QJsonDocument::Compact));
+        file.write(readyUpdateText({path, version, QCoreApplication::applicationDirPath()}));
 }
 
 void UpdateChecker::removePackage(const QString &path) const
@@ -237,9 +225,7 @@ void UpdateChecker::removePackage(const QString &path) const
 /// on another, is neither written nor removed.
 bool UpdateChecker::isInUpdateDirectory(const QString &path) const
 {
-    const QString name = path.sliced(updateDirectory().size() + 1);
-    return std::none_of(name.cbegin(), name.cend(),
-                        [](QChar c) { return c < u' ' || c == u'/' || c == u'\\' || c == u':'; });
+    return isPlainFileName(path.sliced(updateDirectory(m_runtimeDir).size() + 1));
 }
 
 // --- The safe moment
@@ -255,7 +241,7 @@ bool UpdateChecker::applyIfSafe()
         return false;
     }
     setStatus(u"aplicando update — reiniciando via guardião..."_s);
-    QFile request(updateDirectory() + "/apply-now"_L1);
+    QFile request(applyRequestPath(m_runtimeDir));
     if (request.open(QIODevice::WriteOnly))
         request.close();
     QCoreApplication::quit();

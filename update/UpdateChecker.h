@@ -66,7 +66,6 @@ private:
                         const UpdateManifest &manifest);
     [[nodiscard]] bool verifyPackageHash(const QString &path, const UpdateManifest &manifest);
     void writeReadyFile(const QString &path, const QString &version) const;
-    [[nodiscard]] QString updateDirectory() const;
     void removePackage(const QString &path) const;
     [[nodiscard]] bool isInUpdateDirectory(const QString &path) const;
 

@@ -1,7 +1,8 @@
 #pragma once
 
 // Monocypher's Ed25519 calls on top of libsodium, for machines that have only that one: the same names, the
-// same layouts (a secret key is the seed and the public key), the same answers.
+// same layouts (a secret key is the seed and the public key), the same answers to every signature and key
+// that was made by the rules. Of the broken ones, libsodium refuses a few more.
 
 #include <sodium.h>
 
