@@ -13,7 +13,7 @@ struct RestartPolicy
     static constexpr qint64 firstDelayMs = 1000;
     static constexpr qint64 longestDelayMs = 60'000;
     static constexpr qint64 windowMs = 10 * 60'000; ///< crashes count for as long as this
-    static constexpr qsizetype limit = 5;           ///< restarts within the window
+    static constexpr qsizetype limit = 8;           ///< restarts within the window
 
     QList<qint64> crashes; ///< within the window, oldest first
 
