@@ -144,6 +144,7 @@ DirectorySwap::Found DirectorySwap::recover()
     const std::optional<Journal> journal = readJournal();
     if (!journal) {
         // Unpacked, but never put in place.
+        step("remove what wasn't put in place");
         removeFolder(m_at.next());
         return exists(m_at.directory) ? Found::Idle : Found::Broken;
     }
@@ -159,12 +160,15 @@ DirectorySwap::Found DirectorySwap::recoverInstalling(const Journal &journal)
     const bool isIn = exists(m_at.directory) && readStamp(m_at.directory).id == journal.stamp.id;
     if (!isIn && exists(m_at.directory)) {
         // The old one is in place: the request still stands, and begins anew.
+        step("undo");
         removeFolder(m_at.next());
         removeJournal();
         return Found::Idle;
     }
-    if (completeMoveIn(m_at.next(), m_at.previous(), isIn))
+    if (completeMoveIn(m_at.next(), m_at.previous(), isIn)) {
+        step("journal: trial");
         return writeJournal({u"trial"_s, journal.stamp}) ? Found::Trial : Found::Broken;
+    }
     // The new one is lost, the old one isn't.
     if (!moveFolder(m_at.previous(), m_at.directory))
         return Found::Broken;
@@ -181,12 +185,14 @@ DirectorySwap::Found DirectorySwap::recoverRollBack(const Journal &journal)
     } else if (!completeMoveIn(m_at.previous(), m_at.failed(), exists(m_at.directory))) {
         return Found::Broken;
     }
+    step("journal: done");
     removeJournal();
     return Found::RolledBack;
 }
 
 bool DirectorySwap::completeMoveIn(const QString &incoming, const QString &outgoing, bool isIn) const
 {
+    step("complete");
     if (!isIn)
         return exists(incoming) && moveFolder(incoming, m_at.directory);
     // Exchanged already: under the incoming folder's name lies what went out.

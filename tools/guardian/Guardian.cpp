@@ -33,6 +33,7 @@ Guardian::Guardian(GuardianSettings settings, ManifestSource manifest, QObject *
     , m_swap(m_settings.installation)
     , m_program(m_settings.installation.programPath(), m_settings.arguments, m_marks)
     , m_log(m_settings.installation.log())
+    , m_restarts(m_settings.restarts)
 {
     connect(&m_program, &GuardedProgram::ended, this, &Guardian::onEnded);
     connect(&m_lookTimer, &QTimer::timeout, this, &Guardian::look);
@@ -130,7 +131,7 @@ void Guardian::onCrash(const QString &how)
     const std::optional<qint64> delay = m_restarts.onCrash(QDateTime::currentMSecsSinceEpoch());
     if (!delay) {
         log(u"it has ended badly %1 times within %2 minutes (%3): given up"_s.arg(m_restarts.crashes.size())
-                .arg(RestartPolicy::windowMs / 60'000)
+                .arg(m_restarts.windowMs / 60'000)
                 .arg(how));
         finish(GaveUp);
         return;
@@ -218,8 +219,8 @@ void Guardian::onManifest(const QByteArray &text, const QString &error)
 QString Guardian::apply(const ReadyUpdate &ready, const QString &digest)
 {
     const Installation &at = m_settings.installation;
-    if (QFileInfo(ready.installDirectory).canonicalFilePath() != at.directory)
-        return u"it is for the installation in “%1”"_s.arg(ready.installDirectory);
+    if (QFileInfo(ready.install_dir).canonicalFilePath() != at.directory)
+        return u"it is for the installation in “%1”"_s.arg(ready.install_dir);
     if (readRecord(at.record()).rolledBack(digest))
         return u"this package has been rolled back before"_s;
 

@@ -25,6 +25,7 @@ struct GuardianSettings
     QStringList arguments; ///< of the program
     QString pinnedKey;     ///< hexadecimal; empty: signatures aren't checked
     bool attachOnly = false;
+    RestartPolicy restarts;
     std::chrono::milliseconds heartbeatPatience = std::chrono::seconds(60);
     std::chrono::milliseconds lookInterval = std::chrono::milliseconds(500);
 };
@@ -57,9 +58,6 @@ public:
     /// Takes up what a former guardian left, then starts the program or attaches to its run. finished() may
     /// come before it returns.
     void run();
-
-    [[nodiscard]] DirectorySwap &swap() { return m_swap; }             ///< for tests
-    [[nodiscard]] GuardedProgram &program() { return m_program; }      ///< for tests
 
 Q_SIGNALS:
     void finished(int exitCode);

@@ -2,8 +2,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 using namespace Qt::StringLiterals;
 
@@ -44,34 +42,32 @@ bool Marks::endedCleanlySince(const QDateTime &before) const
 
 bool Marks::updateRequested() const
 {
-    return QFile::exists(runtimeDirectory + "/update/apply-now"_L1);
+    return QFile::exists(applyRequestPath(runtimeDirectory));
 }
 
 bool Marks::removeRequest() const
 {
-    QFile::remove(runtimeDirectory + "/update/apply-now"_L1);
+    QFile::remove(applyRequestPath(runtimeDirectory));
     return !updateRequested();
 }
 
 std::optional<ReadyUpdate> Marks::readyUpdate(QString &error) const
 {
-    const QString update = runtimeDirectory + "/update"_L1;
-    QFile file(update + "/update-ready.json"_L1);
+    QFile file(readyFilePath(runtimeDirectory));
     if (!file.open(QIODevice::ReadOnly)) {
         error = u"update-ready.json can't be read: %1"_s.arg(file.errorString());
         return std::nullopt;
     }
-    const QJsonObject json = QJsonDocument::fromJson(file.read(largestReadyFile)).object();
-    ReadyUpdate ready{json["package"_L1].toString(), json["version"_L1].toString(),
-                      json["install_dir"_L1].toString()};
-    if (ready.package.isEmpty() || ready.version.isEmpty() || ready.installDirectory.isEmpty()) {
+    std::optional<ReadyUpdate> ready = parseReadyUpdate(file.read(largestReadyFile));
+    if (!ready) {
         error = u"update-ready.json doesn't say what is staged"_s;
         return std::nullopt;
     }
-    const QFileInfo package(ready.package);
+    const QFileInfo package(ready->package);
     if (!package.isFile() || package.isSymLink() ||
-        QFileInfo(package.path()).canonicalFilePath() != QFileInfo(update).canonicalFilePath()) {
-        error = u"update-ready.json names “%1”, which is no file in the update directory"_s.arg(ready.package);
+        QFileInfo(package.path()).canonicalFilePath() !=
+            QFileInfo(updateDirectory(runtimeDirectory)).canonicalFilePath()) {
+        error = u"update-ready.json names “%1”, which is no file in the update directory"_s.arg(ready->package);
         return std::nullopt;
     }
     return ready;

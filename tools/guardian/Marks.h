@@ -1,19 +1,13 @@
 #pragma once
 
+#include "update/UpdateFiles.h"
+
 #include <QDateTime>
 #include <QString>
 
 #include <optional>
 
 namespace corvane::guardian {
-
-/// What the program says of a staged update.
-struct ReadyUpdate
-{
-    QString package; ///< full path
-    QString version;
-    QString installDirectory;
-};
 
 /// The files by which the program speaks to its guardian, in the runtime directory.
 struct Marks

@@ -6,7 +6,7 @@ namespace corvane::guardian {
 
 std::optional<qint64> RestartPolicy::onCrash(qint64 nowMs)
 {
-    crashes.removeIf([nowMs](qint64 at) { return nowMs - at >= windowMs; });
+    crashes.removeIf([this, nowMs](qint64 at) { return nowMs - at >= windowMs; });
     crashes.append(nowMs);
     if (crashes.size() > limit)
         return std::nullopt;

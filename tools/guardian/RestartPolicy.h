@@ -10,12 +10,12 @@ namespace corvane::guardian {
 /// What follows a crash of the program. Pure: the caller brings the time, in milliseconds.
 struct RestartPolicy
 {
-    static constexpr qint64 firstDelayMs = 1000;
-    static constexpr qint64 longestDelayMs = 60'000;
-    static constexpr qint64 windowMs = 10 * 60'000; ///< crashes count for as long as this
-    static constexpr qsizetype limit = 8;           ///< restarts within the window
+    qint64 firstDelayMs = 1000;
+    qint64 longestDelayMs = 60'000;
+    qint64 windowMs = 10 * 60'000; ///< crashes count for as long as this
+    qsizetype limit = 8;           ///< restarts within the window
 
-    QList<qint64> crashes; ///< within the window, oldest first
+    QList<qint64> crashes = {}; ///< within the window, oldest first
 
     /// Time to wait before the next start, doubled with each crash in the window; nothing if there have been
     /// too many.
