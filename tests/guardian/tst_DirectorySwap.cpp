@@ -158,7 +158,7 @@ void tst_DirectorySwap::installRollBack()
 void tst_DirectorySwap::theSecondUpdateKeepsTheFirst()
 {
     DirectorySwap swap(m_at);
-    for (const QByteArray version : {"0.2.0", "0.3.0"}) {
+    for (const QByteArray &version : {QByteArray("0.2.0"), QByteArray("0.3.0")}) {
         stageNext(version);
         QVERIFY(swap.install(readStamp(m_at.next())));
         swap.confirm();
