@@ -1,5 +1,6 @@
 #include "tests/guardian/GuardedFolder.h"
 
+#include "tools/guardian/FileNames.h"
 #include "update/UpdateFiles.h"
 
 #include <QCryptographicHash>
@@ -13,16 +14,6 @@
 namespace corvane::test {
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-#ifdef Q_OS_WIN
-constexpr auto programName = "corvane.exe"_L1;
-#else
-constexpr auto programName = "corvane"_L1;
-#endif
-
-} // namespace
 
 QByteArray contentsOf(const QString &path)
 {
@@ -47,7 +38,7 @@ GuardedFolder::GuardedFolder()
 
 guardian::Installation GuardedFolder::installation() const
 {
-    return {QFileInfo(path(u"app"_s)).canonicalFilePath(), programName};
+    return {QFileInfo(path(u"app"_s)).canonicalFilePath(), guardian::programFileName()};
 }
 
 guardian::GuardianSettings GuardedFolder::settings() const
@@ -64,12 +55,12 @@ void GuardedFolder::install(const QString &folder, const QByteArray &version, co
 {
     writeFile(folder + "/version"_L1, version);
     writeFile(folder + "/behaviour"_L1, behaviour);
-    QVERIFY(QFile::copy(QStringLiteral(CORVANE_FAKE_CORVANE), folder + u'/' + programName));
+    QVERIFY(QFile::copy(QStringLiteral(CORVANE_FAKE_CORVANE), folder + u'/' + guardian::programFileName()));
 }
 
 QList<ZipItem> GuardedFolder::packageOf(const QByteArray &version, const QByteArray &behaviour)
 {
-    return {{QByteArray(programName.data(), programName.size()), contentsOf(QStringLiteral(CORVANE_FAKE_CORVANE)),
+    return {{guardian::programFileName().toLatin1(), contentsOf(QStringLiteral(CORVANE_FAKE_CORVANE)),
              0100755},
             {"version", version},
             {"behaviour", behaviour}};

@@ -381,6 +381,7 @@ void tst_GuardianUpdate::aTrialThatWasCutOff()
     const Stamp stamp{u"id"_s, u"0.2.0"_s, u"digest"_s};
     QVERIFY(writeStamp(settings.installation.next(), stamp));
     QVERIFY(DirectorySwap(settings.installation).install(stamp));
+    m_folder->request(); // granted, but not removed
 
     QProcess run;
     if (running) {
@@ -391,6 +392,7 @@ void tst_GuardianUpdate::aTrialThatWasCutOff()
     guard(settings);
     QVERIFY(waitForLine(behaviour == "beats" ? u"version 0.2.0 is up"_s : u"rolled back"_s));
     QTEST(installed(), "installed");
+    QVERIFY(!m_folder->isRequested());
     QVERIFY(!QFile::exists(settings.installation.journal()));
     if (running && behaviour == "beats") {
         m_folder->order(u"quit"_s);

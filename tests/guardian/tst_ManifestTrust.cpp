@@ -19,8 +19,6 @@ private Q_SLOTS:
     void versions();
     void signatures_data();
     void signatures();
-    void onlyHttpsIsAsked_data();
-    void onlyHttpsIsAsked();
 
 private:
     [[nodiscard]] static UpdateManifest offered(const QString &version)
@@ -91,23 +89,6 @@ void tst_ManifestTrust::signatures()
     manifest.sha256 = digest;
     const QString key = pinned ? QString::fromLatin1(publisher.publicKey().toHex()) : QString();
     QTEST(manifestProblem(manifest, key, u"0.2.0"_s, {}).isEmpty(), "trusted");
-}
-
-void tst_ManifestTrust::onlyHttpsIsAsked_data()
-{
-    QTest::addColumn<QString>("feed");
-    QTest::newRow("plain HTTP") << u"http://127.0.0.1/latest.json"_s;
-    QTest::newRow("a file") << u"file:///latest.json"_s;
-    QTest::newRow("empty") << QString();
-}
-
-void tst_ManifestTrust::onlyHttpsIsAsked()
-{
-    QFETCH(const QString, feed);
-    QObject parent;
-    QString told;
-    httpsSource(feed, &parent)([&told](const QByteArray &, const QString &error) { told = error; });
-    QCOMPARE(told, u"the feed “%1” isn't HTTPS"_s.arg(feed));
 }
 
 QTEST_GUILESS_MAIN(tst_ManifestTrust)

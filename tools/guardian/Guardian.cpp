@@ -79,6 +79,8 @@ void Guardian::run()
     const bool attached = m_program.attach();
     if (found == DirectorySwap::Found::Trial) {
         log(u"version %1 was put in place and hasn't proven itself"_s.arg(m_swap.onTrial().version));
+        // It has been granted already, and would be taken for another one.
+        removeRequest();
         beginTrial();
     } else if (attached) {
         log(u"the program is running; it is watched"_s);
@@ -210,8 +212,7 @@ void Guardian::onManifest(const QByteArray &text, const QString &error)
         return;
     }
     // The journal says from here on what is to be done; the program on trial may make a request of its own.
-    if (!m_marks.removeRequest())
-        log(u"apply-now can't be removed"_s);
+    removeRequest();
     beginTrial();
 }
 
@@ -251,10 +252,15 @@ void Guardian::refuse(const QString &version, const QString &digest, const QStri
         writeRecord(m_settings.installation.record(), {u"refused"_s, version, digest, reason},
                     QDateTime::currentDateTime());
     QFile::remove(m_settings.installation.package());
-    if (!m_marks.removeRequest())
-        log(u"apply-now can't be removed"_s);
+    removeRequest();
     m_feedOff = true;
     startProgram(Watching);
+}
+
+void Guardian::removeRequest()
+{
+    if (!m_marks.removeRequest())
+        log(u"apply-now can't be removed"_s);
 }
 
 // --- On trial
@@ -307,8 +313,7 @@ void Guardian::failTrial(const QString &reason)
     // First the record: whatever happens next, this package isn't tried a second time.
     writeRecord(m_settings.installation.record(), {u"rolled back"_s, stamp.version, stamp.sha256, reason},
                 QDateTime::currentDateTime());
-    if (!m_marks.removeRequest())
-        log(u"apply-now can't be removed"_s);
+    removeRequest();
     rollBack();
 }
 

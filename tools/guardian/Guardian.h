@@ -79,6 +79,7 @@ private:
     void verify();
     void onManifest(const QByteArray &text, const QString &error);
     [[nodiscard]] QString apply(const ReadyUpdate &ready, const QString &digest);
+    void removeRequest();
     void refuse(const QString &version, const QString &digest, const QString &reason);
 
     void beginTrial();

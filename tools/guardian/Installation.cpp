@@ -1,5 +1,7 @@
 #include "tools/guardian/Installation.h"
 
+#include "tools/guardian/FileNames.h"
+
 #include <QDir>
 #include <QFileInfo>
 
@@ -8,12 +10,6 @@ using namespace Qt::StringLiterals;
 namespace corvane::guardian {
 
 namespace {
-
-#ifdef Q_OS_WIN
-constexpr auto fileNameCase = Qt::CaseInsensitive;
-#else
-constexpr auto fileNameCase = Qt::CaseSensitive;
-#endif
 
 /// Canonical as far as it exists; the rest as it stands.
 QString resolved(const QString &path)
@@ -36,7 +32,7 @@ bool isWithin(const QString &path, const QString &folder)
     QString outer = resolved(folder);
     if (!outer.endsWith(u'/'))
         outer += u'/';
-    return inner.startsWith(outer, fileNameCase);
+    return inner.startsWith(outer, fileNameCase());
 }
 
 QString placeProblem(const Installation &installation, const QString &guardianDirectory,

@@ -1,5 +1,7 @@
 #include "tools/guardian/Options.h"
 
+#include "tools/guardian/FileNames.h"
+
 #include <QCommandLineOption>
 #include <QCommandLineParser>
 #include <QDir>
@@ -23,12 +25,6 @@ The feed that an update is checked against is CORVANE's own (CORVANE_UPDATE_FEED
 
 Exit codes: 0 CORVANE ended in order; 1 it can't be kept up; 2 wrong command line;
 3 wrong place, or another guardian is at work; 4 nothing to attach to.)"_L1;
-
-#ifdef Q_OS_WIN
-constexpr auto programName = "corvane.exe"_L1;
-#else
-constexpr auto programName = "corvane"_L1;
-#endif
 
 Options refused(const QString &why, ExitCode code)
 {
@@ -75,7 +71,7 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
         return refused(u"--heartbeat-timeout takes a number of seconds"_s, WrongUsage);
 
     GuardianSettings settings;
-    settings.installation = {placeOf(parser.value(install)), programName};
+    settings.installation = {placeOf(parser.value(install)), programFileName()};
     settings.runtimeDirectory =
         QFileInfo(parser.isSet(runtime) ? parser.value(runtime) : runtimeDirectory).absoluteFilePath();
     settings.arguments = parser.positionalArguments();
@@ -84,7 +80,7 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
 
     const Installation &at = settings.installation;
     if (at.directory.isEmpty() || (!QFileInfo::exists(at.programPath()) && !QFileInfo::exists(at.journal())))
-        return refused(u"there is no %1 in %2"_s.arg(programName, parser.value(install)), WrongPlace);
+        return refused(u"there is no %1 in %2"_s.arg(programFileName(), parser.value(install)), WrongPlace);
     return {settings, {}, EndedCleanly};
 }
 
