@@ -60,10 +60,10 @@ void GuardedFolder::install(const QString &folder, const QByteArray &version, co
 
 QList<ZipItem> GuardedFolder::packageOf(const QByteArray &version, const QByteArray &behaviour)
 {
-    return {{guardian::programFileName().toLatin1(), contentsOf(QStringLiteral(CORVANE_FAKE_CORVANE)),
-             0100755},
-            {"version", version},
-            {"behaviour", behaviour}};
+    return {
+        {guardian::programFileName().toLatin1(), contentsOf(QStringLiteral(CORVANE_FAKE_CORVANE)), 0100755},
+        {"version", version},
+        {"behaviour", behaviour}};
 }
 
 QString GuardedFolder::stagedPath(const QByteArray &version) const
@@ -83,7 +83,8 @@ QByteArray GuardedFolder::manifest(const QByteArray &version) const
     const QByteArray digest =
         QCryptographicHash::hash(contentsOf(stagedPath(version)), QCryptographicHash::Sha256).toHex();
     return R"({"version":")" + version +
-           R"(","platforms":{"windows-x64":{"url":"https://host.example/p.zip","sha256":")" + digest + R"("}}})";
+           R"(","platforms":{"windows-x64":{"url":"https://host.example/p.zip","sha256":")" + digest +
+           R"("}}})";
 }
 
 void GuardedFolder::request() const

@@ -43,7 +43,7 @@ QByteArray commonFields(const ZipItem &item, const QByteArray &packed, const QBy
     const int method = item.method >= 0 ? item.method : item.deflated ? 8 : 0;
     const qint64 size = item.announcedSize >= 0 ? item.announcedSize : item.content.size();
     QByteArray fields;
-    put16(fields, 20);                // version needed
+    put16(fields, 20);                  // version needed
     put16(fields, item.flags | 0x800U); // names are UTF-8
     put16(fields, static_cast<quint32>(method));
     put16(fields, 0);      // time

@@ -11,12 +11,12 @@ struct ZipItem
 {
     QByteArray name;
     QByteArray content = {};
-    quint32 unixMode = 0100644;   ///< as a Unix packer gives it; 0: none
-    bool deflated = false;        ///< else stored
-    int method = -1;              ///< what the file says, -1: the truth
-    qint64 announcedSize = -1;    ///< unpacked, as the file says; -1: the truth
-    QByteArray localName = {};    ///< name before the content, if not `name`
-    quint16 flags = 0;            ///< 1: encrypted
+    quint32 unixMode = 0100644; ///< as a Unix packer gives it; 0: none
+    bool deflated = false;      ///< else stored
+    int method = -1;            ///< what the file says, -1: the truth
+    qint64 announcedSize = -1;  ///< unpacked, as the file says; -1: the truth
+    QByteArray localName = {};  ///< name before the content, if not `name`
+    quint16 flags = 0;          ///< 1: encrypted
     bool wrongChecksum = false;
 };
 

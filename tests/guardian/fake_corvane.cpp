@@ -1,13 +1,16 @@
-// A program for the guardian to guard, with CORVANE's marks. What it does stands in the file "behaviour" beside it:
+// A program for the guardian to guard, with CORVANE's marks. What it does stands in the file "behaviour"
+// beside it:
 //
-//   beats     its heartbeat goes on; it ends in order when do-quit appears in the runtime directory, and crashes
+//   beats     its heartbeat goes on; it ends in order when do-quit appears in the runtime directory, and
+//   crashes
 //             when do-crash does
 //   mute      it lives without a heartbeat
 //   crashes   at once
 //   fails     at once, with exit code 255 and no marks of an end
 //   leaves    at once, in order
 //
-// Each start adds a line to "starts" in the runtime directory: the text of the file "version" beside it, and its feed,
+// Each start adds a line to "starts" in the runtime directory: the text of the file "version" beside it, and
+// its feed,
 // "-" without one.
 
 #include <QCoreApplication>

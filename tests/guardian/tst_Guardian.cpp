@@ -112,8 +112,10 @@ void tst_Guardian::aBadEndIsFollowedByAStart_data()
 {
     QTest::addColumn<QByteArray>("behaviour");
     QTest::addColumn<QString>("line");
-    QTest::newRow("a crash after a while") << QByteArray("beats") << u"the program ended: it crashed or was killed"_s;
-    QTest::newRow("a crash at start") << QByteArray("crashes") << u"the program ended: it crashed or was killed"_s;
+    QTest::newRow("a crash after a while")
+        << QByteArray("beats") << u"the program ended: it crashed or was killed"_s;
+    QTest::newRow("a crash at start")
+        << QByteArray("crashes") << u"the program ended: it crashed or was killed"_s;
     QTest::newRow("no window") << QByteArray("fails") << u"the program ended: it ended with exit code 255"_s;
 }
 
@@ -183,7 +185,8 @@ void tst_Guardian::attachedToARunThatCrashes()
     guard(settings);
     m_folder->order(u"crash"_s);
     QVERIFY(waitForStarts(2));
-    QVERIFY2(lines().contains(u"the program ended: it ended without its marks"_s), qPrintable(lines().join(u'\n')));
+    QVERIFY2(lines().contains(u"the program ended: it ended without its marks"_s),
+             qPrintable(lines().join(u'\n')));
 }
 
 void tst_Guardian::nothingToAttachTo()

@@ -75,9 +75,11 @@ void tst_GuardianProgram::commandLines_data()
     QTest::newRow("help") << QStringList{u"--help"_s} << 0 << u"Exit codes: 0 CORVANE ended in order"_s;
     QTest::newRow("nothing") << QStringList() << 2 << u"--install-dir is missing"_s;
     QTest::newRow("an unknown option") << QStringList{u"--force"_s} << 2 << u"force"_s;
-    QTest::newRow("no number") << QStringList{u"--install-dir"_s, u"APP"_s, u"--heartbeat-timeout"_s, u"soon"_s} << 2
-                               << u"takes a number of seconds"_s;
-    QTest::newRow("no installation") << QStringList{u"--install-dir"_s, u"APP/missing"_s} << 3 << u"there is no corvane in"_s;
+    QTest::newRow("no number") << QStringList{u"--install-dir"_s, u"APP"_s, u"--heartbeat-timeout"_s,
+                                              u"soon"_s}
+                               << 2 << u"takes a number of seconds"_s;
+    QTest::newRow("no installation") << QStringList{u"--install-dir"_s, u"APP/missing"_s} << 3
+                                     << u"there is no corvane in"_s;
     QTest::newRow("marks in the installation")
         << QStringList{u"--install-dir"_s, u"APP"_s, u"--runtime-dir"_s, u"APP/runtime"_s} << 3
         << u"lies in the installation, which an update replaces"_s;
@@ -130,7 +132,8 @@ void tst_GuardianProgram::theProgramOutlivesItsGuardian()
     QProcess second;
     start(second);
     QVERIFY(waitUntil([&] {
-        return test::contentsOf(m_folder->installation().log()).contains("the program is running; it is watched");
+        return test::contentsOf(m_folder->installation().log())
+            .contains("the program is running; it is watched");
     }));
     QCOMPARE(m_folder->starts().size(), 1);
     m_folder->order(u"quit"_s);

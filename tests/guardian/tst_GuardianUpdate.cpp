@@ -244,63 +244,86 @@ void tst_GuardianUpdate::refused_data()
     using Spoil = void (*)(const GuardedFolder &, QByteArray &, QString &);
     QTest::addColumn<Spoil>("spoil");
     QTest::addColumn<QString>("reason");
-    const auto row = [](const char *title, Spoil spoil, const QString &reason) { QTest::newRow(title) << spoil << reason; };
+    const auto row = [](const char *title, Spoil spoil, const QString &reason) {
+        QTest::newRow(title) << spoil << reason;
+    };
 
-    row("the package was swapped on disk",
+    row(
+        "the package was swapped on disk",
         [](const GuardedFolder &folder, QByteArray &, QString &) {
             QVERIFY(test::writeZip(folder.stagedPath("0.2.0"), GuardedFolder::packageOf("0.2.0", "evil")));
         },
         u"the package on disk isn't the one that the feed offers"_s);
-    row("a byte of the package was changed",
+    row(
+        "a byte of the package was changed",
         [](const GuardedFolder &folder, QByteArray &, QString &) {
             QByteArray bytes = test::contentsOf(folder.stagedPath("0.2.0"));
             bytes[bytes.size() / 2] = static_cast<char>(~bytes[bytes.size() / 2]);
             test::writeFile(folder.stagedPath("0.2.0"), bytes);
         },
         u"the package on disk isn't the one that the feed offers"_s);
-    row("the feed doesn't answer", [](const GuardedFolder &, QByteArray &, QString &error) { error = u"no road"_s; },
-        u"no road"_s);
-    row("the feed gives no manifest", [](const GuardedFolder &, QByteArray &manifest, QString &) { manifest = "<html>"; },
+    row(
+        "the feed doesn't answer",
+        [](const GuardedFolder &, QByteArray &, QString &error) { error = u"no road"_s; }, u"no road"_s);
+    row(
+        "the feed gives no manifest",
+        [](const GuardedFolder &, QByteArray &manifest, QString &) { manifest = "<html>"; },
         u"the feed's manifest is none"_s);
-    row("the feed offers another version",
+    row(
+        "the feed offers another version",
         [](const GuardedFolder &, QByteArray &manifest, QString &) { manifest.replace("0.2.0", "0.3.0"); },
         u"version 0.2.0 is staged, and the feed offers 0.3.0"_s);
-    row("the feed gives no digest",
+    row(
+        "the feed gives no digest",
         [](const GuardedFolder &, QByteArray &manifest, QString &) { manifest.replace("sha256", "sha512"); },
         u"or no digest of it"_s);
-    row("no ready file",
-        [](const GuardedFolder &folder, QByteArray &, QString &) { QVERIFY(QFile::remove(readyFilePath(folder.runtimeDir()))); },
+    row(
+        "no ready file",
+        [](const GuardedFolder &folder, QByteArray &, QString &) {
+            QVERIFY(QFile::remove(readyFilePath(folder.runtimeDir())));
+        },
         u"update-ready.json can't be read"_s);
-    row("a ready file of garbage",
-        [](const GuardedFolder &folder, QByteArray &, QString &) { test::writeFile(readyFilePath(folder.runtimeDir()), "{"); },
+    row(
+        "a ready file of garbage",
+        [](const GuardedFolder &folder, QByteArray &, QString &) {
+            test::writeFile(readyFilePath(folder.runtimeDir()), "{");
+        },
         u"update-ready.json doesn't say what is staged"_s);
-    row("a package elsewhere",
+    row(
+        "a package elsewhere",
         [](const GuardedFolder &folder, QByteArray &, QString &) {
             QVERIFY(QFile::rename(folder.stagedPath("0.2.0"), folder.path(u"p.zip"_s)));
-            test::writeFile(readyFilePath(folder.runtimeDir()),
-                            readyUpdateText({folder.path(u"p.zip"_s), u"0.2.0"_s, folder.installation().directory}));
+            test::writeFile(
+                readyFilePath(folder.runtimeDir()),
+                readyUpdateText({folder.path(u"p.zip"_s), u"0.2.0"_s, folder.installation().directory}));
         },
         u"which is no file in the update directory"_s);
-    row("a package that is a link",
+    row(
+        "a package that is a link",
         [](const GuardedFolder &folder, QByteArray &, QString &) {
             QVERIFY(QFile::rename(folder.stagedPath("0.2.0"), folder.path(u"p.zip"_s)));
             QVERIFY(QFile::link(folder.path(u"p.zip"_s), folder.stagedPath("0.2.0")));
         },
         u"which is no file in the update directory"_s);
-    row("another installation",
+    row(
+        "another installation",
         [](const GuardedFolder &folder, QByteArray &, QString &) {
             QVERIFY(QDir().mkpath(folder.path(u"home"_s)));
-            test::writeFile(readyFilePath(folder.runtimeDir()),
-                            readyUpdateText({folder.stagedPath("0.2.0"), u"0.2.0"_s, folder.path(u"home"_s)}));
+            test::writeFile(
+                readyFilePath(folder.runtimeDir()),
+                readyUpdateText({folder.stagedPath("0.2.0"), u"0.2.0"_s, folder.path(u"home"_s)}));
         },
         u"it is for the installation in"_s);
-    row("a package that leads out",
+    row(
+        "a package that leads out",
         [](const GuardedFolder &folder, QByteArray &manifest, QString &) {
-            folder.stage("0.2.0", GuardedFolder::packageOf("0.2.0", "beats") + QList<test::ZipItem>{{"../evil", "x"}});
+            folder.stage("0.2.0",
+                         GuardedFolder::packageOf("0.2.0", "beats") + QList<test::ZipItem>{{"../evil", "x"}});
             manifest = folder.manifest("0.2.0");
         },
         u"the package can't be unpacked: its entry “../evil” leads out of its folder"_s);
-    row("a package without the program",
+    row(
+        "a package without the program",
         [](const GuardedFolder &folder, QByteArray &manifest, QString &) {
             folder.stage("0.2.0", {{"version", "0.2.0"}});
             manifest = folder.manifest("0.2.0");
@@ -324,7 +347,8 @@ void tst_GuardianUpdate::refused()
     QCOMPARE(m_folder->starts().last(), u"0.1.0 -"_s);
     QVERIFY(!m_folder->isRequested());
     QCOMPARE(record().result, u"refused"_s);
-    const QStringList left = QDir(m_folder->installation().own()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name);
+    const QStringList left =
+        QDir(m_folder->installation().own()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name);
     QCOMPARE(left, QStringList({u"guardian.log"_s, u"last-update.json"_s}));
     QVERIFY(!QFile::exists(m_folder->path(u"evil"_s)));
     QVERIFY(!QFile::exists(m_folder->installation().own() + "/evil"_L1));
@@ -365,7 +389,8 @@ void tst_GuardianUpdate::aTrialThatWasCutOff_data()
     QTest::addColumn<QByteArray>("installed");
     QTest::newRow("before the start") << QByteArray("beats") << false << QByteArray("0.2.0");
     QTest::newRow("after the start") << QByteArray("beats") << true << QByteArray("0.2.0");
-    QTest::newRow("before the start of what crashes") << QByteArray("crashes") << false << QByteArray("0.1.0");
+    QTest::newRow("before the start of what crashes")
+        << QByteArray("crashes") << false << QByteArray("0.1.0");
     QTest::newRow("after the start of what is mute") << QByteArray("mute") << true << QByteArray("0.1.0");
 }
 

@@ -27,13 +27,15 @@ void tst_Installation::places_data()
     const QString runtimeIn = u"lies in the installation, which an update replaces"_s;
     QTest::newRow("beside it") << u"guardian"_s << u"runtime"_s << QString();
     QTest::newRow("in the folder above") << u"."_s << u"runtime"_s << QString();
-    QTest::newRow("in a folder whose name begins the same") << u"app.guardian"_s << u"app-data/runtime"_s << QString();
+    QTest::newRow("in a folder whose name begins the same")
+        << u"app.guardian"_s << u"app-data/runtime"_s << QString();
     QTest::newRow("in it") << u"app"_s << u"runtime"_s << in;
     QTest::newRow("deeper in it") << u"app/tools/x"_s << u"runtime"_s << in;
     QTest::newRow("in it by a detour") << u"guardian/../app"_s << u"runtime"_s << in;
     QTest::newRow("in it by a link") << u"link"_s << u"runtime"_s << in;
     QTest::newRow("the runtime directory in it") << u"guardian"_s << u"app/runtime"_s << runtimeIn;
-    QTest::newRow("the runtime directory in it, not made yet") << u"guardian"_s << u"app/not/there/yet"_s << runtimeIn;
+    QTest::newRow("the runtime directory in it, not made yet")
+        << u"guardian"_s << u"app/not/there/yet"_s << runtimeIn;
     QTest::newRow("the runtime directory in it by a link") << u"guardian"_s << u"link/runtime"_s << runtimeIn;
 }
 

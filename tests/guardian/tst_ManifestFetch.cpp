@@ -93,7 +93,10 @@ void tst_ManifestFetch::answers()
         QCOMPARE(got.error, QString());
         QCOMPARE(got.text, QByteArray("{}"));
     } else {
-        QVERIFY2(got.error.startsWith("the feed doesn't answer: "_L1), qPrintable(got.error));
+        // How much of it has come in when it is stopped is the network's business.
+        QVERIFY2(got.error.startsWith("the feed doesn't answer: "_L1) ||
+                     got.error == "the feed's manifest is longer than 1048576 bytes"_L1,
+                 qPrintable(got.error));
         QCOMPARE(got.text, QByteArray());
     }
 }

@@ -41,12 +41,13 @@ void tst_ManifestTrust::versions_data()
     QTest::addColumn<QString>("problem");
     QTest::newRow("newer") << u"0.2.0"_s << u"0.2.0"_s << u"0.1.0"_s << QString();
     QTest::newRow("nobody knows what is installed") << u"0.2.0"_s << u"0.2.0"_s << QString() << QString();
-    QTest::newRow("another than is staged") << u"0.3.0"_s << u"0.2.0"_s << u"0.1.0"_s
-                                            << u"version 0.2.0 is staged, and the feed offers 0.3.0"_s;
-    QTest::newRow("the same as is staged in other words") << u"v0.2.0"_s << u"0.2.0"_s << u"0.1.0"_s
-                                                          << u"version 0.2.0 is staged, and the feed offers v0.2.0"_s;
-    QTest::newRow("older than is installed") << u"0.2.0"_s << u"0.2.0"_s << u"0.3.0"_s
-                                             << u"version 0.2.0 is staged, and 0.3.0 is installed"_s;
+    QTest::newRow("another than is staged")
+        << u"0.3.0"_s << u"0.2.0"_s << u"0.1.0"_s << u"version 0.2.0 is staged, and the feed offers 0.3.0"_s;
+    QTest::newRow("the same as is staged in other words")
+        << u"v0.2.0"_s << u"0.2.0"_s << u"0.1.0"_s
+        << u"version 0.2.0 is staged, and the feed offers v0.2.0"_s;
+    QTest::newRow("older than is installed")
+        << u"0.2.0"_s << u"0.2.0"_s << u"0.3.0"_s << u"version 0.2.0 is staged, and 0.3.0 is installed"_s;
     QTest::newRow("as is installed") << u"0.2.0"_s << u"0.2.0"_s << u"0.2.0"_s
                                      << u"version 0.2.0 is staged, and 0.2.0 is installed"_s;
 }
@@ -72,8 +73,10 @@ void tst_ManifestTrust::signatures_data()
     QTest::newRow("a key and its signature") << true << u"publisher"_s << digest << true;
     QTest::newRow("a key, no signature") << true << QString() << digest << false;
     QTest::newRow("a key, another's signature") << true << u"another"_s << digest << false;
-    QTest::newRow("a key, its signature for another digest") << true << u"publisher"_s << QString(64, u'b') << false;
-    QTest::newRow("a key, its signature for the digest in capitals") << true << u"publisher"_s << QString(64, u'A') << false;
+    QTest::newRow("a key, its signature for another digest")
+        << true << u"publisher"_s << QString(64, u'b') << false;
+    QTest::newRow("a key, its signature for the digest in capitals")
+        << true << u"publisher"_s << QString(64, u'A') << false;
 }
 
 void tst_ManifestTrust::signatures()

@@ -46,8 +46,9 @@ void tst_PackageEntries::names_data()
     QTest::addColumn<QString>("problem");
 
     const auto good = [](const char *name) { QTest::newRow(name) << QByteArray(name) << QString(); };
-    for (const char *name : {"corvane", "corvane.exe", "lib/Qt6Core.dll", "lib/", "a/b/c/", ".hidden", "..a", "a..b",
-                             "com", "com10", "console.txt", "nulls", "a b/c d", "leia-me ação.txt", "x.con"})
+    for (const char *name :
+         {"corvane", "corvane.exe", "lib/Qt6Core.dll", "lib/", "a/b/c/", ".hidden", "..a", "a..b", "com",
+          "com10", "console.txt", "nulls", "a b/c d", "leia-me ação.txt", "x.con"})
         good(name);
 
     const auto bad = [](const char *name, const QString &problem) {
@@ -61,18 +62,20 @@ void tst_PackageEntries::names_data()
         bad(name, root);
     QTest::newRow("empty") << QByteArray() << root;
     const QString character = u"holds a character that no file name may have everywhere"_s;
-    for (const char *name : {"C:/a", "C:a", "a\\b", "..\\a", "\\\\host\\share", "a:stream", "a*", "a?", "a<b", "a>b",
-                             "a|b", "a\"b", "a\nb", "a\tb", "a\x7f"})
+    for (const char *name : {"C:/a", "C:a", "a\\b", "..\\a", "\\\\host\\share", "a:stream", "a*", "a?", "a<b",
+                             "a>b", "a|b", "a\"b", "a\nb", "a\tb", "a\x7f"})
         bad(name, character);
     const QString end = u"has a part that ends in a dot or a space"_s;
     for (const char *name : {"a.", "a ", "a./b", "a /b", "..."})
         bad(name, end);
     const QString device = u"names a device"_s;
-    for (const char *name : {"con", "CON", "nul", "Nul.txt", "aux.tar.gz", "prn/a", "a/com1", "LPT9.log", "com¹", "conin$",
-                             "CONOUT$", "con .txt", "clock$"})
+    for (const char *name : {"con", "CON", "nul", "Nul.txt", "aux.tar.gz", "prn/a", "a/com1", "LPT9.log",
+                             "com¹", "conin$", "CONOUT$", "con .txt", "clock$"})
         bad(name, device);
     QTest::newRow("not UTF-8") << QByteArray("a\xff") << u"isn't UTF-8"_s;
-    QTest::newRow("an overlong slash") << QByteArray("a\xc0\xaf" "b") << u"isn't UTF-8"_s;
+    QTest::newRow("an overlong slash") << QByteArray("a\xc0\xaf"
+                                                     "b")
+                                       << u"isn't UTF-8"_s;
 }
 
 void tst_PackageEntries::names()
@@ -102,8 +105,10 @@ void tst_PackageEntries::kinds_data()
     row("encrypted", {"a", 10, 10, 0, true, 0100644}, u"its entry “a” is encrypted"_s);
     row("another method", {"a", 10, 5, 12, false, 0100644},
         u"its entry “a” is packed by method 12, not stored or deflated"_s);
-    row("stored with two sizes", {"a", 10, 5, 0, false, 0100644}, u"its entry “a” is stored with two sizes"_s);
-    row("a folder with content", {"a/", 10, 10, 0, false, 0040755}, u"its entry “a/” is a folder with content"_s);
+    row("stored with two sizes", {"a", 10, 5, 0, false, 0100644},
+        u"its entry “a” is stored with two sizes"_s);
+    row("a folder with content", {"a/", 10, 10, 0, false, 0040755},
+        u"its entry “a/” is a folder with content"_s);
     row("the guardian's own name", file(".corvane-installation"),
         u"its entry “.corvane-installation” is a name that the guardian keeps for itself"_s);
     row("the same in capitals", file(".Corvane-Installation"),

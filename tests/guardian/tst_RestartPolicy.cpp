@@ -32,8 +32,8 @@ void tst_RestartPolicy::pauses_data()
     QTest::newRow("now and then") << QList<qint64>{0, 10 * minute, 20 * minute, 30 * minute}
                                   << QList<qint64>{1000, 1000, 1000, 1000};
     QTest::newRow("just within the window") << QList<qint64>{0, 10 * minute - 1} << QList<qint64>{1000, 2000};
-    QTest::newRow("old ones drop out") << QList<qint64>{0, 5 * minute, 12 * minute, 16 * minute}
-                                       << QList<qint64>{1000, 2000, 2000, 2000};
+    QTest::newRow("old ones drop out")
+        << QList<qint64>{0, 5 * minute, 12 * minute, 16 * minute} << QList<qint64>{1000, 2000, 2000, 2000};
 }
 
 void tst_RestartPolicy::pauses()

@@ -69,8 +69,10 @@ void tst_RotatingLog::fullFilesAreKeptByNumber()
     QCOMPARE(QDir(folder.path()).entryList(QDir::Files, QDir::Name),
              QStringList({u"g.log"_s, u"g.log.1"_s, u"g.log.2"_s}));
     QCOMPARE(contentsOf(log.path()), QByteArray("2026-11-21T07:30:05Z 9\n"));
-    QCOMPARE(contentsOf(log.path() + ".1"_L1), QByteArray("2026-11-21T07:30:05Z 7\n2026-11-21T07:30:05Z 8\n"));
-    QCOMPARE(contentsOf(log.path() + ".2"_L1), QByteArray("2026-11-21T07:30:05Z 5\n2026-11-21T07:30:05Z 6\n"));
+    QCOMPARE(contentsOf(log.path() + ".1"_L1),
+             QByteArray("2026-11-21T07:30:05Z 7\n2026-11-21T07:30:05Z 8\n"));
+    QCOMPARE(contentsOf(log.path() + ".2"_L1),
+             QByteArray("2026-11-21T07:30:05Z 5\n2026-11-21T07:30:05Z 6\n"));
 }
 
 void tst_RotatingLog::oneLineLongerThanAFile()

@@ -64,7 +64,8 @@ void tst_Unpack::init()
 QStringList tst_Unpack::left() const
 {
     QStringList found;
-    QDirIterator entries(m_folder->path(), QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+    QDirIterator entries(m_folder->path(),
+                         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                          QDirIterator::Subdirectories);
     while (entries.hasNext())
         found << QDir(m_folder->path()).relativeFilePath(entries.next());
@@ -96,10 +97,9 @@ void tst_Unpack::permissions()
 #ifdef Q_OS_WIN
     QSKIP("there is no executable bit here");
 #endif
-    QVERIFY(writeZip(path(u"p.zip"_s), {{"corvane", "x", 0100600},
-                                        {"tool", "x", 0104777},
-                                        {"data", "x", 0100666},
-                                        {"plain", "x", 0}}));
+    QVERIFY(writeZip(
+        path(u"p.zip"_s),
+        {{"corvane", "x", 0100600}, {"tool", "x", 0104777}, {"data", "x", 0100666}, {"plain", "x", 0}}));
     QCOMPARE(unpack(path(u"p.zip"_s), path(u"in/next"_s), u"corvane"_s), QString());
     const auto permissionsOf = [this](const QString &name) {
         // What belongs to this user says the same as what belongs to the owner.

@@ -72,9 +72,17 @@ void tst_PublishCommands::init()
 
 QStringList tst_PublishCommands::signArguments() const
 {
-    return {u"sign"_s,      u"--key"_s,     path(u"key"_s),         u"--version"_s, u"0.2.0"_s,
-            u"--url"_s,     u"https://host.example/CORVANE-0.2.0.zip"_s,
-            u"--package"_s, path(u"package.zip"_s), u"--out"_s, path(u"latest.json"_s)};
+    return {u"sign"_s,
+            u"--key"_s,
+            path(u"key"_s),
+            u"--version"_s,
+            u"0.2.0"_s,
+            u"--url"_s,
+            u"https://host.example/CORVANE-0.2.0.zip"_s,
+            u"--package"_s,
+            path(u"package.zip"_s),
+            u"--out"_s,
+            path(u"latest.json"_s)};
 }
 
 void tst_PublishCommands::keySignVerify()
@@ -83,7 +91,8 @@ void tst_PublishCommands::keySignVerify()
     QCOMPARE(made.exitCode, 0);
     QVERIFY2(made.output.contains("-DCORVANE_UPDATE_KEY="_L1), qPrintable(made.output));
 
-    const Answer signature = ask(signArguments() + QStringList{u"--notes-url"_s, u"https://host.example/n"_s});
+    const Answer signature =
+        ask(signArguments() + QStringList{u"--notes-url"_s, u"https://host.example/n"_s});
     QCOMPARE(signature.errors, QString());
     QCOMPARE(signature.exitCode, 0);
 
@@ -127,12 +136,15 @@ void tst_PublishCommands::verifyRefuses_data()
     QTest::newRow("another package") << u"package.zip"_s << QByteArray("abd") << u"isn't the package"_s;
     QTest::newRow("a longer package") << u"package.zip"_s << QByteArray("abcd") << u"isn't the package"_s;
     QTest::newRow("no JSON") << u"latest.json"_s << QByteArray("{") << u"is no manifest"_s;
-    QTest::newRow("no package named") << u"latest.json"_s << QByteArray(R"({"version":"0.2.0"})") << u"names no package"_s;
-    QTest::newRow("no signature") << u"latest.json"_s
-        << QByteArray(R"({"version":"0.2.0","platforms":{"windows-x64":{"url":"https://host.example/a","sha256":"00"}}})")
+    QTest::newRow("no package named")
+        << u"latest.json"_s << QByteArray(R"({"version":"0.2.0"})") << u"names no package"_s;
+    QTest::newRow("no signature")
+        << u"latest.json"_s
+        << QByteArray(
+               R"({"version":"0.2.0","platforms":{"windows-x64":{"url":"https://host.example/a","sha256":"00"}}})")
         << u"doesn't bear the signature"_s;
-    QTest::newRow("another's key") << u"key.pub"_s
-        << QByteArray("d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a\n")
+    QTest::newRow("another's key")
+        << u"key.pub"_s << QByteArray("d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a\n")
         << u"doesn't bear the signature"_s;
 }
 
@@ -159,17 +171,21 @@ void tst_PublishCommands::wrongCommandLines_data()
     QTest::newRow("another command") << QStringList{u"publish"_s} << u"keygen|sign|verify"_s;
     QTest::newRow("a missing option") << QStringList{u"keygen"_s} << u"--out is missing"_s;
     QTest::newRow("an unknown option") << QStringList{u"keygen"_s, u"--force"_s} << u"force"_s;
-    QTest::newRow("one word too many") << QStringList{u"keygen"_s, u"--out"_s, u"k"_s, u"x"_s} << u"what is “x” for?"_s;
-    QTest::newRow("no version")
-        << QStringList{u"sign"_s, u"--key"_s, u"k"_s, u"--version"_s, u"../1"_s, u"--url"_s, u"https://h/p"_s,
-                       u"--package"_s, u"p"_s, u"--out"_s, u"o"_s}
-        << u"“../1” isn't one"_s;
-    QTest::newRow("no address")
-        << QStringList{u"sign"_s, u"--key"_s, u"k"_s, u"--version"_s, u"1"_s, u"--url"_s, u"package.zip"_s,
-                       u"--package"_s, u"p"_s, u"--out"_s, u"o"_s}
-        << u"no address"_s;
-    QTest::newRow("no public key")
-        << QStringList{u"verify"_s, u"--public-key"_s, u"abc"_s, u"--manifest"_s, u"m"_s} << u"no public key"_s;
+    QTest::newRow("one word too many")
+        << QStringList{u"keygen"_s, u"--out"_s, u"k"_s, u"x"_s} << u"what is “x” for?"_s;
+    QTest::newRow("no version") << QStringList{u"sign"_s,        u"--key"_s,     u"k"_s,
+                                               u"--version"_s,   u"../1"_s,      u"--url"_s,
+                                               u"https://h/p"_s, u"--package"_s, u"p"_s,
+                                               u"--out"_s,       u"o"_s}
+                                << u"“../1” isn't one"_s;
+    QTest::newRow("no address") << QStringList{u"sign"_s,        u"--key"_s,     u"k"_s,
+                                               u"--version"_s,   u"1"_s,         u"--url"_s,
+                                               u"package.zip"_s, u"--package"_s, u"p"_s,
+                                               u"--out"_s,       u"o"_s}
+                                << u"no address"_s;
+    QTest::newRow("no public key") << QStringList{u"verify"_s, u"--public-key"_s, u"abc"_s, u"--manifest"_s,
+                                                  u"m"_s}
+                                   << u"no public key"_s;
 }
 
 void tst_PublishCommands::wrongCommandLines()

@@ -55,7 +55,8 @@ void tst_SignedManifest::theProgramReadsWhatIsWritten()
 {
     UpdateManifest manifest = offered();
     manifest.notes_url = u"https://host.example/notas"_s;
-    const UpdateManifest read = parseManifest(manifestText(signedManifest(manifest, knownKey())), platformKey);
+    const UpdateManifest read =
+        parseManifest(manifestText(signedManifest(manifest, knownKey())), platformKey);
     QVERIFY(read.valid);
     QVERIFY(read.hasPackage);
     QCOMPARE(read.version, u"0.2.0"_s);
@@ -84,7 +85,8 @@ void tst_SignedManifest::aChangedFieldBreaksTheSignature_data()
     QTest::newRow("url") << QByteArray("host.example") << QByteArray("evil.example") << false;
     QTest::newRow("digest") << QByteArray("ba7816") << QByteArray("ba7817") << false;
     QTest::newRow("letter case of the digest") << QByteArray("ba7816") << QByteArray("BA7816") << false;
-    QTest::newRow("page of notes, which isn't signed") << QByteArray("/notas") << QByteArray("/notes") << true;
+    QTest::newRow("page of notes, which isn't signed")
+        << QByteArray("/notas") << QByteArray("/notes") << true;
 }
 
 void tst_SignedManifest::aChangedFieldBreaksTheSignature()
@@ -106,7 +108,8 @@ void tst_SignedManifest::versions_data()
     QTest::addColumn<bool>("good");
     for (const char *good : {"1", "0.2.0", "v1.2.3", "1.2.0-rc1", "1.2.0+build.7", "1.2.3.4"})
         QTest::newRow(good) << QString::fromLatin1(good) << true;
-    for (const char *bad : {"", "rc1", "1.", ".1", "1..2", "1/2", "1\\2", "../1", "C:1", "1.0-", "1.0 ", "1.0\n", "1.0-é"})
+    for (const char *bad :
+         {"", "rc1", "1.", ".1", "1..2", "1/2", "1\\2", "../1", "C:1", "1.0-", "1.0 ", "1.0\n", "1.0-é"})
         QTest::newRow(qPrintable("bad: "_L1 + QString::fromUtf8(bad))) << QString::fromUtf8(bad) << false;
     QTest::newRow("bad: 5,000 digits") << QString(5000, u'1') << false;
 }

@@ -42,8 +42,9 @@ public:
     /// To be called first: completes or undoes what a former process left half done.
     [[nodiscard]] Found recover();
 
-    /// Puts next() in the installation's place, which becomes previous(); what was previous() is gone. `stamp`
-    /// is that of next(). False if it couldn't be done: then the old installation is in place, state idle.
+    /// Puts next() in the installation's place, which becomes previous(); what was previous() is gone.
+    /// `stamp` is that of next(). False if it couldn't be done: then the old installation is in place, state
+    /// idle.
     [[nodiscard]] bool install(const Stamp &stamp);
     /// The new installation has proven itself.
     void confirm();

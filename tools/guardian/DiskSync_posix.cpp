@@ -26,7 +26,8 @@ bool syncFolder(const QString &path)
 
 bool syncFolders(const QString &path)
 {
-    QDirIterator folders(path, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    QDirIterator folders(path, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
     while (folders.hasNext()) {
         if (!syncFolder(folders.next()))
             return false;

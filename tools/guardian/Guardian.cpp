@@ -65,9 +65,11 @@ void Guardian::run()
 {
     m_lookTimer.start(m_settings.lookInterval);
     const DirectorySwap::Found found = m_swap.recover();
-    log(u"guarding %1, marks in %2"_s.arg(m_settings.installation.programPath(), m_settings.runtimeDirectory));
+    log(u"guarding %1, marks in %2"_s.arg(m_settings.installation.programPath(),
+                                          m_settings.runtimeDirectory));
     if (found == DirectorySwap::Found::Broken) {
-        log(u"no installation could be put in place; what there is lies in %1"_s.arg(m_settings.installation.own()));
+        log(u"no installation could be put in place; what there is lies in %1"_s.arg(
+            m_settings.installation.own()));
         finish(GaveUp);
         return;
     }
@@ -229,7 +231,8 @@ QString Guardian::apply(const ReadyUpdate &ready, const QString &digest)
     if (!copied.error.isEmpty())
         return copied.error;
     if (copied.sha256 != digest)
-        return u"the package on disk isn't the one that the feed offers: its sha256 is %1"_s.arg(copied.sha256);
+        return u"the package on disk isn't the one that the feed offers: its sha256 is %1"_s.arg(
+            copied.sha256);
 
     log(u"unpacking version %1, sha256 %2"_s.arg(ready.version, digest));
     QString error = unpack(at.package(), at.next(), at.program);
@@ -325,7 +328,8 @@ void Guardian::rollBack()
         return;
     }
     const QString version = readStamp(m_settings.installation.directory).version;
-    log(version.isEmpty() ? u"rolled back to the former installation"_s : u"rolled back to version %1"_s.arg(version));
+    log(version.isEmpty() ? u"rolled back to the former installation"_s
+                          : u"rolled back to version %1"_s.arg(version));
     m_feedOff = true;
     startProgram(Watching);
 }

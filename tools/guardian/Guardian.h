@@ -45,9 +45,10 @@ enum ExitCode : int {
 ///      │ └──────────────────────────────────────────────────────────────┴────heartbeat, or back──┘ │
 ///      └──crashed──▶ pausing ──▶ watching                    crashed, hung: rolled back ◀──────────┘
 ///
-/// It never ends a program that has shown a heartbeat. An update that failed is recorded, and the program then
-/// runs without a feed for as long as this guardian lives: it would only ask for the same update again, and be
-/// away from the operator each time. On the thread of the event loop; copying, hashing and unpacking block it.
+/// It never ends a program that has shown a heartbeat. An update that failed is recorded, and the program
+/// then runs without a feed for as long as this guardian lives: it would only ask for the same update again,
+/// and be away from the operator each time. On the thread of the event loop; copying, hashing and unpacking
+/// block it.
 class Guardian : public QObject
 {
     Q_OBJECT
@@ -98,8 +99,8 @@ private:
     QTimer m_lookTimer;
     QTimer m_pauseTimer;
     State m_state = Idle;
-    qint64 m_firstBeat = 0;     ///< on trial
-    QString m_trialFailure;     ///< set when a run on trial is being ended
+    qint64 m_firstBeat = 0; ///< on trial
+    QString m_trialFailure; ///< set when a run on trial is being ended
     bool m_feedOff = false;
     bool m_heartbeatStale = false;
     bool m_requestTold = false;

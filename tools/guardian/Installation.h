@@ -13,9 +13,12 @@ struct Installation
 
     [[nodiscard]] QString programPath() const { return directory + u'/' + program; }
     [[nodiscard]] QString own() const { return directory + QStringLiteral(".guardian"); }
-    [[nodiscard]] QString next() const { return own() + QStringLiteral("/next"); }         ///< being unpacked
-    [[nodiscard]] QString previous() const { return own() + QStringLiteral("/previous"); } ///< to roll back to
-    [[nodiscard]] QString failed() const { return own() + QStringLiteral("/failed"); }     ///< was rolled back
+    [[nodiscard]] QString next() const { return own() + QStringLiteral("/next"); } ///< being unpacked
+    [[nodiscard]] QString previous() const
+    {
+        return own() + QStringLiteral("/previous");
+    }                                                                                  ///< to roll back to
+    [[nodiscard]] QString failed() const { return own() + QStringLiteral("/failed"); } ///< was rolled back
     [[nodiscard]] QString package() const { return own() + QStringLiteral("/package.zip"); }
     [[nodiscard]] QString journal() const { return own() + QStringLiteral("/journal.json"); }
     [[nodiscard]] QString record() const { return own() + QStringLiteral("/last-update.json"); }

@@ -32,7 +32,8 @@ ManifestSource httpsSource(const QString &feed, QObject *parent)
             return;
         }
         QNetworkRequest request(url);
-        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                             QNetworkRequest::NoLessSafeRedirectPolicy);
         request.setTransferTimeout(static_cast<int>(std::chrono::milliseconds(patience).count()));
         QNetworkReply *reply = network->get(request);
         QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received) {
@@ -41,10 +42,12 @@ ManifestSource httpsSource(const QString &feed, QObject *parent)
         });
         QObject::connect(reply, &QNetworkReply::finished, reply, [reply, answer] {
             reply->deleteLater();
-            if (reply->error() == QNetworkReply::NoError)
-                answer(reply->readAll(), {});
-            else
+            if (reply->error() != QNetworkReply::NoError)
                 answer({}, u"the feed doesn't answer: %1"_s.arg(reply->errorString()));
+            else if (reply->bytesAvailable() > largestManifest)
+                answer({}, u"the feed's manifest is longer than %1 bytes"_s.arg(largestManifest));
+            else
+                answer(reply->readAll(), {});
         });
     };
 }

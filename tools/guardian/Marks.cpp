@@ -67,7 +67,8 @@ std::optional<ReadyUpdate> Marks::readyUpdate(QString &error) const
     if (!package.isFile() || package.isSymLink() ||
         QFileInfo(package.path()).canonicalFilePath() !=
             QFileInfo(updateDirectory(runtimeDirectory)).canonicalFilePath()) {
-        error = u"update-ready.json names “%1”, which is no file in the update directory"_s.arg(ready->package);
+        error =
+            u"update-ready.json names “%1”, which is no file in the update directory"_s.arg(ready->package);
         return std::nullopt;
     }
     return ready;

@@ -23,8 +23,8 @@ struct Marks
     /// When a run last ended in order; invalid if none has.
     [[nodiscard]] QDateTime cleanExit() const;
 
-    /// True if a run has ended in order since cleanExit() answered `before`. The mark is never removed, so its
-    /// presence alone says nothing.
+    /// True if a run has ended in order since cleanExit() answered `before`. The mark is never removed, so
+    /// its presence alone says nothing.
     [[nodiscard]] bool endedCleanlySince(const QDateTime &before) const;
 
     [[nodiscard]] bool updateRequested() const;

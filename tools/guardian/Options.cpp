@@ -48,11 +48,12 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
     QCommandLineParser parser;
     parser.setApplicationDescription(description);
     const QCommandLineOption help({u"h"_s, u"help"_s}, u"tells this"_s);
-    const QCommandLineOption install(u"install-dir"_s, u"where CORVANE is installed (has to be given)"_s, u"DIR"_s);
-    const QCommandLineOption runtime(u"runtime-dir"_s,
-                                     u"where CORVANE leaves its marks (default: where it does by itself)"_s,
+    const QCommandLineOption install(u"install-dir"_s, u"where CORVANE is installed (has to be given)"_s,
                                      u"DIR"_s);
-    const QCommandLineOption attach(u"attach"_s, u"watch a run that is there already; leave if there is none"_s);
+    const QCommandLineOption runtime(
+        u"runtime-dir"_s, u"where CORVANE leaves its marks (default: where it does by itself)"_s, u"DIR"_s);
+    const QCommandLineOption attach(u"attach"_s,
+                                    u"watch a run that is there already; leave if there is none"_s);
     const QCommandLineOption patience(
         u"heartbeat-timeout"_s, u"how long a new version may take to its first heartbeat (default: 60)"_s,
         u"SECONDS"_s, u"60"_s);

@@ -17,8 +17,8 @@ struct Options
     ExitCode exitCode = EndedCleanly;
 };
 
-/// Reads `arguments`, which begin with the program's name. `runtimeDirectory` is the one that the program would
-/// choose. The installation has to exist, at least as something that an update was cut off at. Needs an
+/// Reads `arguments`, which begin with the program's name. `runtimeDirectory` is the one that the program
+/// would choose. The installation has to exist, at least as something that an update was cut off at. Needs an
 /// application object.
 [[nodiscard]] Options readOptions(const QStringList &arguments, const QString &runtimeDirectory);
 

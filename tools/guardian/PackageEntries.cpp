@@ -17,9 +17,9 @@ constexpr quint32 folder = 0040000;
 
 // Names that Windows takes for devices in every folder, with any suffix.
 constexpr QLatin1StringView devices[] = {
-    "con"_L1,    "prn"_L1,     "aux"_L1,  "nul"_L1,  "com0"_L1, "com1"_L1, "com2"_L1, "com3"_L1, "com4"_L1,
-    "com5"_L1,   "com6"_L1,    "com7"_L1, "com8"_L1, "com9"_L1, "lpt0"_L1, "lpt1"_L1, "lpt2"_L1, "lpt3"_L1,
-    "lpt4"_L1,   "lpt5"_L1,    "lpt6"_L1, "lpt7"_L1, "lpt8"_L1, "lpt9"_L1, "conin$"_L1, "conout$"_L1, "clock$"_L1,
+    "con"_L1,  "prn"_L1,  "aux"_L1,  "nul"_L1,  "com0"_L1, "com1"_L1, "com2"_L1,   "com3"_L1,    "com4"_L1,
+    "com5"_L1, "com6"_L1, "com7"_L1, "com8"_L1, "com9"_L1, "lpt0"_L1, "lpt1"_L1,   "lpt2"_L1,    "lpt3"_L1,
+    "lpt4"_L1, "lpt5"_L1, "lpt6"_L1, "lpt7"_L1, "lpt8"_L1, "lpt9"_L1, "conin$"_L1, "conout$"_L1, "clock$"_L1,
 };
 
 bool isDevice(const QString &component)
@@ -27,7 +27,8 @@ bool isDevice(const QString &component)
     // A superscript digit counts as the digit there.
     QString stem = component.section(u'.', 0, 0).trimmed().toLower();
     stem.replace(u'¹', u'1').replace(u'²', u'2').replace(u'³', u'3');
-    return std::any_of(std::begin(devices), std::end(devices), [&stem](auto device) { return stem == device; });
+    return std::any_of(std::begin(devices), std::end(devices),
+                       [&stem](auto device) { return stem == device; });
 }
 
 /// A text for the log: what can't be printed, or is long, is shown so.
@@ -62,7 +63,9 @@ QString componentProblem(const QString &component)
 /// As the least tolerant file system sees it: letter case and composition of accents don't tell names apart.
 QString folded(const QString &name)
 {
-    return name.normalized(QString::NormalizationForm_C).toCaseFolded().normalized(QString::NormalizationForm_C);
+    return name.normalized(QString::NormalizationForm_C)
+        .toCaseFolded()
+        .normalized(QString::NormalizationForm_C);
 }
 
 QString kindProblem(const PackageEntry &entry)

@@ -20,7 +20,8 @@ QList<qint64> processesOf(const QString &path)
         bool isNumber = false;
         const qint64 id = entry.toLongLong(&isNumber);
         // Of a process that has ended the link is gone; of a replaced file it says " (deleted)".
-        if (isNumber && !program.isEmpty() && QFile::symLinkTarget("/proc/"_L1 + entry + "/exe"_L1) == program)
+        if (isNumber && !program.isEmpty() &&
+            QFile::symLinkTarget("/proc/"_L1 + entry + "/exe"_L1) == program)
             found << id;
     }
     return found;

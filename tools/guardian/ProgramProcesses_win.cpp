@@ -44,7 +44,8 @@ QList<qint64> processesOf(const QString &path)
     const Handle closed(snapshot);
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
-    for (BOOL more = ::Process32FirstW(snapshot, &entry); more != 0; more = ::Process32NextW(snapshot, &entry)) {
+    for (BOOL more = ::Process32FirstW(snapshot, &entry); more != 0;
+         more = ::Process32NextW(snapshot, &entry)) {
         // The name first: opening every process of the machine isn't for free.
         if (!program.endsWith(QString::fromWCharArray(entry.szExeFile), Qt::CaseInsensitive))
             continue;

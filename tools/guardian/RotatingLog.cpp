@@ -35,7 +35,9 @@ void RotatingLog::append(const QDateTime &now, const QString &text)
 
 void RotatingLog::rotate() const
 {
-    const auto numbered = [this](int number) { return number > 0 ? u"%1.%2"_s.arg(m_path).arg(number) : m_path; };
+    const auto numbered = [this](int number) {
+        return number > 0 ? u"%1.%2"_s.arg(m_path).arg(number) : m_path;
+    };
     QFile::remove(numbered(m_kept));
     for (int number = m_kept; number > 0; --number)
         QFile::rename(numbered(number - 1), numbered(number));

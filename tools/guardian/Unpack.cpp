@@ -44,8 +44,8 @@ Archive openArchive(const QString &path, QString &error)
 /// False if the table of contents can't be read.
 bool readEntry(zip_t *archive, zip_uint64_t index, PackageEntry &entry)
 {
-    constexpr zip_uint64_t needed =
-        ZIP_STAT_NAME | ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD;
+    constexpr zip_uint64_t needed = ZIP_STAT_NAME | ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE |
+                                    ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD;
     zip_stat_t status;
     zip_stat_init(&status);
     if (zip_stat_index(archive, index, ZIP_FL_ENC_RAW, &status) != 0 || (status.valid & needed) != needed)
@@ -78,7 +78,8 @@ QString writeContent(zip_t *archive, zip_uint64_t index, const PackageEntry &ent
     QByteArray piece(pieceSize, Qt::Uninitialized);
     quint64 written = 0;
     for (;;) {
-        const zip_int64_t count = zip_fread(content.get(), piece.data(), static_cast<zip_uint64_t>(pieceSize));
+        const zip_int64_t count =
+            zip_fread(content.get(), piece.data(), static_cast<zip_uint64_t>(pieceSize));
         if (count < 0)
             return u"is damaged: %1"_s.arg(QString::fromUtf8(zip_file_strerror(content.get())));
         if (count == 0)
@@ -94,11 +95,12 @@ QString writeContent(zip_t *archive, zip_uint64_t index, const PackageEntry &ent
     return file.flush() && syncFile(file) ? QString() : u"can't be written: %1"_s.arg(file.errorString());
 }
 
-/// Nobody but the installation's owner writes to it; what else a packer has set (set-user-id, sticky) is left.
+/// Nobody but the installation's owner writes to it; what else a packer has set (set-user-id, sticky) is
+/// left.
 bool setPermissions(const QString &path, bool executable)
 {
-    QFile::Permissions permissions =
-        QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser | QFile::ReadGroup | QFile::ReadOther;
+    QFile::Permissions permissions = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser |
+                                     QFile::WriteUser | QFile::ReadGroup | QFile::ReadOther;
     if (executable)
         permissions |= QFile::ExeOwner | QFile::ExeUser | QFile::ExeGroup | QFile::ExeOther;
     return QFile::setPermissions(path, permissions);

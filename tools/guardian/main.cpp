@@ -60,19 +60,18 @@ int main(int argc, char *argv[])
         return refuse(problem);
     }
     if (!QDir().mkpath(at.own()))
-        return refuse(u"the folder %1, where the guardian keeps what it needs, can't be made"_s.arg(at.own()));
+        return refuse(
+            u"the folder %1, where the guardian keeps what it needs, can't be made"_s.arg(at.own()));
     QLockFile lock(at.lock());
     lock.setStaleLockTime(0); // held for as long as its holder lives
     if (!lock.tryLock())
         return refuse(u"another guardian is at work on %1"_s.arg(at.directory));
 
-    const QString feed =
-        qEnvironmentVariable("CORVANE_UPDATE_FEED", QStringLiteral(CORVANE_UPDATE_FEED_URL));
+    const QString feed = qEnvironmentVariable("CORVANE_UPDATE_FEED", QStringLiteral(CORVANE_UPDATE_FEED_URL));
     QObject requests;
     Guardian guardian(settings, httpsSource(feed, &requests));
-    QObject::connect(&guardian, &Guardian::logged, &guardian, [](const QString &line) {
-        print(stderr, "guardian: "_L1 + line + u'\n');
-    });
+    QObject::connect(&guardian, &Guardian::logged, &guardian,
+                     [](const QString &line) { print(stderr, "guardian: "_L1 + line + u'\n'); });
     QObject::connect(&guardian, &Guardian::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);
     guardian.run();
     return QCoreApplication::exec();

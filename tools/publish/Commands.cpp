@@ -113,8 +113,9 @@ ExitCode sign(const Session &session)
     if (!write(session.value("out"_L1), manifestText(signedManifest(manifest, *key)), error))
         return session.fail(error);
 
-    session.output << "version   "_L1 << manifest.version << "\npackage   "_L1 << manifest.url << "\nsha256    "_L1
-                   << manifest.sha256 << "\nmanifest  "_L1 << session.value("out"_L1) << Qt::endl;
+    session.output << "version   "_L1 << manifest.version << "\npackage   "_L1 << manifest.url
+                   << "\nsha256    "_L1 << manifest.sha256 << "\nmanifest  "_L1 << session.value("out"_L1)
+                   << Qt::endl;
     return Done;
 }
 
@@ -150,7 +151,8 @@ ExitCode verify(const Session &session)
         return session.fail(u"%1 names no package for %2"_s.arg(file.fileName(), platformKey));
     if (!manifestIsSigned(manifest, key))
         return session.fail(u"%1 doesn't bear the signature of this key"_s.arg(file.fileName()));
-    session.output << "signature  right: version "_L1 << manifest.version << ", "_L1 << manifest.url << Qt::endl;
+    session.output << "signature  right: version "_L1 << manifest.version << ", "_L1 << manifest.url
+                   << Qt::endl;
 
     if (!session.has("package"_L1))
         return Done;
@@ -158,8 +160,8 @@ ExitCode verify(const Session &session)
     if (!digest.error.isEmpty())
         return session.fail(digest.error);
     if (digest.sha256.compare(manifest.sha256, Qt::CaseInsensitive) != 0)
-        return session.fail(
-            u"%1 isn't the package of the manifest: its sha256 is %2"_s.arg(session.value("package"_L1), digest.sha256));
+        return session.fail(u"%1 isn't the package of the manifest: its sha256 is %2"_s.arg(
+            session.value("package"_L1), digest.sha256));
     session.output << "package    right: sha256 "_L1 << digest.sha256 << Qt::endl;
     return Done;
 }
@@ -186,7 +188,8 @@ const QList<Command> &commands()
 {
     static const QList<Command> all{
         {"keygen",
-         "Makes a key pair: the private key in FILE, readable by its owner alone, the public one in FILE.pub. "
+         "Makes a key pair: the private key in FILE, readable by its owner alone, the public one in "
+         "FILE.pub. "
          "Existing files are never overwritten.",
          &keygen,
          {{"out", "FILE", "where the private key goes"}}},
@@ -245,9 +248,9 @@ ExitCode run(const QStringList &arguments, QTextStream &output, QTextStream &err
             return session.fail(u"what is “%1” for?"_s.arg(parser.positionalArguments().value(1)), Usage);
         for (const Option &option : command.options) {
             if (option.required && parser.value(QLatin1String(option.name)).isEmpty())
-                return session.fail(u"--%1 is missing; see corvane-publish %2 --help"_s.arg(
-                                        QLatin1String(option.name), word),
-                                    Usage);
+                return session.fail(
+                    u"--%1 is missing; see corvane-publish %2 --help"_s.arg(QLatin1String(option.name), word),
+                    Usage);
         }
         return command.run(session);
     }

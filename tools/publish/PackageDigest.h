@@ -13,8 +13,8 @@ struct PackageDigest
     QString error;
 };
 
-/// Digest of the file at `path`, read in pieces. `progress`, if there is one, hears of bytes read and bytes in
-/// all after each piece.
+/// Digest of the file at `path`, read in pieces. `progress`, if there is one, hears of bytes read and bytes
+/// in all after each piece.
 [[nodiscard]] PackageDigest packageDigest(const QString &path,
                                           const std::function<void(qint64, qint64)> &progress = {});
 

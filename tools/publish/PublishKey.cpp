@@ -85,8 +85,9 @@ std::optional<PublishKey> PublishKey::load(const QString &path, QString &error)
     }
     constexpr auto others = QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
     if (file.permissions() & others) {
-        error = u"the key %1 is open to others than its owner: take their rights away, or make a new one"_s.arg(
-            path);
+        error =
+            u"the key %1 is open to others than its owner: take their rights away, or make a new one"_s.arg(
+                path);
         return std::nullopt;
     }
     QByteArray text = file.read(heading.size() + 2 * seedSize + 2);
