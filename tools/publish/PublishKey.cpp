@@ -1,5 +1,6 @@
 #include "tools/publish/PublishKey.h"
 
+#include "tools/publish/FilePrivacy.h"
 #include "update/UpdateSignature.h"
 
 #include <QFile>
@@ -83,8 +84,7 @@ std::optional<PublishKey> PublishKey::load(const QString &path, QString &error)
         error = u"can't read the key %1: %2"_s.arg(path, file.errorString());
         return std::nullopt;
     }
-    constexpr auto others = QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
-    if (file.permissions() & others) {
+    if (isOpenToOthers(file)) {
         error =
             u"the key %1 is open to others than its owner: take their rights away, or make a new one"_s.arg(
                 path);
