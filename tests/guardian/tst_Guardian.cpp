@@ -30,6 +30,7 @@ private Q_SLOTS:
     void aProgramThatCantBeStarted();
     void attachesToARun();
     void attachedToARunThatCrashes();
+    void somebodyElsesStartDuringThePause();
     void nothingToAttachTo();
     void theProgramGetsItsArgumentsAndDirectory();
 
@@ -187,6 +188,26 @@ void tst_Guardian::attachedToARunThatCrashes()
     QVERIFY(waitForStarts(2));
     QVERIFY2(lines().contains(u"the program ended: it ended without its marks"_s),
              qPrintable(lines().join(u'\n')));
+}
+
+void tst_Guardian::somebodyElsesStartDuringThePause()
+{
+    GuardianSettings settings = m_folder->settings();
+    settings.restarts.firstDelayMs = 3000;
+    guard(settings);
+    QVERIFY(waitForBeat());
+    m_folder->order(u"crash"_s);
+    QVERIFY(waitUntil([&] { return lines().contains(u"it is started again in 3000 ms"_s); }));
+    QProcess run;
+    run.setEnvironment({"CORVANE_RUNTIME_DIR="_L1 + settings.runtimeDirectory});
+    run.start(settings.installation.programPath(), QStringList());
+    QVERIFY(
+        waitUntil([&] { return lines().contains(u"somebody has started the program; it is watched"_s); }));
+    QCOMPARE(m_folder->starts().size(), 2);
+    m_folder->order(u"quit"_s);
+    QVERIFY(waitUntil([&] { return !m_finished->isEmpty(); }));
+    QCOMPARE(m_finished->first().first().toInt(), 0);
+    QVERIFY(run.state() == QProcess::NotRunning || run.waitForFinished());
 }
 
 void tst_Guardian::nothingToAttachTo()

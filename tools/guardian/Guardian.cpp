@@ -38,12 +38,7 @@ Guardian::Guardian(GuardianSettings settings, ManifestSource manifest, QObject *
     connect(&m_program, &GuardedProgram::ended, this, &Guardian::onEnded);
     connect(&m_lookTimer, &QTimer::timeout, this, &Guardian::look);
     m_pauseTimer.setSingleShot(true);
-    connect(&m_pauseTimer, &QTimer::timeout, this, [this] {
-        if (m_marks.updateRequested())
-            leave();
-        else
-            startProgram(Watching);
-    });
+    connect(&m_pauseTimer, &QTimer::timeout, this, &Guardian::afterPause);
 }
 
 void Guardian::log(const QString &line)
@@ -143,6 +138,18 @@ void Guardian::onCrash(const QString &how)
     log(u"it is started again in %1 ms"_s.arg(*delay));
     m_state = Pausing;
     m_pauseTimer.start(std::chrono::milliseconds(*delay));
+}
+
+void Guardian::afterPause()
+{
+    if (m_marks.updateRequested()) {
+        leave();
+    } else if (m_program.attach()) {
+        log(u"somebody has started the program; it is watched"_s);
+        m_state = Watching;
+    } else {
+        startProgram(Watching);
+    }
 }
 
 void Guardian::look()

@@ -73,6 +73,7 @@ private:
     void startProgram(State state);
     void onEnded(bool cleanly, const QString &how);
     void onCrash(const QString &how);
+    void afterPause();
     void look();
     void lookAtHeartbeat();
 
