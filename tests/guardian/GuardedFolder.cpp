@@ -78,7 +78,7 @@ void GuardedFolder::stage(const QByteArray &version, const QList<ZipItem> &items
               readyUpdateText({stagedPath(version), QString::fromLatin1(version), installation().directory}));
 }
 
-QByteArray GuardedFolder::manifest(const QByteArray &version) const
+QByteArray GuardedFolder::manifestOf(const QByteArray &version) const
 {
     const QByteArray digest =
         QCryptographicHash::hash(contentsOf(stagedPath(version)), QCryptographicHash::Sha256).toHex();

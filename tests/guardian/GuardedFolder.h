@@ -32,7 +32,7 @@ public:
     void stage(const QByteArray &version, const QList<ZipItem> &items) const;
     [[nodiscard]] QString stagedPath(const QByteArray &version) const;
     /// The manifest that offers what is staged now, unsigned.
-    [[nodiscard]] QByteArray manifest(const QByteArray &version) const;
+    [[nodiscard]] QByteArray manifestOf(const QByteArray &version) const;
 
     /// Makes apply-now.
     void request() const;

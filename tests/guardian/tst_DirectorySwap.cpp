@@ -70,6 +70,8 @@ private Q_SLOTS:
     void killedOnTheWayBack_data();
     void killedOnTheWayBack();
     void whatIsInPlaceStaysIfTheOtherIsMissing();
+    void aJournalThatCantBeWritten_data();
+    void aJournalThatCantBeWritten();
 
 private:
     void stageNext(const QByteArray &version) const;
@@ -273,6 +275,29 @@ void tst_DirectorySwap::whatIsInPlaceStaysIfTheOtherIsMissing()
     QVERIFY(!swap.install({u"id"_s, u"0.2.0"_s, u"digest"_s}));
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
     QCOMPARE(DirectorySwap(m_at).recover(), DirectorySwap::Found::Idle);
+}
+
+void tst_DirectorySwap::aJournalThatCantBeWritten_data()
+{
+    installConfirm_data();
+}
+
+/// When everything else is done: what nobody would know to be on trial doesn't stay.
+void tst_DirectorySwap::aJournalThatCantBeWritten()
+{
+    QFETCH(const bool, exchange);
+    stageNext("0.2.0");
+    DirectorySwap swap(m_at);
+    swap.mayExchange = exchange;
+    swap.beforeStep = [this](const char *step) {
+        if (QByteArrayView(step) == "journal: trial") {
+            QVERIFY(QFile::remove(m_at.journal()));
+            QVERIFY(QDir().mkpath(m_at.journal() + "/in the way"_L1));
+        }
+    };
+    QVERIFY(!swap.install(readStamp(m_at.next())));
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
+    QCOMPARE(kept(), QStringList{u"journal.json"_s});
 }
 
 QTEST_GUILESS_MAIN(tst_DirectorySwap)

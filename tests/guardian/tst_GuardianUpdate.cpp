@@ -1,14 +1,10 @@
-#include "tests/guardian/GuardedFolder.h"
+#include "tests/guardian/GuardianBench.h"
 #include "tests/support/TestSupport.h"
-#include "tools/guardian/Guardian.h"
-#include "tools/guardian/UpdateRecord.h"
 #include "tools/publish/PublishKey.h"
 #include "tools/publish/SignedManifest.h"
 #include "update/UpdateFiles.h"
 
 #include <QProcess>
-#include <QSignalSpy>
-#include <QTimer>
 #include <QtTest>
 
 #include <memory>
@@ -17,6 +13,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::guardian;
 using test::GuardedFolder;
+using test::GuardianBench;
 using test::waitUntil;
 
 /// A staged update from its request to the new program's heartbeat, or back.
@@ -33,7 +30,6 @@ private Q_SLOTS:
     void aCrashDuringARequestIsNoReasonToRestart();
     void rolledBack_data();
     void rolledBack();
-    void whatWasRolledBackIsntTriedAgain();
     void refused_data();
     void refused();
     void aPublishersSignature_data();
@@ -42,147 +38,91 @@ private Q_SLOTS:
     void aTrialThatWasCutOff();
 
 private:
-    void guard(const GuardianSettings &settings);
-    void stageAndRequest(const QByteArray &version, const QByteArray &behaviour);
-    [[nodiscard]] bool waitForLine(const QString &part);
-    [[nodiscard]] bool waitForBeats() const;
-    [[nodiscard]] QStringList lines() const;
-    [[nodiscard]] UpdateRecord record() const { return readRecord(m_folder->installation().record()); }
-    [[nodiscard]] QByteArray installed() const
-    {
-        return GuardedFolder::versionIn(m_folder->installation().directory);
-    }
-
-    std::unique_ptr<GuardedFolder> m_folder;
-    std::unique_ptr<Guardian> m_guardian;
-    std::unique_ptr<QSignalSpy> m_finished;
-    std::unique_ptr<QSignalSpy> m_lines;
-    QByteArray m_manifest;
-    QString m_feedError;
+    std::unique_ptr<GuardianBench> m_bench;
 };
 
 void tst_GuardianUpdate::init()
 {
-    m_folder = std::make_unique<GuardedFolder>();
-    m_manifest.clear();
-    m_feedError.clear();
-    qputenv("CORVANE_UPDATE_FEED", "https://feed.example/latest.json");
+    m_bench = std::make_unique<GuardianBench>();
 }
 
 void tst_GuardianUpdate::cleanup()
 {
     if (QTest::currentTestFailed())
-        qInfo().noquote() << lines().join(u'\n');
-    m_guardian.reset();
-}
-
-void tst_GuardianUpdate::guard(const GuardianSettings &settings)
-{
-    m_guardian = std::make_unique<Guardian>(settings, [this](const ManifestAnswer &answer) {
-        QTimer::singleShot(0, this, [this, answer] { answer(m_manifest, m_feedError); });
-    });
-    m_finished = std::make_unique<QSignalSpy>(m_guardian.get(), &Guardian::finished);
-    m_lines = std::make_unique<QSignalSpy>(m_guardian.get(), &Guardian::logged);
-    m_guardian->run();
-}
-
-void tst_GuardianUpdate::stageAndRequest(const QByteArray &version, const QByteArray &behaviour)
-{
-    m_folder->stage(version, GuardedFolder::packageOf(version, behaviour));
-    m_manifest = m_folder->manifest(version);
-    m_folder->request();
-}
-
-bool tst_GuardianUpdate::waitForLine(const QString &part)
-{
-    return waitUntil([&] { return !lines().filter(part).isEmpty(); });
-}
-
-bool tst_GuardianUpdate::waitForBeats() const
-{
-    return waitUntil([&] { return QFile::exists(m_folder->runtimeDir() + "/.heartbeat"_L1); });
-}
-
-QStringList tst_GuardianUpdate::lines() const
-{
-    QStringList lines;
-    if (m_lines) {
-        for (const QList<QVariant> &line : *m_lines)
-            lines << line.first().toString();
-    }
-    return lines;
+        qInfo().noquote() << m_bench->lines().join(u'\n');
+    m_bench.reset();
 }
 
 void tst_GuardianUpdate::anUpdateIsApplied()
 {
-    guard(m_folder->settings());
-    QVERIFY(waitForBeats());
-    stageAndRequest("0.2.0", "beats");
-    QVERIFY(waitForLine(u"an update is requested; waiting for the program to end"_s));
-    QCOMPARE(installed(), QByteArray("0.1.0"));
-    m_folder->order(u"quit"_s);
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForBeats());
+    m_bench->stageAndRequest("0.2.0", "beats");
+    QVERIFY(m_bench->waitForLine(u"an update is requested; waiting for the program to end"_s));
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    m_bench->order(u"quit"_s);
 
-    QVERIFY(waitForLine(u"version 0.2.0 is up"_s));
-    QCOMPARE(installed(), QByteArray("0.2.0"));
-    QCOMPARE(GuardedFolder::versionIn(m_folder->installation().previous()), QByteArray("0.1.0"));
-    QVERIFY(!m_folder->isRequested());
-    QCOMPARE(record().result, u"applied"_s);
-    QCOMPARE(record().version, u"0.2.0"_s);
-    QCOMPARE(readStamp(m_folder->installation().directory).version, u"0.2.0"_s);
-    QVERIFY(!QFile::exists(m_folder->installation().package()));
-    QVERIFY(!QFile::exists(m_folder->installation().journal()));
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+    QCOMPARE(GuardedFolder::versionIn(m_bench->installation().previous()), QByteArray("0.1.0"));
+    QVERIFY(!m_bench->isRequested());
+    QCOMPARE(m_bench->record().result, u"applied"_s);
+    QCOMPARE(m_bench->record().version, u"0.2.0"_s);
+    QCOMPARE(readStamp(m_bench->installation().directory).version, u"0.2.0"_s);
+    QVERIFY(!QFile::exists(m_bench->installation().package()));
+    QVERIFY(!QFile::exists(m_bench->installation().journal()));
 
     // It is guarded like any other.
-    m_folder->order(u"quit"_s);
-    QVERIFY(waitUntil([&] { return !m_finished->isEmpty(); }));
-    QCOMPARE(m_finished->first().first().toInt(), 0);
-    QCOMPARE(m_folder->starts(), QStringList({u"0.1.0 https://feed.example/latest.json"_s,
-                                              u"0.2.0 https://feed.example/latest.json"_s}));
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForFinish());
+    QCOMPARE(m_bench->exitCode(), 0);
+    QCOMPARE(m_bench->starts(), QStringList({u"0.1.0 https://feed.example/latest.json"_s,
+                                             u"0.2.0 https://feed.example/latest.json"_s}));
 }
 
 void tst_GuardianUpdate::aRequestFromBeforeIsTakenUp()
 {
-    stageAndRequest("0.2.0", "beats");
-    guard(m_folder->settings());
-    QVERIFY(waitForLine(u"version 0.2.0 is up"_s));
-    QCOMPARE(m_folder->starts(), QStringList{u"0.2.0 https://feed.example/latest.json"_s});
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+    QCOMPARE(m_bench->starts(), QStringList{u"0.2.0 https://feed.example/latest.json"_s});
 }
 
 void tst_GuardianUpdate::nothingIsStartedWhileARequestStands()
 {
     // Somebody else's run of the same program: it may be on air.
-    const GuardianSettings settings = m_folder->settings();
+    const GuardianSettings settings = m_bench->settings();
     QProcess other;
-    other.setEnvironment({"CORVANE_RUNTIME_DIR="_L1 + m_folder->path(u"other"_s)});
-    guard(settings);
-    QVERIFY(waitForBeats());
+    other.setEnvironment({"CORVANE_RUNTIME_DIR="_L1 + m_bench->path(u"other"_s)});
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForBeats());
     other.start(settings.installation.programPath(), QStringList());
-    QVERIFY(waitUntil([&] { return QFile::exists(m_folder->path(u"other/starts"_s)); }));
+    QVERIFY(waitUntil([&] { return QFile::exists(m_bench->path(u"other/starts"_s)); }));
 
-    stageAndRequest("0.2.0", "beats");
-    m_folder->order(u"quit"_s);
-    QVERIFY(waitForLine(u"waiting for every run of the program to end"_s));
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end"_s));
     test::passTimersOf(10 * static_cast<int>(settings.lookInterval.count()));
-    QCOMPARE(installed(), QByteArray("0.1.0"));
-    QCOMPARE(m_folder->starts().size(), 1);
-    QVERIFY(m_folder->isRequested());
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    QCOMPARE(m_bench->starts().size(), 1);
+    QVERIFY(m_bench->isRequested());
 
-    test::writeFile(m_folder->path(u"other/do-quit"_s), {});
-    QVERIFY(waitForLine(u"version 0.2.0 is up"_s));
-    QCOMPARE(m_folder->starts().size(), 2);
+    test::writeFile(m_bench->path(u"other/do-quit"_s), {});
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+    QCOMPARE(m_bench->starts().size(), 2);
     QVERIFY(other.state() == QProcess::NotRunning || other.waitForFinished());
 }
 
 void tst_GuardianUpdate::aCrashDuringARequestIsNoReasonToRestart()
 {
-    guard(m_folder->settings());
-    QVERIFY(waitForBeats());
-    stageAndRequest("0.2.0", "beats");
-    m_folder->order(u"crash"_s);
-    QVERIFY(waitForLine(u"version 0.2.0 is up"_s));
-    QCOMPARE(m_folder->starts().size(), 2);
-    QVERIFY(lines().filter(u"started again"_s).isEmpty());
-    QVERIFY(lines().contains(u"the run that asked for the update didn't end in order"_s));
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForBeats());
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->order(u"crash"_s);
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+    QCOMPARE(m_bench->starts().size(), 2);
+    QVERIFY(m_bench->lines().filter(u"started again"_s).isEmpty());
+    QVERIFY(m_bench->lines().contains(u"the run that asked for the update didn't end in order"_s));
 }
 
 void tst_GuardianUpdate::rolledBack_data()
@@ -198,45 +138,26 @@ void tst_GuardianUpdate::rolledBack()
 {
     QFETCH(const QByteArray, behaviour);
     QFETCH(const QString, reason);
-    GuardianSettings settings = m_folder->settings();
+    GuardianSettings settings = m_bench->settings();
     if (behaviour == "mute")
         settings.heartbeatPatience = std::chrono::milliseconds(500);
-    guard(settings);
-    QVERIFY(waitForBeats());
-    stageAndRequest("0.2.0", behaviour);
-    m_folder->order(u"quit"_s);
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForBeats());
+    m_bench->stageAndRequest("0.2.0", behaviour);
+    m_bench->order(u"quit"_s);
 
-    QVERIFY(waitForLine(u"rolled back to the former installation"_s));
-    QVERIFY(waitUntil([&] { return m_folder->starts().size() >= 3; }));
-    QCOMPARE(installed(), QByteArray("0.1.0"));
-    QCOMPARE(GuardedFolder::versionIn(m_folder->installation().failed()), QByteArray("0.2.0"));
-    QVERIFY(!m_folder->isRequested());
-    QCOMPARE(record().result, u"rolled back"_s);
-    QCOMPARE(record().version, u"0.2.0"_s);
-    QVERIFY2(record().reason.contains(reason), qPrintable(record().reason));
-    // Without its feed: it would ask for the same update again at once.
-    QCOMPARE(m_folder->starts(), QStringList({u"0.1.0 https://feed.example/latest.json"_s,
-                                              u"0.2.0 https://feed.example/latest.json"_s, u"0.1.0 -"_s}));
-}
-
-void tst_GuardianUpdate::whatWasRolledBackIsntTriedAgain()
-{
-    stageAndRequest("0.2.0", "crashes");
-    guard(m_folder->settings());
-    QVERIFY(waitForLine(u"rolled back"_s));
-    QVERIFY(waitUntil([&] { return m_folder->starts().size() == 2; }));
-    m_folder->request();
-    m_folder->order(u"quit"_s);
-    QVERIFY(waitForLine(u"update 0.2.0 refused: this package has been rolled back before"_s));
-    QVERIFY(waitUntil([&] { return m_folder->starts().size() == 3; }));
-    QCOMPARE(record().result, u"rolled back"_s);
-
-    // Another package of the same version is another matter.
-    stageAndRequest("0.2.0", "beats");
-    m_folder->order(u"quit"_s);
-    QVERIFY(waitForLine(u"version 0.2.0 is up"_s));
-    QCOMPARE(installed(), QByteArray("0.2.0"));
-    QCOMPARE(record().result, u"applied"_s);
+    QVERIFY(m_bench->waitForLine(u"rolled back to the former installation"_s));
+    QVERIFY(m_bench->waitForStarts(3));
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    QCOMPARE(GuardedFolder::versionIn(m_bench->installation().failed()), QByteArray("0.2.0"));
+    QVERIFY(!m_bench->isRequested());
+    QCOMPARE(m_bench->record().result, u"rolled back"_s);
+    QCOMPARE(m_bench->record().version, u"0.2.0"_s);
+    QVERIFY2(m_bench->record().reason.contains(reason), qPrintable(m_bench->record().reason));
+    QVERIFY(QFileInfo(m_bench->stagedPath("0.2.0")).isDir()); // held back
+    QCOMPARE(m_bench->starts(), QStringList({u"0.1.0 https://feed.example/latest.json"_s,
+                                             u"0.2.0 https://feed.example/latest.json"_s,
+                                             u"0.1.0 https://feed.example/latest.json"_s}));
 }
 
 void tst_GuardianUpdate::refused_data()
@@ -319,14 +240,14 @@ void tst_GuardianUpdate::refused_data()
         [](const GuardedFolder &folder, QByteArray &manifest, QString &) {
             folder.stage("0.2.0",
                          GuardedFolder::packageOf("0.2.0", "beats") + QList<test::ZipItem>{{"../evil", "x"}});
-            manifest = folder.manifest("0.2.0");
+            manifest = folder.manifestOf("0.2.0");
         },
         u"the package can't be unpacked: its entry “../evil” leads out of its folder"_s);
     row(
         "a package without the program",
         [](const GuardedFolder &folder, QByteArray &manifest, QString &) {
             folder.stage("0.2.0", {{"version", "0.2.0"}});
-            manifest = folder.manifest("0.2.0");
+            manifest = folder.manifestOf("0.2.0");
         },
         u"isn't in it"_s);
 }
@@ -336,22 +257,22 @@ void tst_GuardianUpdate::refused()
     using Spoil = void (*)(const GuardedFolder &, QByteArray &, QString &);
     QFETCH(const Spoil, spoil);
     QFETCH(const QString, reason);
-    guard(m_folder->settings());
-    QVERIFY(waitForBeats());
-    stageAndRequest("0.2.0", "beats");
-    spoil(*m_folder, m_manifest, m_feedError);
-    m_folder->order(u"quit"_s);
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForBeats());
+    m_bench->stageAndRequest("0.2.0", "beats");
+    spoil(*m_bench, m_bench->manifest, m_bench->feedError);
+    m_bench->order(u"quit"_s);
 
-    QVERIFY(waitUntil([&] { return m_folder->starts().size() == 2; }));
-    QVERIFY2(!lines().filter(reason).isEmpty(), qPrintable(lines().join(u'\n')));
-    QCOMPARE(m_folder->starts().last(), u"0.1.0 -"_s);
-    QVERIFY(!m_folder->isRequested());
-    QCOMPARE(record().result, u"refused"_s);
+    QVERIFY(m_bench->waitForStarts(2));
+    QVERIFY2(!m_bench->lines().filter(reason).isEmpty(), qPrintable(m_bench->lines().join(u'\n')));
+    QCOMPARE(m_bench->starts().last(), u"0.1.0 https://feed.example/latest.json"_s);
+    QVERIFY(!m_bench->isRequested());
+    QCOMPARE(m_bench->record().result, u"refused"_s);
     const QStringList left =
-        QDir(m_folder->installation().own()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name);
+        QDir(m_bench->installation().own()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name);
     QCOMPARE(left, QStringList({u"guardian.log"_s, u"last-update.json"_s}));
-    QVERIFY(!QFile::exists(m_folder->path(u"evil"_s)));
-    QVERIFY(!QFile::exists(m_folder->installation().own() + "/evil"_L1));
+    QVERIFY(!QFile::exists(m_bench->path(u"evil"_s)));
+    QVERIFY(!QFile::exists(m_bench->installation().own() + "/evil"_L1));
 }
 
 void tst_GuardianUpdate::aPublishersSignature_data()
@@ -369,17 +290,19 @@ void tst_GuardianUpdate::aPublishersSignature()
     QFETCH(const bool, taken);
     const PublishKey publisher = PublishKey::generate();
     const PublishKey another = PublishKey::generate();
-    GuardianSettings settings = m_folder->settings();
+    GuardianSettings settings = m_bench->settings();
     settings.pinnedKey = QString::fromLatin1(publisher.publicKey().toHex());
-    stageAndRequest("0.2.0", "beats");
+    m_bench->stageAndRequest("0.2.0", "beats");
     if (!signer.isEmpty()) {
-        const UpdateManifest plain = parseManifest(m_manifest, platformKey);
-        m_manifest = manifestText(signedManifest(plain, signer == "publisher"_L1 ? publisher : another));
+        const UpdateManifest plain = parseManifest(m_bench->manifest, platformKey);
+        m_bench->manifest =
+            manifestText(signedManifest(plain, signer == "publisher"_L1 ? publisher : another));
     }
-    guard(settings);
-    QVERIFY(waitForLine(taken ? u"version 0.2.0 is up"_s
-                              : u"refused: the feed's manifest doesn't bear the publisher's signature"_s));
-    QCOMPARE(installed(), taken ? QByteArray("0.2.0") : QByteArray("0.1.0"));
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(
+        taken ? u"version 0.2.0 is up"_s
+              : u"refused: the feed's manifest doesn't bear the publisher's signature"_s));
+    QCOMPARE(m_bench->installed(), taken ? QByteArray("0.2.0") : QByteArray("0.1.0"));
 }
 
 void tst_GuardianUpdate::aTrialThatWasCutOff_data()
@@ -399,28 +322,28 @@ void tst_GuardianUpdate::aTrialThatWasCutOff()
 {
     QFETCH(const QByteArray, behaviour);
     QFETCH(const bool, running);
-    GuardianSettings settings = m_folder->settings();
+    GuardianSettings settings = m_bench->settings();
     if (behaviour == "mute")
         settings.heartbeatPatience = std::chrono::milliseconds(500);
     GuardedFolder::install(settings.installation.next(), "0.2.0", behaviour);
     const Stamp stamp{u"id"_s, u"0.2.0"_s, u"digest"_s};
     QVERIFY(writeStamp(settings.installation.next(), stamp));
     QVERIFY(DirectorySwap(settings.installation).install(stamp));
-    m_folder->request(); // granted, but not removed
+    m_bench->request(); // granted, but not removed
 
     QProcess run;
     if (running) {
         run.setEnvironment({"CORVANE_RUNTIME_DIR="_L1 + settings.runtimeDirectory});
         run.start(settings.installation.programPath(), QStringList());
-        QVERIFY(waitUntil([&] { return m_folder->starts().size() == 1; }));
+        QVERIFY(m_bench->waitForStarts(1));
     }
-    guard(settings);
-    QVERIFY(waitForLine(behaviour == "beats" ? u"version 0.2.0 is up"_s : u"rolled back"_s));
-    QTEST(installed(), "installed");
-    QVERIFY(!m_folder->isRequested());
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(behaviour == "beats" ? u"version 0.2.0 is up"_s : u"rolled back"_s));
+    QTEST(m_bench->installed(), "installed");
+    QVERIFY(!m_bench->isRequested());
     QVERIFY(!QFile::exists(settings.installation.journal()));
     if (running && behaviour == "beats") {
-        m_folder->order(u"quit"_s);
+        m_bench->order(u"quit"_s);
         QVERIFY(run.state() == QProcess::NotRunning || run.waitForFinished());
     }
 }

@@ -106,10 +106,10 @@ void tst_SignedManifest::versions_data()
 {
     QTest::addColumn<QString>("version");
     QTest::addColumn<bool>("good");
-    for (const char *good : {"1", "0.2.0", "v1.2.3", "1.2.0-rc1", "1.2.0+build.7", "1.2.3.4"})
+    for (const char *good : {"1", "0.2.0", "v1.2.3", "1.2.0-rc1", "1.2.0-rc1+build.7", "1.999999999"})
         QTest::newRow(good) << QString::fromLatin1(good) << true;
-    for (const char *bad :
-         {"", "rc1", "1.", ".1", "1..2", "1/2", "1\\2", "../1", "C:1", "1.0-", "1.0 ", "1.0\n", "1.0-é"})
+    for (const char *bad : {"", "rc1", "1.", ".1", "1..2", "1/2", "1\\2", "../1", "C:1", "1.0-", "1.0 ",
+                            "1.0\n", "1.0-é", "1.2.0+build.7", "1.2.3.4", "1.9999999999"})
         QTest::newRow(qPrintable("bad: "_L1 + QString::fromUtf8(bad))) << QString::fromUtf8(bad) << false;
     QTest::newRow("bad: 5,000 digits") << QString(5000, u'1') << false;
 }

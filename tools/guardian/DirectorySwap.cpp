@@ -86,7 +86,14 @@ bool DirectorySwap::install(const Stamp &stamp)
         return false;
     }
     step("journal: trial");
-    return writeJournal({u"trial"_s, stamp});
+    if (writeJournal({u"trial"_s, stamp}))
+        return true;
+    // Nobody would know later that it is on trial.
+    if (moveIn(m_at.previous(), m_at.next())) {
+        removeFolder(m_at.next());
+        removeJournal();
+    }
+    return false;
 }
 
 void DirectorySwap::confirm()
@@ -121,8 +128,10 @@ bool DirectorySwap::moveIn(const QString &incoming, const QString &outgoing) con
         return false;
     if (result == ExchangeResult::Exchanged) {
         step("name what went out");
-        if (moveFolder(incoming, outgoing))
-            return syncFolder(m_at.own());
+        if (moveFolder(incoming, outgoing)) {
+            syncMoves();
+            return true;
+        }
         (void)exchangeFolders(incoming, m_at.directory);
         return false;
     }
@@ -130,11 +139,20 @@ bool DirectorySwap::moveIn(const QString &incoming, const QString &outgoing) con
     if (!moveFolder(m_at.directory, outgoing))
         return false;
     step("move in");
-    if (moveFolder(incoming, m_at.directory))
-        return syncFolder(m_at.own());
+    if (moveFolder(incoming, m_at.directory)) {
+        syncMoves();
+        return true;
+    }
     // A whole installation at its place, be it the old one.
     (void)moveFolder(outgoing, m_at.directory);
     return false;
+}
+
+/// What has been moved has been moved, be it on the disk already or not.
+void DirectorySwap::syncMoves() const
+{
+    (void)syncFolder(m_at.own());
+    (void)syncFolder(QFileInfo(m_at.directory).path());
 }
 
 // --- After a stop in between

@@ -69,6 +69,7 @@ private:
 
     /// `incoming` to the installation's place, what is there to `outgoing`.
     [[nodiscard]] bool moveIn(const QString &incoming, const QString &outgoing) const;
+    void syncMoves() const;
     /// The end of a moveIn() that was cut off: true if the incoming folder is in place now.
     [[nodiscard]] bool completeMoveIn(const QString &incoming, const QString &outgoing, bool isIn) const;
     [[nodiscard]] Found recoverInstalling(const Journal &journal);

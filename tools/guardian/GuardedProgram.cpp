@@ -20,7 +20,6 @@ GuardedProgram::GuardedProgram(QString path, QStringList arguments, Marks marks,
 
 void GuardedProgram::begin()
 {
-    m_startedAtMs = QDateTime::currentMSecsSinceEpoch();
     m_cleanExitBefore = m_marks.cleanExit();
 }
 

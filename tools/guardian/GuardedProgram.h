@@ -35,7 +35,6 @@ public:
     [[nodiscard]] bool isRunning() const { return m_child || m_attached; }
     /// Another process runs this file, be it ours or not.
     [[nodiscard]] bool isRunBySomebody() const;
-    [[nodiscard]] qint64 startedAtMs() const { return m_startedAtMs; } ///< or attached; since the epoch
 
 Q_SIGNALS:
     /// The run is over; `cleanly` if its marks say so, `how` in words if not.
@@ -51,7 +50,6 @@ private:
     Marks m_marks;
     QProcess *m_child = nullptr;
     bool m_attached = false;
-    qint64 m_startedAtMs = 0;
     QDateTime m_cleanExitBefore;
 };
 

@@ -6,22 +6,27 @@
 #include "update/UpdateManifest.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcessEnvironment>
 #include <QUuid>
 
+#include <algorithm>
+#include <chrono>
 #include <optional>
 #include <utility>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace corvane::guardian {
 
 namespace {
 
 // The program beats every two seconds.
-constexpr qint64 staleHeartbeatMs = 10'000;
+constexpr auto staleHeartbeat = 10s;
+constexpr std::chrono::milliseconds releaseInterval = 1min;
 
 } // namespace
 
@@ -34,11 +39,14 @@ Guardian::Guardian(GuardianSettings settings, ManifestSource manifest, QObject *
     , m_program(m_settings.installation.programPath(), m_settings.arguments, m_marks)
     , m_log(m_settings.installation.log())
     , m_restarts(m_settings.restarts)
+    , m_held{m_settings.runtimeDirectory}
+    , m_heartbeat(m_marks)
 {
     connect(&m_program, &GuardedProgram::ended, this, &Guardian::onEnded);
     connect(&m_lookTimer, &QTimer::timeout, this, &Guardian::look);
     m_pauseTimer.setSingleShot(true);
     connect(&m_pauseTimer, &QTimer::timeout, this, &Guardian::afterPause);
+    connect(&m_releaseTimer, &QTimer::timeout, this, &Guardian::releaseHeld);
 }
 
 void Guardian::log(const QString &line)
@@ -51,6 +59,7 @@ void Guardian::finish(ExitCode code)
 {
     m_state = Finished;
     m_lookTimer.stop();
+    m_releaseTimer.stop();
     Q_EMIT finished(code);
 }
 
@@ -59,6 +68,7 @@ void Guardian::finish(ExitCode code)
 void Guardian::run()
 {
     m_lookTimer.start(m_settings.lookInterval);
+    m_releaseTimer.start(std::min(releaseInterval, m_settings.holdTime));
     const DirectorySwap::Found found = m_swap.recover();
     log(u"guarding %1, marks in %2"_s.arg(m_settings.installation.programPath(),
                                           m_settings.runtimeDirectory));
@@ -68,13 +78,20 @@ void Guardian::run()
         finish(GaveUp);
         return;
     }
-    if (found == DirectorySwap::Found::RolledBack) {
+    if (found == DirectorySwap::Found::RolledBack)
         log(u"a roll-back that was cut off has been completed"_s);
-        m_feedOff = true;
-    }
+    const UpdateRecord last = readRecord(m_settings.installation.record());
+    if (last.rolledBack(last.sha256) && !m_held.isHeld(last.version))
+        holdBack(last.version);
+    releaseHeld();
 
     const bool attached = m_program.attach();
-    if (found == DirectorySwap::Found::Trial) {
+    m_heartbeat.begin();
+    if (found == DirectorySwap::Found::Trial && !attached && last.rolledBack(m_swap.onTrial().sha256)) {
+        log(u"a roll-back was about to begin"_s);
+        removeRequest();
+        rollBack();
+    } else if (found == DirectorySwap::Found::Trial) {
         log(u"version %1 was put in place and hasn't proven itself"_s.arg(m_swap.onTrial().version));
         // It has been granted already, and would be taken for another one.
         removeRequest();
@@ -102,6 +119,8 @@ void Guardian::startProgram(State state)
     if (m_feedOff)
         environment.insert(u"CORVANE_UPDATE_FEED"_s, QString());
     log(m_feedOff ? u"starting the program, its update check switched off"_s : u"starting the program"_s);
+    m_feedOff = false;
+    m_heartbeat.begin();
     m_program.start(environment);
 }
 
@@ -146,6 +165,7 @@ void Guardian::afterPause()
         leave();
     } else if (m_program.attach()) {
         log(u"somebody has started the program; it is watched"_s);
+        m_heartbeat.begin();
         m_state = Watching;
     } else {
         startProgram(Watching);
@@ -155,6 +175,7 @@ void Guardian::afterPause()
 void Guardian::look()
 {
     m_program.look();
+    m_heartbeat.look();
     if (m_state == Watching)
         lookAtHeartbeat();
     else if (m_state == Leaving)
@@ -168,10 +189,9 @@ void Guardian::lookAtHeartbeat()
 {
     if (m_marks.updateRequested() && !std::exchange(m_requestTold, true))
         log(u"an update is requested; waiting for the program to end"_s);
-    const std::optional<qint64> beat = m_marks.heartbeat();
-    if (!beat || *beat < m_program.startedAtMs())
+    if (m_heartbeat.beats() == 0)
         return;
-    const bool stale = QDateTime::currentMSecsSinceEpoch() - *beat > staleHeartbeatMs;
+    const bool stale = m_heartbeat.sinceBeat() > staleHeartbeat;
     if (stale != m_heartbeatStale)
         log(stale ? u"the program's heartbeat has stopped"_s : u"the program's heartbeat is back"_s);
     m_heartbeatStale = stale;
@@ -208,7 +228,7 @@ void Guardian::onManifest(const QByteArray &text, const QString &error)
     QString reason = error;
     const std::optional<ReadyUpdate> ready = m_marks.readyUpdate(reason);
     if (!ready || !error.isEmpty()) {
-        refuse(ready ? ready->version : QString(), {}, error.isEmpty() ? reason : error);
+        refuse(ready.value_or(ReadyUpdate()), {}, error.isEmpty() ? reason : error, NextTime::MayDoBetter);
         return;
     }
     const UpdateManifest manifest = parseManifest(text, platformKey);
@@ -217,7 +237,7 @@ void Guardian::onManifest(const QByteArray &text, const QString &error)
     if (reason.isEmpty())
         reason = apply(*ready, manifest.sha256.toLower());
     if (!reason.isEmpty()) {
-        refuse(ready->version, manifest.sha256, reason);
+        refuse(*ready, manifest.sha256, reason, NextTime::TheSame);
         return;
     }
     // The journal says from here on what is to be done; the program on trial may make a request of its own.
@@ -242,6 +262,7 @@ QString Guardian::apply(const ReadyUpdate &ready, const QString &digest)
             copied.sha256);
 
     log(u"unpacking version %1, sha256 %2"_s.arg(ready.version, digest));
+    QDir(at.next()).removeRecursively(); // of an attempt that failed
     QString error = unpack(at.package(), at.next(), at.program);
     QFile::remove(at.package());
     if (!error.isEmpty())
@@ -253,18 +274,34 @@ QString Guardian::apply(const ReadyUpdate &ready, const QString &digest)
     return {};
 }
 
-void Guardian::refuse(const QString &version, const QString &digest, const QString &reason)
+void Guardian::refuse(const ReadyUpdate &ready, const QString &digest, const QString &reason, NextTime next)
 {
-    log(u"update %1 refused: %2"_s.arg(version, reason));
+    log(u"update %1 refused: %2"_s.arg(ready.version.isEmpty() ? u"of an unknown version"_s : ready.version,
+                                       reason));
     // What is known of a roll-back is kept: the same package may come again.
     const UpdateRecord known = readRecord(m_settings.installation.record());
     if (!known.rolledBack(known.sha256))
-        writeRecord(m_settings.installation.record(), {u"refused"_s, version, digest, reason},
+        writeRecord(m_settings.installation.record(), {u"refused"_s, ready.version, digest, reason},
                     QDateTime::currentDateTime());
     QFile::remove(m_settings.installation.package());
     removeRequest();
-    m_feedOff = true;
+    m_failedAttempts = next == NextTime::MayDoBetter ? m_failedAttempts + 1 : 0;
+    if (next == NextTime::TheSame || m_failedAttempts >= m_settings.attempts)
+        holdBack(ready.version);
     startProgram(Watching);
+}
+
+void Guardian::holdBack(const QString &version)
+{
+    m_feedOff = !m_held.hold(version);
+    if (!m_feedOff)
+        log(u"version %1 is held back"_s.arg(version));
+}
+
+void Guardian::releaseHeld()
+{
+    const UpdateRecord last = readRecord(m_settings.installation.record());
+    m_held.release(m_settings.holdTime, last.rolledBack(last.sha256) ? last.version : QString());
 }
 
 void Guardian::removeRequest()
@@ -277,8 +314,8 @@ void Guardian::removeRequest()
 
 void Guardian::beginTrial()
 {
-    m_firstBeat = 0;
     m_trialFailure.clear();
+    m_failedAttempts = 0;
     if (m_program.isRunning())
         m_state = Trial;
     else
@@ -290,17 +327,10 @@ void Guardian::lookAtTrial()
 {
     if (!m_trialFailure.isEmpty())
         return;
-    const std::optional<qint64> beat = m_marks.heartbeat();
-    if (beat && *beat >= m_program.startedAtMs()) {
-        if (m_firstBeat == 0)
-            m_firstBeat = *beat;
-        else if (*beat > m_firstBeat)
-            passTrial();
-        return;
-    }
-    const qint64 waited = QDateTime::currentMSecsSinceEpoch() - m_program.startedAtMs();
-    if (waited > m_settings.heartbeatPatience.count()) {
-        m_trialFailure = u"no heartbeat for %1 s"_s.arg(waited / 1000);
+    if (m_heartbeat.beats() >= 2) {
+        passTrial();
+    } else if (m_heartbeat.beats() == 0 && m_heartbeat.sinceBegin() > m_settings.heartbeatPatience) {
+        m_trialFailure = u"no heartbeat for %1 s"_s.arg(m_heartbeat.sinceBegin() / 1s);
         m_program.kill();
     }
 }
@@ -311,7 +341,6 @@ void Guardian::passTrial()
     writeRecord(m_settings.installation.record(), {u"applied"_s, stamp.version, stamp.sha256, {}},
                 QDateTime::currentDateTime());
     m_swap.confirm();
-    m_feedOff = false;
     m_state = Watching;
     log(u"version %1 is up"_s.arg(stamp.version));
 }
@@ -324,6 +353,7 @@ void Guardian::failTrial(const QString &reason)
     writeRecord(m_settings.installation.record(), {u"rolled back"_s, stamp.version, stamp.sha256, reason},
                 QDateTime::currentDateTime());
     removeRequest();
+    holdBack(stamp.version);
     rollBack();
 }
 
@@ -337,7 +367,6 @@ void Guardian::rollBack()
     const QString version = readStamp(m_settings.installation.directory).version;
     log(version.isEmpty() ? u"rolled back to the former installation"_s
                           : u"rolled back to version %1"_s.arg(version));
-    m_feedOff = true;
     startProgram(Watching);
 }
 

@@ -2,6 +2,8 @@
 
 #include "tools/guardian/DirectorySwap.h"
 #include "tools/guardian/GuardedProgram.h"
+#include "tools/guardian/HeartbeatWatch.h"
+#include "tools/guardian/HeldVersions.h"
 #include "tools/guardian/Installation.h"
 #include "tools/guardian/ManifestFetch.h"
 #include "tools/guardian/Marks.h"
@@ -28,6 +30,10 @@ struct GuardianSettings
     RestartPolicy restarts;
     std::chrono::milliseconds heartbeatPatience = std::chrono::seconds(60);
     std::chrono::milliseconds lookInterval = std::chrono::milliseconds(500);
+    /// How long a refused version is held back: less than the six hours between two checks of the feed, so
+    /// that the next check but the first may take it up again.
+    std::chrono::milliseconds holdTime = std::chrono::hours(5);
+    int attempts = 3; ///< at an update that may do better the next time, before it is held back
 };
 
 enum ExitCode : int {
@@ -45,10 +51,10 @@ enum ExitCode : int {
 ///      │ └──────────────────────────────────────────────────────────────┴────heartbeat, or back──┘ │
 ///      └──crashed──▶ pausing ──▶ watching                    crashed, hung: rolled back ◀──────────┘
 ///
-/// It never ends a program that has shown a heartbeat. An update that failed is recorded, and the program
-/// then runs without a feed for as long as this guardian lives: it would only ask for the same update again,
-/// and be away from the operator each time. On the thread of the event loop; copying, hashing and unpacking
-/// block it.
+/// It never ends a program that has shown a heartbeat. An update that failed is recorded and its version held
+/// back: the program would only ask for it again, and be away from the operator each time. A refused one for
+/// some hours, one that was rolled back for as long as the record says so. On the thread of the event loop;
+/// copying, hashing and unpacking block it.
 class Guardian : public QObject
 {
     Q_OBJECT
@@ -82,7 +88,10 @@ private:
     void onManifest(const QByteArray &text, const QString &error);
     [[nodiscard]] QString apply(const ReadyUpdate &ready, const QString &digest);
     void removeRequest();
-    void refuse(const QString &version, const QString &digest, const QString &reason);
+    enum class NextTime { TheSame, MayDoBetter };
+    void refuse(const ReadyUpdate &ready, const QString &digest, const QString &reason, NextTime next);
+    void holdBack(const QString &version);
+    void releaseHeld();
 
     void beginTrial();
     void lookAtTrial();
@@ -100,9 +109,12 @@ private:
     QTimer m_lookTimer;
     QTimer m_pauseTimer;
     State m_state = Idle;
-    qint64 m_firstBeat = 0; ///< on trial
-    QString m_trialFailure; ///< set when a run on trial is being ended
-    bool m_feedOff = false;
+    HeldVersions m_held;
+    HeartbeatWatch m_heartbeat;
+    QTimer m_releaseTimer;
+    QString m_trialFailure;   ///< set when a run on trial is being ended
+    int m_failedAttempts = 0; ///< in a row, that might have gone better
+    bool m_feedOff = false;   ///< of the next run, as nothing else keeps it from asking for an update again
     bool m_heartbeatStale = false;
     bool m_requestTold = false;
 };

@@ -6,6 +6,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QTimer>
 #include <QUrl>
 
 #include <chrono>
@@ -34,8 +35,9 @@ ManifestSource httpsSource(const QString &feed, QObject *parent)
         QNetworkRequest request(url);
         request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                              QNetworkRequest::NoLessSafeRedirectPolicy);
-        request.setTransferTimeout(static_cast<int>(std::chrono::milliseconds(patience).count()));
         QNetworkReply *reply = network->get(request);
+        // Of the whole answer: a feed that drips would keep the program away for as long as it likes.
+        QTimer::singleShot(patience, reply, &QNetworkReply::abort);
         QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received) {
             if (received > largestManifest)
                 reply->abort();

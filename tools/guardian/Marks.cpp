@@ -37,7 +37,7 @@ QDateTime Marks::cleanExit() const
 bool Marks::endedCleanlySince(const QDateTime &before) const
 {
     const QDateTime now = cleanExit();
-    return !sentinelStands() && now.isValid() && (!before.isValid() || now > before);
+    return !sentinelStands() && now.isValid() && now != before;
 }
 
 bool Marks::updateRequested() const

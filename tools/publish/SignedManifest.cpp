@@ -14,11 +14,12 @@ namespace corvane {
 
 QString versionProblem(const QString &version)
 {
-    static const QRegularExpression plain(u"\\Av?[0-9]+(\\.[0-9]+)*([-+][0-9A-Za-z.+-]*[0-9A-Za-z])?\\z"_s);
+    static const QRegularExpression plain(
+        u"\\Av?[0-9]{1,9}(\\.[0-9]{1,9}){0,2}(-[0-9A-Za-z.+-]*[0-9A-Za-z])?\\z"_s);
     if (version.size() > 64)
         return u"the version is longer than 64 characters"_s;
     if (!plain.match(version).hasMatch())
-        return u"the version “%1” isn't one: numbers with dots between them, then a suffix if need be, as 1.2.0 or 1.2.0-rc1"_s
+        return u"the version “%1” isn't one: up to three numbers with dots between them, then a suffix if need be, as 1.2.0 or 1.2.0-rc1"_s
             .arg(version);
     return {};
 }

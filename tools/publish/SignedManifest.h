@@ -10,8 +10,8 @@ namespace corvane {
 class PublishKey;
 
 /// Why `version` can't be published, or empty. It becomes part of a file's name on every machine, so it is
-/// held to digits, letters, ".", "-" and "+", and it begins with a number, as the order of versions is one of
-/// numbers.
+/// held to digits, letters, ".", "-" and "+"; and it has to mean the same to the programs that compare it,
+/// which look at three numbers and at nothing from the first "-" on.
 [[nodiscard]] QString versionProblem(const QString &version);
 
 /// Why `url` can't be a package's address, or empty.
