@@ -55,6 +55,10 @@ class Feed:
         self.address = f"https://127.0.0.1:{server.server_port}"
         threading.Thread(target=server.serve_forever, daemon=True).start()
 
+    def served(self, version):
+        """How often the package of this version has been fetched."""
+        return _QuietHandler.served.count(f"/CORVANE-{version}.zip")
+
     @property
     def authority(self):
         return self._secrets / "ca.pem"
@@ -78,8 +82,14 @@ class Feed:
 
 
 class _QuietHandler(http.server.SimpleHTTPRequestHandler):
+    served = [] # paths, in order
+
     def log_message(self, *_):
         pass
+
+    def do_GET(self): # pylint: disable=invalid-name
+        super().do_GET()
+        self.served.append(self.path)
 
 
 class _Running:
@@ -177,6 +187,7 @@ def _check_rolled_back(machine, versions):
     record = machine.last_update()
     _expect("the roll-back is recorded", (record["result"], record["version"]) == ("rolled back", "0.3.0"))
     _expect("the request is gone", not (machine.runtime / "update/apply-now").exists())
+    _expect("0.3.0 is held back", (machine.runtime / "update/CORVANE-0.3.0.zip").is_dir())
     say(f"reported  {record['version']}: {record['result']}, {record['reason']}")
 
 
@@ -195,6 +206,8 @@ def _circle(machine, feed, versions, folder):
     window = machine.window("0.2.0")
     window.picture(folder / "rolled-back.png")
     _check_rolled_back(machine, versions)
+    wait_for("0.2.0 to find 0.3.0 once more", lambda: feed.served("0.3.0") > 1)
+    say("passed by 0.3.0, which is still offered")
     window.click("push button", "Close")
     window.close()
     _expect("the guardian leaves with the program, exit code 0", machine.guardian.wait(30) == 0)

@@ -47,6 +47,7 @@ guardian::GuardianSettings GuardedFolder::settings() const
     settings.installation = installation();
     settings.runtimeDirectory = runtimeDir();
     settings.lookInterval = std::chrono::milliseconds(20);
+    settings.silence = std::chrono::milliseconds(300);
     settings.restarts.firstDelayMs = 1;
     return settings;
 }

@@ -27,6 +27,7 @@ private Q_SLOTS:
     void anUpdateIsApplied();
     void aRequestFromBeforeIsTakenUp();
     void nothingIsStartedWhileARequestStands();
+    void aRunThatOnlyItsMarksTellOf();
     void aCrashDuringARequestIsNoReasonToRestart();
     void rolledBack_data();
     void rolledBack();
@@ -110,6 +111,29 @@ void tst_GuardianUpdate::nothingIsStartedWhileARequestStands()
     test::writeFile(m_bench->path(u"other/do-quit"_s), {});
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
     QCOMPARE(m_bench->starts().size(), 2);
+    QVERIFY(other.state() == QProcess::NotRunning || other.waitForFinished());
+}
+
+/// Another user's, whose processes can't be seen: a copy of the program is one that the guardian doesn't
+/// know.
+void tst_GuardianUpdate::aRunThatOnlyItsMarksTellOf()
+{
+    GuardianSettings settings = m_bench->settings();
+    settings.silence = std::chrono::seconds(2); // longer than a beat may take on a machine under load
+    GuardedFolder::install(m_bench->path(u"elsewhere"_s), "0.1.0", "beats");
+    QProcess other;
+    other.setEnvironment({"CORVANE_RUNTIME_DIR="_L1 + settings.runtimeDirectory});
+    other.start(m_bench->path("elsewhere/"_L1 + settings.installation.program), QStringList());
+    QVERIFY(m_bench->waitForBeats());
+
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end"_s));
+    test::passTimersOf(10 * static_cast<int>(settings.lookInterval.count()));
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    QVERIFY(m_bench->isRequested());
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
     QVERIFY(other.state() == QProcess::NotRunning || other.waitForFinished());
 }
 

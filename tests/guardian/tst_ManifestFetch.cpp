@@ -4,6 +4,8 @@
 
 #include <QtTest>
 
+#include <chrono>
+
 using namespace Qt::StringLiterals;
 using namespace corvane::guardian;
 using namespace corvane::test;
@@ -19,6 +21,7 @@ private Q_SLOTS:
     void initTestCase();
     void answers_data();
     void answers();
+    void anAnswerThatDoesntEnd();
     void onlyHttpsIsAsked_data();
     void onlyHttpsIsAsked();
 
@@ -29,7 +32,8 @@ private:
         QByteArray text;
         QString error;
     };
-    [[nodiscard]] static Answer ask(const QString &feed);
+    [[nodiscard]] static Answer ask(const QString &feed,
+                                    std::chrono::milliseconds patience = std::chrono::seconds(30));
 };
 
 void tst_ManifestFetch::initTestCase()
@@ -39,11 +43,11 @@ void tst_ManifestFetch::initTestCase()
     trustTestAuthority();
 }
 
-tst_ManifestFetch::Answer tst_ManifestFetch::ask(const QString &feed)
+tst_ManifestFetch::Answer tst_ManifestFetch::ask(const QString &feed, std::chrono::milliseconds patience)
 {
     QObject parent;
     Answer answer;
-    httpsSource(feed, &parent)([&answer](const QByteArray &text, const QString &error) {
+    httpsSource(feed, &parent, patience)([&answer](const QByteArray &text, const QString &error) {
         ++answer.count;
         answer.text = text;
         answer.error = error;
@@ -99,6 +103,18 @@ void tst_ManifestFetch::answers()
                  qPrintable(got.error));
         QCOMPARE(got.text, QByteArray());
     }
+}
+
+void tst_ManifestFetch::anAnswerThatDoesntEnd()
+{
+    HttpServer server(Identity::Trusted);
+    HttpAnswer held;
+    held.body = QByteArray(1000, ' ');
+    held.end = HttpAnswer::End::Held;
+    server.put(u"/latest.json"_s, held);
+    const Answer got = ask(server.url(u"/latest.json"_s), std::chrono::milliseconds(500));
+    QCOMPARE(got.count, 1);
+    QVERIFY2(got.error.startsWith("the feed doesn't answer: "_L1), qPrintable(got.error));
 }
 
 void tst_ManifestFetch::onlyHttpsIsAsked_data()

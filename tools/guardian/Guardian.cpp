@@ -204,7 +204,7 @@ void Guardian::leave()
 {
     if (m_state != Leaving)
         log(u"an update is to be applied"_s);
-    if (m_program.isRunBySomebody()) {
+    if (!isGone()) {
         if (m_state != Leaving)
             log(u"waiting for every run of the program to end"_s);
         m_state = Leaving;
@@ -212,6 +212,13 @@ void Guardian::leave()
     }
     m_state = Verifying;
     verify();
+}
+
+/// By its processes, and by its marks: a run of another user may have no process that can be seen from here.
+bool Guardian::isGone() const
+{
+    return !m_program.isRunBySomebody() &&
+           (!m_marks.sentinelStands() || m_heartbeat.sinceBeat() > m_settings.silence);
 }
 
 void Guardian::verify()

@@ -29,6 +29,9 @@ struct GuardianSettings
     bool attachOnly = false;
     RestartPolicy restarts;
     std::chrono::milliseconds heartbeatPatience = std::chrono::seconds(60);
+    /// What stands of a run's marks is taken for a run that lives until its heartbeat has been silent so
+    /// long.
+    std::chrono::milliseconds silence = std::chrono::seconds(6);
     std::chrono::milliseconds lookInterval = std::chrono::milliseconds(500);
     /// How long a refused version is held back: less than the six hours between two checks of the feed, so
     /// that the next check but the first may take it up again.
@@ -84,6 +87,7 @@ private:
     void lookAtHeartbeat();
 
     void leave();
+    [[nodiscard]] bool isGone() const;
     void verify();
     void onManifest(const QByteArray &text, const QString &error);
     [[nodiscard]] QString apply(const ReadyUpdate &ready, const QString &digest);

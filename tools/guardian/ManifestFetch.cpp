@@ -9,24 +9,20 @@
 #include <QTimer>
 #include <QUrl>
 
-#include <chrono>
-
 using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
 
 namespace corvane::guardian {
 
 namespace {
 
-constexpr auto patience = 30s;
 constexpr qint64 largestManifest = 1 << 20;
 
 } // namespace
 
-ManifestSource httpsSource(const QString &feed, QObject *parent)
+ManifestSource httpsSource(const QString &feed, QObject *parent, std::chrono::milliseconds patience)
 {
     auto *network = new QNetworkAccessManager(parent);
-    return [network, feed](const ManifestAnswer &answer) {
+    return [network, feed, patience](const ManifestAnswer &answer) {
         const QUrl url(feed);
         if (url.scheme() != "https"_L1) {
             answer({}, u"the feed “%1” isn't HTTPS"_s.arg(feed));

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <chrono>
 #include <functional>
 
 class QObject;
@@ -19,8 +20,10 @@ using ManifestAnswer = std::function<void(const QByteArray &text, const QString 
 using ManifestSource = std::function<void(const ManifestAnswer &)>;
 
 /// A source that asks `feed` over HTTPS under the rules of the program: any other scheme, and a redirect to
-/// one, is an error. Its requests live as long as `parent`.
-[[nodiscard]] ManifestSource httpsSource(const QString &feed, QObject *parent);
+/// one, is an error, and so is an answer that isn't complete within `patience`. Its requests live as long as
+/// `parent`.
+[[nodiscard]] ManifestSource httpsSource(const QString &feed, QObject *parent,
+                                         std::chrono::milliseconds patience = std::chrono::seconds(30));
 
 /// Why `manifest` doesn't vouch for a staged update of version `staged`, or empty. With a `pinnedKey`, in
 /// hexadecimal, its signature has to be right; without one HTTPS and the digest are what there is, as in the
