@@ -53,6 +53,8 @@ private Q_SLOTS:
     void wrongCommandLines();
     void signFails_data();
     void signFails();
+    void aManifestThatCantBeWritten();
+    void aKeyThatOthersMayRead();
     void help_data();
     void help();
     void progressOfABigPackage();
@@ -183,6 +185,11 @@ void tst_PublishCommands::wrongCommandLines_data()
                                                u"package.zip"_s, u"--package"_s, u"p"_s,
                                                u"--out"_s,       u"o"_s}
                                 << u"no address"_s;
+    QTest::newRow("a page of notes that is none")
+        << QStringList{u"sign"_s,  u"--key"_s,       u"k"_s,         u"--version"_s, u"1"_s,
+                       u"--url"_s, u"https://h/p"_s, u"--package"_s, u"p"_s,         u"--notes-url"_s,
+                       u"notas"_s, u"--out"_s,       u"o"_s}
+        << u"“notas” is no address"_s;
     QTest::newRow("no public key") << QStringList{u"verify"_s, u"--public-key"_s, u"abc"_s, u"--manifest"_s,
                                                   u"m"_s}
                                    << u"no public key"_s;
@@ -213,6 +220,30 @@ void tst_PublishCommands::signFails()
     const Answer answer = ask(signArguments());
     QCOMPARE(answer.exitCode, 1);
     QVERIFY2(answer.errors.contains(path(missing)), qPrintable(answer.errors));
+    QVERIFY(!QFile::exists(path(u"latest.json"_s)));
+}
+
+void tst_PublishCommands::aManifestThatCantBeWritten()
+{
+    QCOMPARE(ask({u"keygen"_s, u"--out"_s, path(u"key"_s)}).exitCode, 0);
+    QStringList arguments = signArguments();
+    arguments.last() = path(u"missing/latest.json"_s);
+    const Answer answer = ask(arguments);
+    QCOMPARE(answer.exitCode, 1);
+    QVERIFY2(answer.errors.contains("can't write "_L1 + arguments.last()), qPrintable(answer.errors));
+    QCOMPARE(answer.output, QString());
+}
+
+void tst_PublishCommands::aKeyThatOthersMayRead()
+{
+#ifdef Q_OS_WIN
+    QSKIP("what Qt shows as permissions here isn't what the file's access list says");
+#endif
+    QCOMPARE(ask({u"keygen"_s, u"--out"_s, path(u"key"_s)}).exitCode, 0);
+    QVERIFY(QFile::setPermissions(path(u"key"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup));
+    const Answer answer = ask(signArguments());
+    QCOMPARE(answer.exitCode, 1);
+    QVERIFY2(answer.errors.contains("is open to others than its owner"_L1), qPrintable(answer.errors));
     QVERIFY(!QFile::exists(path(u"latest.json"_s)));
 }
 
