@@ -12,8 +12,8 @@ struct RestartPolicy
 {
     qint64 firstDelayMs = 1000;
     qint64 longestDelayMs = 60'000;
-    qint64 windowMs = 10 * 60'000; ///< crashes count for as long as this
-    qsizetype limit = 8;           ///< restarts within the window
+    qint64 windowMs = 600'000; ///< crashes count for as long as this
+    qsizetype limit = 8;       ///< restarts within the window
 
     QList<qint64> crashes = {}; ///< within the window, oldest first
 
