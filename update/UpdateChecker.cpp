@@ -1,11 +1,11 @@
 #include "update/UpdateChecker.h"
 
 #include "update/PinnedUpdateKey.h"
+#include "update/Sha256.h"
 #include "update/UpdateFiles.h"
 #include "update/UpdateSignature.h"
 
 #include <QCoreApplication>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QNetworkAccessManager>
@@ -13,7 +13,6 @@
 #include <QNetworkRequest>
 #include <QUrl>
 
-#include <memory>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -21,6 +20,12 @@ using namespace Qt::StringLiterals;
 namespace corvane {
 
 namespace {
+
+constexpr qint64 pieceSize = 1024 * 1024;
+
+/// A package up to this size is received into one buffer of its size. Beyond, or if the server doesn't say
+/// how long it is, the reply collects it piece by piece, which takes twice the memory.
+constexpr qint64 wholeBufferSize = 512 * pieceSize;
 
 /// What is fetched over HTTPS can't be redirected to plain HTTP.
 QNetworkRequest request(const QUrl &url)
@@ -141,20 +146,16 @@ void UpdateChecker::downloadAndStage()
     const QString path = updateDirectory(m_runtimeDir) + u'/' + packageFileName(m_latestVersion);
     setStatus("baixando "_L1 + m_latestVersion + "..."_L1);
 
-    QNetworkReply *reply = m_network->get(request(QUrl(m_manifest.url)));
-    // Taken over as it comes in: left with the reply until the end, it would be in memory twice.
-    const auto package = std::make_shared<QByteArray>();
-    connect(reply, &QNetworkReply::readyRead, this, [reply, package] { package->append(reply->readAll()); });
+    QNetworkRequest package = request(QUrl(m_manifest.url));
+    package.setAttribute(QNetworkRequest::MaximumDownloadBufferSizeAttribute, wholeBufferSize);
+    QNetworkReply *reply = m_network->get(package);
     // With the manifest that has just been verified: a later check may put another one in its place
     // meanwhile.
-    connect(reply, &QNetworkReply::finished, this, [this, reply, package, path, manifest = m_manifest] {
-        package->append(reply->readAll());
-        onPackageReply(reply, *package, path, manifest);
-    });
+    connect(reply, &QNetworkReply::finished, this,
+            [this, reply, path, manifest = m_manifest] { onPackageReply(reply, path, manifest); });
 }
 
-void UpdateChecker::onPackageReply(QNetworkReply *reply, const QByteArray &package, const QString &path,
-                                   const UpdateManifest &manifest)
+void UpdateChecker::onPackageReply(QNetworkReply *reply, const QString &path, const UpdateManifest &manifest)
 {
     reply->deleteLater();
     if (reply->error() != QNetworkReply::NoError) {
@@ -167,7 +168,10 @@ void UpdateChecker::onPackageReply(QNetworkReply *reply, const QByteArray &packa
         setStatus(u"não gravou "_s + path);
         return;
     }
-    const qint64 written = file.write(package);
+    // The reply holds the whole package; taken out in one piece it would be in memory twice.
+    qint64 written = 0;
+    while (written >= 0 && reply->bytesAvailable() > 0)
+        written = file.write(reply->read(pieceSize));
     file.close();
     if (written < 0) {
         setStatus(u"erro ao gravar pacote"_s);
@@ -195,13 +199,12 @@ bool UpdateChecker::verifyPackageHash(const QString &path, const UpdateManifest 
         setStatus(u"não abriu p/ hash"_s);
         return false;
     }
-    QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (!hash.addData(&file)) {
+    const auto digest = sha256Of(file);
+    if (!digest) {
         setStatus(u"falha no hash"_s);
         return false;
     }
-    const QString digest = QString::fromLatin1(hash.result().toHex());
-    if (digest.compare(manifest.sha256, Qt::CaseInsensitive) != 0) {
+    if (QString::fromLatin1(digest->toHex()).compare(manifest.sha256, Qt::CaseInsensitive) != 0) {
         setStatus(u"sha256 NÃO confere — pacote rejeitado"_s);
         return false;
     }

@@ -62,8 +62,7 @@ private:
     void setStatus(const QString &text);
     void onManifestReply(QNetworkReply *reply);
     [[nodiscard]] bool verifyManifestSignature();
-    void onPackageReply(QNetworkReply *reply, const QByteArray &package, const QString &path,
-                        const UpdateManifest &manifest);
+    void onPackageReply(QNetworkReply *reply, const QString &path, const UpdateManifest &manifest);
     [[nodiscard]] bool verifyPackageHash(const QString &path, const UpdateManifest &manifest);
     void writeReadyFile(const QString &path, const QString &version) const;
     void removePackage(const QString &path) const;

@@ -136,15 +136,20 @@ QString tlsProblem()
 {
     if (!QSslSocket::supportsSsl())
         return u"this Qt finds no TLS library"_s;
-    if (certificateFile(u"ca.pem"_s).isEmpty())
+    if (testAuthority().isEmpty())
         return u"the certificates of the tests need openssl when they are built"_s;
     return {};
+}
+
+QByteArray testAuthority()
+{
+    return certificateFile(u"ca.pem"_s);
 }
 
 void trustTestAuthority()
 {
     QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
-    trusting.setCaCertificates(QSslCertificate::fromData(certificateFile(u"ca.pem"_s)));
+    trusting.setCaCertificates(QSslCertificate::fromData(testAuthority()));
     QSslConfiguration::setDefaultConfiguration(trusting);
 }
 

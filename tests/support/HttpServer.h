@@ -73,6 +73,9 @@ private:
 /// Why this build or this machine has no TLS for a test; empty if it has.
 [[nodiscard]] QString tlsProblem();
 
+/// That authority's certificate as a PEM text.
+[[nodiscard]] QByteArray testAuthority();
+
 /// From now on this process trusts the authority of the tests, and no other.
 void trustTestAuthority();
 

@@ -33,6 +33,7 @@ private Q_SLOTS:
     void diskIsFull();
 #ifdef Q_OS_UNIX
     void packageCannotBeReadBack();
+    void readingFails();
 #endif
     void readyFileCannotBeWritten();
     void longerReadyFileIsReplaced();
@@ -262,6 +263,23 @@ void tst_UpdateStaging::packageCannotBeReadBack()
         QVERIFY(bench.check());
     }
     QCOMPARE(bench.updater.status(), u"não abriu p/ hash"_s);
+    QCOMPARE(bench.files(), QStringList());
+    QVERIFY(!bench.events.contains(ready));
+}
+
+void tst_UpdateStaging::readingFails()
+{
+    // A file that takes a 5 and can't be read; who isn't root can't even open it for that.
+    const QString unreadable = u"/proc/self/clear_refs"_s;
+    if (!QFile::exists(unreadable))
+        QSKIP("no such file on this system");
+    UpdateBench bench;
+    QVERIFY(QDir().mkpath(bench.runtimeDir() + "/update"_L1));
+    QVERIFY(QFile::link(unreadable, bench.package(u"0.2.0"_s)));
+    const bool opens = QFile(unreadable).open(QIODevice::ReadOnly);
+    bench.publish(u"0.2.0"_s, "5");
+    QVERIFY(bench.check());
+    QCOMPARE(bench.updater.status(), opens ? u"falha no hash"_s : u"não abriu p/ hash"_s);
     QCOMPARE(bench.files(), QStringList());
     QVERIFY(!bench.events.contains(ready));
 }

@@ -9,7 +9,7 @@ namespace corvane::guardian {
 
 namespace {
 
-constexpr qint64 largestReadyFile = 64 * 1024;
+constexpr qint64 largestReadyFile = 65'536;
 
 } // namespace
 
