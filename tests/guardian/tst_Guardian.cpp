@@ -132,7 +132,7 @@ void tst_Guardian::aBadEndIsFollowedByAStart()
     }
     QVERIFY(waitForStarts(2));
     QVERIFY2(lines().contains(u"it is started again in 1 ms"_s), qPrintable(lines().join(u'\n')));
-    QVERIFY2(lines().filter(line).size() >= 1, qPrintable(lines().join(u'\n')));
+    QVERIFY2(!lines().filter(line).isEmpty(), qPrintable(lines().join(u'\n')));
 }
 
 void tst_Guardian::tooManyBadEnds()

@@ -14,7 +14,7 @@ namespace {
 /// Canonical as far as it exists; the rest as it stands.
 QString resolved(const QString &path)
 {
-    const QString clean = QDir::cleanPath(QFileInfo(path).absoluteFilePath());
+    QString clean = QDir::cleanPath(QFileInfo(path).absoluteFilePath());
     for (QString existing = clean;; existing = QFileInfo(existing).path()) {
         const QString canonical = QFileInfo(existing).canonicalFilePath();
         if (!canonical.isEmpty())

@@ -16,7 +16,7 @@ namespace corvane::guardian {
 
 namespace {
 
-constexpr qsizetype pieceSize = 256 * 1024;
+constexpr qsizetype pieceSize = 1 << 18;
 
 struct Discard
 {
