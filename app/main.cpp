@@ -1,6 +1,7 @@
 #include "app/CrashGuard.h"
 #include "app/SafeApp.h"
 #include "app/ScanOptions.h"
+#include "app/Version.h"
 #include "engine/Engine.h"
 #include "engine/host/Capabilities.h"
 #include "update/UpdateChecker.h"
@@ -71,7 +72,7 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationName(u"CORVANE"_s);
     QCoreApplication::setOrganizationName(u"halvorndev"_s);
     QCoreApplication::setOrganizationDomain(QStringLiteral(CORVANE_ORGANIZATION_DOMAIN));
-    QCoreApplication::setApplicationVersion(QStringLiteral(CORVANE_VERSION));
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(corvane::version()));
 
     const QString runtimeDir = runtimeDirectory();
     corvane::CrashGuard::install(runtimeDir + "/crashes"_L1);
