@@ -39,6 +39,12 @@ QString stateText(Pipeline::State state)
     }
 }
 
+/// What a discovery has found, as the log shows it.
+QString foundNames(const QStringList &names, const QString &none)
+{
+    return names.isEmpty() ? none : u"— "_s + names.join(", "_L1);
+}
+
 QString targetText(const OutputConfig &output)
 {
     return output.kind == OutputKind::Srtla
@@ -85,8 +91,8 @@ bool Engine::decklinkSupported() const
 QStringList Engine::ndiSources(int timeoutMs)
 {
     QStringList sources = ndiSourceScan(timeoutMs);
-    appendLog(u"NDI discovery: %1 fonte(s) %2"_s.arg(
-        QString::number(sources.size()), sources.isEmpty() ? QString() : "— "_L1 + sources.join(", "_L1)));
+    appendLog(
+        u"NDI discovery: %1 fonte(s) %2"_s.arg(QString::number(sources.size()), foundNames(sources, {})));
     return sources;
 }
 
@@ -94,8 +100,7 @@ QStringList Engine::decklinkDevices()
 {
     QStringList devices = decklinkDeviceScan();
     appendLog(u"DeckLink: %1 dispositivo(s) %2"_s.arg(QString::number(devices.size()),
-                                                      devices.isEmpty() ? u"(driver/placa ausente?)"_s
-                                                                        : "— "_L1 + devices.join(", "_L1)));
+                                                      foundNames(devices, u"(driver/placa ausente?)"_s)));
     return devices;
 }
 

@@ -2,6 +2,9 @@
 
 #include "builder/CommandBuilder.h"
 #include "engine/host/Capabilities.h"
+#include "ndi/FramePipe.h"
+#include "ndi/NdiReceiver.h"
+#include "ndi/PumpPacing.h"
 #include "pipeline/SrtTransmit.h"
 #include "pipeline/SrtlaLauncher.h"
 
@@ -20,6 +23,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr int quitTimeoutMs = 3000;
+constexpr int ndiProbeTimeoutMs = 3000;
 constexpr auto hangCheckInterval = 2000ms;
 constexpr auto qualityTickInterval = 1000ms;
 constexpr auto relaunchDelay = 200ms;
@@ -59,6 +63,7 @@ void Pipeline::start()
     setState(State::Starting);
     m_lastError.clear();
 
+    openNdiSource();
     try {
         m_ffmpegArgs = CommandBuilder::build(m_config, m_ffmpegHasSrt);
     } catch (const std::exception &error) {
@@ -70,6 +75,34 @@ void Pipeline::start()
 
     startTransport();
     launchFfmpeg();
+}
+
+void Pipeline::openNdiSource()
+{
+    SourceConfig &source = m_config.source;
+    if (source.kind != SourceKind::Ndi || !ndiRuntimeAvailable() || source.uri.isEmpty())
+        return;
+
+    // After an automatic restart the receiver of the run before stays a child of this object until the end.
+    m_ndi = new NdiReceiver(source.uri, this);
+    connect(m_ndi, &NdiReceiver::logLine, this,
+            [this](const QString &line) { Q_EMIT logLine("[ndi] "_L1 + line); });
+    const NdiFrameInfo info = m_ndi->probe(ndiProbeTimeoutMs);
+    if (!info.valid) {
+        Q_EMIT logLine(u"[ndi] sem frame da fonte — verifique se a fonte NDI está ativa"_s);
+        return;
+    }
+
+    source.width = info.width;
+    source.height = info.height;
+    source.fps = wholeFrameRate(info);
+    m_ndiPipe = framePipePath(m_config.id);
+    if (m_ndi->createPipe(m_ndiPipe)) {
+        source.ndiPipePath = m_ndiPipe;
+    } else {
+        Q_EMIT logLine(u"[ndi] falha ao criar named pipe; sem ingest NDI nativo"_s);
+        m_ndiPipe.clear();
+    }
 }
 
 void Pipeline::startTransport()
@@ -133,6 +166,8 @@ void Pipeline::launchFfmpeg()
 
     Q_EMIT logLine("ffmpeg "_L1 + m_ffmpegArgs.join(u' '));
     ffmpeg->start(QIODevice::ReadWrite);
+    if (m_ndi && !m_ndiPipe.isEmpty())
+        m_ndi->start(m_ndiPipe);
 }
 
 void Pipeline::onStarted(const QProcess &ffmpeg)
@@ -239,6 +274,10 @@ void Pipeline::stop()
     for (SrtTransmit *bridge : std::as_const(m_srtBridges))
         bridge->deleteLater();
     m_srtBridges.clear();
+    if (m_ndi) {
+        m_ndi->deleteLater();
+        m_ndi = nullptr;
+    }
 
     setState(State::Stopped);
 }
@@ -249,6 +288,8 @@ void Pipeline::stopTransport()
         m_srtla->stop();
     for (SrtTransmit *bridge : std::as_const(m_srtBridges))
         bridge->stop();
+    if (m_ndi)
+        m_ndi->stop();
 }
 
 void Pipeline::stopTimers()

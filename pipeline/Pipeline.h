@@ -13,16 +13,19 @@ class QTimer;
 
 namespace corvane {
 
+class NdiReceiver;
 class SrtTransmit;
 class SrtlaLauncher;
 
 /// One transmission at run time: owns the one ffmpeg child, decides whether the transmission counts as up,
 /// and brings it back after a failure.
 ///
-/// Only ffmpeg is supervised: transport children are started before it and stopped after it, and nothing
-/// watches them. Outputs have no life of their own. The record is a copy; a run may write into it. A start in
-/// `Starting` or `Running` is refused without a word. All on the thread of the event loop; stop() and the
-/// destructor block it for up to 3 s while ffmpeg leaves, then for up to 2 s for each transport child.
+/// Only ffmpeg is supervised: transport children are started before it and stopped after it, as is the NDI
+/// receiver, and nothing watches them. Outputs have no life of their own. The record is a copy; a run may
+/// write into it. A start in `Starting` or `Running` is refused without a word. All on the thread of the
+/// event loop; stop() and the destructor block it for up to 3 s while ffmpeg leaves, then for up to 2 s for
+/// each transport child. With an NDI runtime, start() blocks it for up to 3 s while it looks for the source's
+/// first frame.
 class Pipeline : public QObject
 {
     Q_OBJECT
@@ -45,7 +48,7 @@ public:
     void start();
 
     /// Asks ffmpeg to leave with "q", waits for up to 3000 ms, then kills it; then stops the transport
-    /// children. Forgets the restart history. Safe in every state and safe to repeat.
+    /// children and the NDI receiver. Forgets the restart history. Safe in every state and safe to repeat.
     void stop();
 
     [[nodiscard]] const PipelineConfig &config() const { return m_config; }
@@ -66,6 +69,7 @@ Q_SIGNALS:
 
 private:
     void setState(State state);
+    void openNdiSource();
     void startTransport();
     void startBridge(const OutputConfig &output, const QString &prefix);
     void startLauncher(const OutputConfig &output);
@@ -86,6 +90,8 @@ private:
     QProcess *m_process = nullptr;
     SrtlaLauncher *m_srtla = nullptr;  ///< the one of this pipeline; stopped or not, until stop()
     QList<SrtTransmit *> m_srtBridges; ///< every one made since the last stop()
+    NdiReceiver *m_ndi = nullptr;      ///< the one of the last start, stopped or not, until stop()
+    QString m_ndiPipe;                 ///< path of the pipe that the receiver serves
     RestartGate m_gate;
     bool m_stopRequested = false;
     qint64 m_startedAtMs = 0;

@@ -309,8 +309,7 @@ ApplicationWindow {
 
                     property int _state: 0 // 0 idle, 1 checking, 2 up to date, 3 failed
 
-                    visible: updater !== null
-                    text: updater?.updateAvailable
+                    text: updater.updateAvailable
                           ? "Atualizar " + updater.latestVersion
                           : ["Verificar update", "Verificando...", "✓ Atualizado", "✗ Erro"][_state]
                     Material.foreground: _state === 2 ? theme.accent : _state === 3 ? theme.danger : theme.muted

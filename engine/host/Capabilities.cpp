@@ -1,10 +1,29 @@
 #include "engine/host/Capabilities.h"
 
+#include <utility>
+
 namespace corvane {
+
+namespace {
+
+bool ndiRuntime = false;
+
+NdiSourceScan &currentNdiSourceScan()
+{
+    static NdiSourceScan scan;
+    return scan;
+}
+
+} // namespace
 
 bool ndiRuntimeAvailable()
 {
-    return false;
+    return ndiRuntime;
+}
+
+void setNdiRuntimeAvailable(bool available)
+{
+    ndiRuntime = available;
 }
 
 bool decklinkRuntimeAvailable()
@@ -12,9 +31,15 @@ bool decklinkRuntimeAvailable()
     return false;
 }
 
-QStringList ndiSourceScan(int /*timeoutMs*/)
+QStringList ndiSourceScan(int timeoutMs)
 {
-    return {};
+    const NdiSourceScan &scan = currentNdiSourceScan();
+    return scan ? scan(timeoutMs) : QStringList();
+}
+
+void setNdiSourceScan(NdiSourceScan scan)
+{
+    currentNdiSourceScan() = std::move(scan);
 }
 
 QStringList decklinkDeviceScan()

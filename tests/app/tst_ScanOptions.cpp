@@ -1,4 +1,5 @@
 #include "app/ScanOptions.h"
+#include "engine/host/Capabilities.h"
 
 #include <QtTest>
 
@@ -24,6 +25,7 @@ class tst_ScanOptions : public QObject
 private Q_SLOTS:
     void answersTheLeftmostOption_data();
     void answersTheLeftmostOption();
+    void namesWhatARuntimeFinds();
 };
 
 void tst_ScanOptions::answersTheLeftmostOption_data()
@@ -77,6 +79,24 @@ void tst_ScanOptions::answersTheLeftmostOption()
 
     QCOMPARE(report.has_value(), !expected.isNull());
     QCOMPARE(report.value_or(QByteArray()), expected);
+}
+
+void tst_ScanOptions::namesWhatARuntimeFinds()
+{
+    setNdiRuntimeAvailable(true);
+    QList<int> timeouts;
+    setNdiSourceScan([&](int timeoutMs) {
+        timeouts << timeoutMs;
+        return QStringList{u"ESTUDIO (Câmera 1)"_s, u"100%s"_s};
+    });
+    const char *const arguments[] = {"corvane", "--ndi-scan"};
+    const std::optional<QByteArray> report = scanReport(2, arguments);
+    setNdiSourceScan({});
+    setNdiRuntimeAvailable(false);
+    QVERIFY(report);
+    QCOMPARE(*report, QByteArray("NDI suportado: sim\nFontes NDI encontradas: 2\n"
+                                 "  - ESTUDIO (Câmera 1)\n  - 100%s\n"));
+    QCOMPARE(timeouts, QList<int>{1500});
 }
 
 QTEST_GUILESS_MAIN(tst_ScanOptions)

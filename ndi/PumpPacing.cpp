@@ -1,0 +1,66 @@
+#include "ndi/PumpPacing.h"
+
+namespace corvane {
+
+namespace {
+
+constexpr double usualRate = 30.0;
+constexpr qint64 freezeAfterMs = 1000;
+constexpr int usualLineLength = 3840; // 1920 pixels of 2 bytes
+constexpr int usualHeight = 1080;
+
+double reportedRate(const NdiFrameInfo &info)
+{
+    return info.frameRateD == 0 ? usualRate : static_cast<double>(info.frameRateN) / info.frameRateD;
+}
+
+/// Signed multiplication that wraps around at 32 bits.
+int product(int a, int b)
+{
+    return static_cast<int>(static_cast<quint32>(a) * static_cast<quint32>(b));
+}
+
+} // namespace
+
+PumpRate pumpRate(const NdiFrameInfo &info)
+{
+    if (!info.valid)
+        return {};
+    const double rate = reportedRate(info);
+    return {rate, rate > 1.0 ? rate : usualRate};
+}
+
+int pumpIntervalMs(double pacedRate)
+{
+    return static_cast<int>(1000.0 / pacedRate);
+}
+
+int wholeFrameRate(const NdiFrameInfo &info)
+{
+    return static_cast<int>(reportedRate(info) + 0.5);
+}
+
+int slateSize(const NdiFrameInfo &info, int frameStride)
+{
+    int lineLength = usualLineLength;
+    if (frameStride >= 1)
+        lineLength = frameStride;
+    else if (info.width > 0)
+        lineLength = product(2, info.width);
+    return product(lineLength, info.height >= 1 ? info.height : usualHeight);
+}
+
+int pumpSleepMs(int intervalMs, qint64 tickStartMs, qint64 nowMs)
+{
+    return static_cast<int>(static_cast<quint32>(intervalMs) + static_cast<quint32>(tickStartMs) -
+                            static_cast<quint32>(nowMs));
+}
+
+bool FreezeRule::begins(qint64 tickStartMs, qint64 lastFrameMs)
+{
+    const bool wasFrozen = frozen;
+    frozen = tickStartMs - lastFrameMs > freezeAfterMs;
+    return frozen && !wasFrozen;
+}
+
+} // namespace corvane

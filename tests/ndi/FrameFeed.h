@@ -1,0 +1,49 @@
+#pragma once
+
+#include "ndi/FrameSource.h"
+
+#include <QByteArray>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+
+namespace corvane::test {
+
+/// What the receivers of a test receive. While it lives, every source that is made answers from here.
+class FrameFeed
+{
+public:
+    /// `info` is the answer to every probe.
+    explicit FrameFeed(const NdiFrameInfo &info);
+    ~FrameFeed();
+    FrameFeed(const FrameFeed &) = delete;
+    FrameFeed &operator=(const FrameFeed &) = delete;
+
+    void setInfo(const NdiFrameInfo &info);
+
+    /// The capture under way, or the next one, delivers `frame`.
+    void show(const QByteArray &frame);
+
+    /// The capture under way, or the next one, throws what `thrower` throws.
+    void failWith(std::function<void()> thrower);
+
+    /// "name timeout" of each probe so far.
+    [[nodiscard]] QStringList probes() const;
+
+    /// Frames that no capture has delivered yet.
+    [[nodiscard]] qsizetype waiting() const;
+
+    /// Captures that are under way.
+    [[nodiscard]] int captures() const;
+
+private:
+    struct State;
+    class Source;
+    std::shared_ptr<State> m_state;
+};
+
+/// A valid record.
+[[nodiscard]] NdiFrameInfo frameInfo(int width, int height, int frameRateN, int frameRateD = 1);
+
+} // namespace corvane::test

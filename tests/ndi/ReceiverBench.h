@@ -1,0 +1,36 @@
+#pragma once
+
+#include "ndi/NdiReceiver.h"
+
+#include <QObject>
+#include <QStringList>
+
+namespace corvane::test {
+
+/// Everything that a receiver says, in order, as the main thread hears it.
+class ReceiverLog : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit ReceiverLog(const NdiReceiver &receiver);
+
+    [[nodiscard]] const QStringList &lines() const { return m_lines; }
+    [[nodiscard]] bool contains(const QString &line) const { return m_lines.contains(line); }
+    [[nodiscard]] qsizetype count(const QString &line) const { return m_lines.count(line); }
+
+private:
+    QStringList m_lines;
+};
+
+/// A pipe path that nobody else has.
+[[nodiscard]] QString freshPipePath();
+
+/// Tells whether a pipe is being served at `path`.
+[[nodiscard]] bool pipeExists(const QString &path);
+
+/// Error numbers of the system that the tests run on, as the log shows them.
+[[nodiscard]] QString alreadyServedError(); ///< of a pipe whose name somebody serves
+[[nodiscard]] QString waitEndedError();     ///< of a wait for a reader that stop() has ended
+
+} // namespace corvane::test
