@@ -1,8 +1,10 @@
 #include "app/CrashGuard.h"
 #include "app/SafeApp.h"
 #include "app/ScanOptions.h"
+#include "app/Version.h"
 #include "engine/Engine.h"
 #include "engine/host/Capabilities.h"
+#include "update/UpdateChecker.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -21,6 +23,8 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto heartbeatInterval = 2000ms;
+constexpr auto firstUpdateCheck = 5000ms;
+constexpr auto updateCheckInterval = 6h;
 
 /// The one place for files that the program shares with its supervisor.
 QString runtimeDirectory()
@@ -48,6 +52,10 @@ void leaveCleanExitMark(const QString &path)
 
 void loadInterface(QQmlApplicationEngine &qmlEngine)
 {
+    // No document has variants for a platform or a language; the search for them costs a tenth of the start.
+    const QList<QQmlAbstractUrlInterceptor *> selectors = qmlEngine.urlInterceptors();
+    for (QQmlAbstractUrlInterceptor *selector : selectors)
+        qmlEngine.removeUrlInterceptor(selector);
 #if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
     qmlEngine.loadFromModule("Corvane", "Main");
 #else
@@ -68,7 +76,7 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationName(u"CORVANE"_s);
     QCoreApplication::setOrganizationName(u"halvorndev"_s);
     QCoreApplication::setOrganizationDomain(QStringLiteral(CORVANE_ORGANIZATION_DOMAIN));
-    QCoreApplication::setApplicationVersion(QStringLiteral(CORVANE_VERSION));
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(corvane::version()));
 
     const QString runtimeDir = runtimeDirectory();
     corvane::CrashGuard::install(runtimeDir + "/crashes"_L1);
@@ -88,9 +96,20 @@ int main(int argc, char *argv[])
 
     corvane::Engine engine;
 
+    const QString updateFeed =
+        qEnvironmentVariable("CORVANE_UPDATE_FEED", QStringLiteral(CORVANE_UPDATE_FEED_URL));
+    corvane::UpdateChecker updater(QCoreApplication::applicationVersion(), updateFeed, runtimeDir);
+    updater.isStreamActive = [&engine] { return engine.anyPipelineTransmitting(); };
+    QObject::connect(&updater, &corvane::UpdateChecker::readyToApply, &updater,
+                     [&updater] { updater.applyIfSafe(); });
+    QTimer updateTimer;
+    QObject::connect(&updateTimer, &QTimer::timeout, &updater, &corvane::UpdateChecker::checkNow);
+    updateTimer.start(updateCheckInterval);
+    QTimer::singleShot(firstUpdateCheck, &updater, &corvane::UpdateChecker::checkNow);
+
     QQmlApplicationEngine qmlEngine;
     qmlEngine.rootContext()->setContextProperty(u"engine"_s, &engine);
-    qmlEngine.rootContext()->setContextProperty(u"updater"_s, static_cast<QObject *>(nullptr));
+    qmlEngine.rootContext()->setContextProperty(u"updater"_s, &updater);
     loadInterface(qmlEngine);
     if (qmlEngine.rootObjects().isEmpty())
         return -1;

@@ -10,10 +10,11 @@ import pathlib
 import shutil
 import sys
 
+import update
 from scenarios import SCENARIOS, THROUGH_THE_SHIM
 from stage import DemoError, Stage
 
-PROGRAMS = ("Xvfb", "dbus-daemon", "dbus-send", "ffmpeg", "ffprobe", "import", "/usr/sbin/nginx", "setpriv",
+PROGRAMS = ("Xvfb", "dbus-daemon", "dbus-send", "ffmpeg", "ffprobe", "import", "/usr/sbin/nginx", "openssl", "setpriv",
             "srt-live-transmit", "xdotool")
 MODULES = ("gi", "Xlib")
 NOT_INSTALLED = 77
@@ -74,22 +75,29 @@ def leave(window, stage):
     print("exit      0, with its mark")
 
 
+def transmit(options, stage, folder):
+    from window import Window # it asks for the buses that now are there
+    try:
+        window = Window(stage.start("corvane", program(options, stage)))
+        perform(window, SCENARIOS[options.scenario], folder, stage)
+        leave(window, stage)
+    except DemoError as error:
+        raise DemoError(f"{error}\ncorvane printed:\n{stage.log_of('corvane')}") from error
+
+
 def main():
     if lacking := missing():
         print(f"demo: not installed here: {', '.join(lacking)}", file=sys.stderr)
         return NOT_INSTALLED
-    options = arguments(SCENARIOS)
+    options = arguments(SCENARIOS | {"update": update.perform})
     folder = options.folder.resolve()
     folder.mkdir(parents=True, exist_ok=True)
     try:
         with Stage(options.show) as stage:
-            from window import Window # it asks for the buses that now are there
-            try:
-                window = Window(stage, program(options, stage))
-                perform(window, SCENARIOS[options.scenario], folder, stage)
-                leave(window, stage)
-            except DemoError as error:
-                raise DemoError(f"{error}\ncorvane printed:\n{stage.log_of('corvane')}") from error
+            if options.scenario == "update":
+                update.perform(stage, options.program.resolve().parent, folder)
+            else:
+                transmit(options, stage, folder)
     except DemoError as error:
         print(f"demo: {error}", file=sys.stderr)
         return 1

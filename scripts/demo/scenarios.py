@@ -161,8 +161,8 @@ def _show_dialogs(window, folder):
     window.press("push button", "Sobre")
     window.control("label", "CORVANE .*")
     window.picture(folder / "about.png")
-    window.click("push button", "Close")
-    wait_for("the dialog to go", lambda: not window.find("push button", "Close"))
+    window.click("push button", "Fechar")
+    wait_for("the dialog to go", lambda: not window.find("push button", "Fechar"))
 
 
 def _wait_on_air(window, names, receivers):

@@ -25,8 +25,8 @@ def _run(*command):
 class Window:
     """The program's window. Every operation waits for its control and fails with DemoError if there is none."""
 
-    def __init__(self, stage, program):
-        self.process = stage.start("corvane", program)
+    def __init__(self, process):
+        self.process = process
         self._application = wait_for("the program on the accessibility bus", self._find_application, 60)
         # Everything is asked anew: no signals are listened to that would refresh a copy.
         self._application.set_cache_mask(Atspi.Cache.NONE)

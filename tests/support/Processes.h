@@ -52,6 +52,15 @@ void killProcess(qint64 pid);
 /// Program and arguments of `pid`; empty if there is no such process, or if it has ended.
 [[nodiscard]] QStringList processCommand(qint64 pid);
 
+/// While it lives, file permissions hold for this process even if root runs it: it has nobody's rights.
+class Unprivileged
+{
+public:
+    Unprivileged();
+    ~Unprivileged();
+    Q_DISABLE_COPY_MOVE(Unprivileged)
+};
+
 /// Number of this process's open file descriptors, or handles.
 [[nodiscard]] qsizetype openDescriptors();
 

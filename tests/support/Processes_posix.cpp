@@ -101,6 +101,19 @@ QStringList processCommand(qint64 pid)
     return command;
 }
 
+Unprivileged::Unprivileged()
+{
+    constexpr uid_t nobody = 65534;
+    if (::getuid() == 0 && ::seteuid(nobody) != 0)
+        qFatal("nobody's rights can't be had");
+}
+
+Unprivileged::~Unprivileged()
+{
+    if (::seteuid(::getuid()) != 0)
+        qFatal("the rights of before are lost");
+}
+
 qsizetype openDescriptors()
 {
     return QDir(u"/proc/self/fd"_s).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();

@@ -17,9 +17,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr const char *unset[] = {
-    "CORVANE_RUNTIME_DIR", "CORVANE_UPDATE_FEED", "DISPLAY",
-    "WAYLAND_DISPLAY",     "XAUTHORITY",          "QT_QPA_PLATFORM",
-    "QT_LOGGING_RULES",    "QT_STYLE_OVERRIDE",   "QT_QUICK_CONTROLS_STYLE",
+    "CORVANE_RUNTIME_DIR", "DISPLAY",          "WAYLAND_DISPLAY",   "XAUTHORITY",
+    "QT_QPA_PLATFORM",     "QT_LOGGING_RULES", "QT_STYLE_OVERRIDE", "QT_QUICK_CONTROLS_STYLE",
 };
 
 constexpr struct
@@ -54,6 +53,8 @@ ProgramSandbox::ProgramSandbox()
     QFile::copy(fakeFfmpeg(), fakeFfmpegCopy());
 
     m_environment.insert(u"CORVANE_RUNTIME_DIR"_s, runtimeDir());
+    // No feed: nothing that a test starts asks the world outside for updates.
+    m_environment.insert(u"CORVANE_UPDATE_FEED"_s, u""_s);
     m_environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, "unix:path="_L1 + path(u"no-session-bus"_s));
     m_environment.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, "unix:path="_L1 + path(u"no-system-bus"_s));
     m_environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);

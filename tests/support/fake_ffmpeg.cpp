@@ -16,6 +16,9 @@
 //   progress          one progress line, ended by a carriage return, every 100 ms, for ever
 //   progress=N        N progress lines ended by line feeds, at once
 //   drops=MS          a progress line every MS milliseconds whose drop total rises by 5 each time, for ever
+//   pace=MS           a progress line every MS milliseconds whose frame rate and bit rate differ from those
+//   of
+//                     the line before, for ever
 //   flood=N           N lines of warning on standard error, at once
 //   args=PATH         write the arguments to PATH, one to a line
 //   append=PATH       append the process id to PATH, as one line
@@ -90,13 +93,13 @@ void waitFor(long long ms)
         leave(quitAsked && !ignoreQuit ? quitCode : 0);
 }
 
-std::string progressLine(long frame, long dropped, char end)
+std::string progressLine(long frame, long dropped, char end, int fps = 30, double bitrate = 6012.3)
 {
     char line[200];
     std::snprintf(line, sizeof line,
-                  "frame=%5ld fps= 30 q=28.0 size=    %ldkB time=00:00:%05.2f bitrate=6012.3kbits/s drop=%ld "
+                  "frame=%5ld fps= %d q=28.0 size=    %ldkB time=00:00:%05.2f bitrate=%.1fkbits/s drop=%ld "
                   "speed=   1x %c",
-                  frame, frame * 25, static_cast<double>(frame) / 30, dropped, end);
+                  frame, fps, frame * 25, static_cast<double>(frame) / 30, bitrate, dropped, end);
     return line;
 }
 
@@ -150,6 +153,11 @@ void runSteps(const std::vector<std::string> &steps, const std::vector<std::stri
             const long long interval = std::stoll(value);
             for (long frame = 1;; ++frame, waitFor(interval))
                 writeAll(stderr, progressLine(frame, frame * 5, '\r'));
+        } else if (name == "pace") {
+            const long long interval = std::stoll(value);
+            for (long frame = 1;; ++frame, waitFor(interval))
+                writeAll(stderr, progressLine(frame, 0, '\n', 28 + static_cast<int>(frame % 5),
+                                              5900 + static_cast<double>(frame % 97)));
         } else if (name == "flood") {
             const long count = std::stol(value);
             for (long line = 1; line <= count; ++line)

@@ -1,5 +1,6 @@
 #include "tests/ui/EditorBench.h"
 
+#include <QAccessible>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QQmlProperty>
@@ -204,6 +205,27 @@ void EditorBench::paste(const QString &text)
 {
     QGuiApplication::clipboard()->setText(text);
     press(Qt::Key_V, Qt::ControlModifier);
+}
+
+QString EditorBench::focused() const
+{
+    const QQuickItem *item = window().activeFocusItem();
+    while (item && (item->objectName().isEmpty() || item->objectName() == "plDel"_L1))
+        item = item->parentItem();
+    return item ? item->objectName() : QString();
+}
+
+void EditorBench::focusByTab(const QString &name)
+{
+    for (int presses = 0; presses < 60 && focused() != name; ++presses)
+        press(Qt::Key_Tab);
+    QCOMPARE(focused(), name);
+}
+
+QString EditorBench::spokenName(QQuickItem *item)
+{
+    QAccessibleInterface *spoken = QAccessible::queryAccessibleInterface(item);
+    return spoken ? spoken->text(QAccessible::Name) : QString();
 }
 
 } // namespace corvane::test

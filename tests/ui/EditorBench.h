@@ -54,6 +54,11 @@ public:
     void hover(QQuickItem *item);
     void settle(); ///< waits until a frame has been shown, and with it every layout has been done
     void paste(const QString &text);
+
+    /// Name of the item that has the focus; a list's, if its current row has it.
+    [[nodiscard]] QString focused() const;
+    void focusByTab(const QString &name);                      ///< presses Tab until the item has the focus
+    [[nodiscard]] static QString spokenName(QQuickItem *item); ///< what a screen reader says
 };
 
 } // namespace corvane::test

@@ -67,6 +67,11 @@ Interface::Interface(const std::function<void(ToolPath &)> &addTools)
     m_window->requestActivate();
     if (!QTest::qWaitForWindowActive(m_window))
         qFatal("the window didn't become active");
+    if (!waitUntil([this] { return m_window->property("complete").toBool(); }))
+        qFatal("the window has no content");
+    if (!awaitFrame())
+        qFatal("the window doesn't draw itself");
+    m_editorLoader = item(u"editorLoader"_s);
 }
 
 Interface::~Interface()
@@ -122,17 +127,40 @@ void Interface::scrollIntoView(QQuickItem *item) const
     }
 }
 
+// What is to be clicked has its place only when a frame has shown it.
+bool Interface::awaitFrame() const
+{
+    bool shown = false;
+    const QMetaObject::Connection connection =
+        QObject::connect(m_window, &QQuickWindow::frameSwapped, [&shown] { shown = true; });
+    m_window->update();
+    const bool inTime = waitUntil([&shown] { return shown; });
+    QObject::disconnect(connection);
+    return inTime;
+}
+
+// The first selection has it made, over several turns of the event loop.
+void Interface::awaitEditor() const
+{
+    constexpr int loading = 2; // of Loader.Status
+    const auto isLoading = [this] { return m_editorLoader->property("status").toInt() == loading; };
+    if (isLoading())
+        QVERIFY(waitUntil([&] { return !isLoading(); }) && awaitFrame());
+}
+
 void Interface::click(QQuickItem *item)
 {
     QVERIFY2(item, "there is no such item to click");
     scrollIntoView(item);
     QTest::mouseClick(m_window, Qt::LeftButton, Qt::NoModifier, centreOf(item));
+    awaitEditor();
 }
 
 void Interface::doubleClick(QQuickItem *item)
 {
     QVERIFY2(item, "there is no such item to click");
     QTest::mouseDClick(m_window, Qt::LeftButton, Qt::NoModifier, centreOf(item));
+    awaitEditor();
 }
 
 void Interface::type(const QString &text)
@@ -148,6 +176,7 @@ void Interface::type(const QString &text)
 void Interface::press(Qt::Key key, Qt::KeyboardModifiers modifiers)
 {
     QTest::keyClick(m_window, key, modifiers);
+    awaitEditor();
 }
 
 void Interface::replaceText(const QString &fieldName, const QString &text)

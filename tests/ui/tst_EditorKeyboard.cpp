@@ -1,6 +1,5 @@
 #include "tests/ui/EditorBench.h"
 
-#include <QAccessible>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -35,9 +34,6 @@ private Q_SLOTS:
     void arrowsSelectInTheList();
 
 private:
-    [[nodiscard]] QString focused() const;
-    void focusByTab(const QString &name);
-
     std::unique_ptr<EditorBench> m_ui;
     QString m_id;
 };
@@ -87,12 +83,6 @@ void collectControls(QQuickItem *below, QList<QQuickItem *> &found)
         collectControls(child, found);
 }
 
-QString spokenName(QQuickItem *item)
-{
-    QAccessibleInterface *spoken = QAccessible::queryAccessibleInterface(item);
-    return spoken ? spoken->text(QAccessible::Name) : QString();
-}
-
 } // namespace
 
 void tst_EditorKeyboard::initTestCase()
@@ -114,22 +104,6 @@ void tst_EditorKeyboard::init()
 void tst_EditorKeyboard::cleanup()
 {
     QCOMPARE(m_ui->warnings(), QStringList());
-}
-
-QString tst_EditorKeyboard::focused() const
-{
-    const QQuickItem *item = m_ui->window().activeFocusItem();
-    // A list hands its focus on to its current row.
-    while (item && (item->objectName().isEmpty() || item->objectName() == "plDel"_L1))
-        item = item->parentItem();
-    return item ? item->objectName() : QString();
-}
-
-void tst_EditorKeyboard::focusByTab(const QString &name)
-{
-    for (int presses = 0; presses < 60 && focused() != name; ++presses)
-        m_ui->press(Qt::Key_Tab);
-    QCOMPARE(focused(), name);
 }
 
 void tst_EditorKeyboard::controlHasAName_data()
@@ -199,7 +173,7 @@ void tst_EditorKeyboard::controlHasAName()
 
     m_ui->openTab(page);
     QVERIFY(m_ui->isShown(control));
-    QTEST(spokenName(m_ui->item(control)), "name");
+    QTEST(EditorBench::spokenName(m_ui->item(control)), "name");
 }
 
 void tst_EditorKeyboard::everyControlHasAName_data()
@@ -220,7 +194,7 @@ void tst_EditorKeyboard::everyControlHasAName()
     collectControls(m_ui->window().contentItem(), controls);
     QStringList names;
     for (QQuickItem *control : std::as_const(controls)) {
-        QVERIFY2(!spokenName(control).isEmpty(), qPrintable(control->objectName()));
+        QVERIFY2(!EditorBench::spokenName(control).isEmpty(), qPrintable(control->objectName()));
         names << control->objectName();
     }
     names.sort();
@@ -239,15 +213,15 @@ void tst_EditorKeyboard::tabGoesThroughTheWindow()
     QFETCH(int, page);
 
     m_ui->openTab(page);
-    focusByTab(before.first());
+    m_ui->focusByTab(before.first());
     const QStringList expected = before + pages.at(page) + after;
     QStringList way;
     for (qsizetype i = 0; i < expected.size(); ++i) {
-        way << focused();
+        way << m_ui->focused();
         m_ui->press(Qt::Key_Tab);
     }
     QCOMPARE(way, expected);
-    QCOMPARE(focused(), before.first()); // and round again
+    QCOMPARE(m_ui->focused(), before.first()); // and round again
 }
 
 void tst_EditorKeyboard::tabWithoutAPipeline()
@@ -256,17 +230,18 @@ void tst_EditorKeyboard::tabWithoutAPipeline()
     m_ui = std::make_unique<EditorBench>();
     const QStringList expected{u"updateBtn"_s,      u"aboutButton"_s,    u"addButton"_s,
                                u"emptyAddButton"_s, u"clearLogButton"_s, u"logArea"_s};
-    focusByTab(expected.first());
+    m_ui->focusByTab(expected.first());
     QStringList way;
     for (qsizetype i = 0; i < expected.size(); ++i) {
-        way << focused();
-        QVERIFY2(!spokenName(m_ui->item(focused())).isEmpty(), qPrintable(focused()));
+        way << m_ui->focused();
+        QVERIFY2(!EditorBench::spokenName(m_ui->item(m_ui->focused())).isEmpty(),
+                 qPrintable(m_ui->focused()));
         m_ui->press(Qt::Key_Tab);
     }
     QCOMPARE(way, expected);
 
     // The large "+" makes a pipeline by keyboard, and the editor opens.
-    focusByTab(u"emptyAddButton"_s);
+    m_ui->focusByTab(u"emptyAddButton"_s);
     m_ui->press(Qt::Key_Space);
     QVERIFY(m_ui->isShown(u"editor"_s));
     QCOMPARE(m_ui->warnings(), QStringList());
@@ -276,15 +251,15 @@ void tst_EditorKeyboard::tabWithoutAPipeline()
 void tst_EditorKeyboard::backTabGoesTheSameWay()
 {
     m_ui->openTab(2);
-    focusByTab(u"tabPreview"_s);
+    m_ui->focusByTab(u"tabPreview"_s);
     const QStringList &expected = pages.at(2);
     for (qsizetype i = 0; i <= expected.size(); ++i)
         m_ui->press(Qt::Key_Tab);
-    QCOMPARE(focused(), u"clearLogButton"_s);
+    QCOMPARE(m_ui->focused(), u"clearLogButton"_s);
     QStringList way;
     for (qsizetype i = 0; i < expected.size(); ++i) {
         m_ui->press(Qt::Key_Backtab, Qt::ShiftModifier);
-        way.prepend(focused());
+        way.prepend(m_ui->focused());
     }
     QCOMPARE(way, expected);
 }
@@ -305,10 +280,10 @@ void tst_EditorKeyboard::focusIsSeen()
         {u"logArea"_s, u"logFocus"_s},
     };
     m_ui->openTab(page);
-    focusByTab(before.first());
+    m_ui->focusByTab(before.first());
     const QStringList way = before + pages.at(page) + after;
     for (const QString &name : way) {
-        QCOMPARE(focused(), name);
+        QCOMPARE(m_ui->focused(), name);
         const QQuickItem *control = m_ui->item(name);
         QVERIFY2(control->hasActiveFocus(), qPrintable(name));
         if (frames.contains(name)) {
@@ -339,19 +314,19 @@ void tst_EditorKeyboard::focusStaysInSight()
     m_ui->window().resize(1024, 640);
     m_ui->openTab(page);
     m_ui->settle();
-    focusByTab(u"tabPreview"_s);
+    m_ui->focusByTab(u"tabPreview"_s);
     const QQuickItem *view = m_ui->item(u"pages"_s);
     for (const bool forward : {true, false}) {
         for (const QString &name : pages.at(page)) {
             Q_UNUSED(name);
             m_ui->press(forward ? Qt::Key_Tab : Qt::Key_Backtab,
                         forward ? Qt::NoModifier : Qt::ShiftModifier);
-            const QQuickItem *control = m_ui->item(focused());
-            QVERIFY(pages.at(page).contains(focused()));
+            const QQuickItem *control = m_ui->item(m_ui->focused());
+            QVERIFY(pages.at(page).contains(m_ui->focused()));
             const QRectF place =
                 control->mapRectToItem(view, QRectF(0, 0, control->width(), control->height()));
             QVERIFY2(place.top() >= 0 && place.bottom() <= view->height(),
-                     qPrintable(u"%1: %2 to %3 of %4"_s.arg(focused())
+                     qPrintable(u"%1: %2 to %3 of %4"_s.arg(m_ui->focused())
                                     .arg(place.top())
                                     .arg(place.bottom())
                                     .arg(view->height())));
@@ -385,7 +360,7 @@ void tst_EditorKeyboard::keysActOnTheFocusedButton()
     m_ui->openTab(page);
     m_ui->item(u"rtmpUrl"_s)->setProperty("text", u"rtmp://by-key"_s);
     QSignalSpy clicked(m_ui->item(button), SIGNAL(clicked()));
-    focusByTab(button);
+    m_ui->focusByTab(button);
     m_ui->press(Qt::Key(key));
     QCOMPARE(clicked.count(), 1);
     m_ui->select(m_id);
@@ -393,17 +368,17 @@ void tst_EditorKeyboard::keysActOnTheFocusedButton()
 
 void tst_EditorKeyboard::keysOperateTabsAndChoices()
 {
-    focusByTab(u"tabEncoder"_s);
+    m_ui->focusByTab(u"tabEncoder"_s);
     m_ui->press(Qt::Key_Space);
     QVERIFY(m_ui->isShown(u"encoderPage"_s));
 
     RecordWatch record(*m_ui, m_id);
-    focusByTab(u"encPreset"_s);
+    m_ui->focusByTab(u"encPreset"_s);
     m_ui->press(Qt::Key_Down);
     QCOMPARE(m_ui->value(u"encPreset"_s, u"currentText"_s).toString(), u"ultrafast"_s);
     QCOMPARE(record.changes(), QStringList({u"encoder.preset 1"_s}));
 
-    focusByTab(u"encBitrate"_s);
+    m_ui->focusByTab(u"encBitrate"_s);
     m_ui->press(Qt::Key_Up);
     QCOMPARE(record.changes(), QStringList({u"encoder.preset 1"_s, u"encoder.bitrate 6500"_s}));
 }
@@ -417,7 +392,7 @@ void tst_EditorKeyboard::arrowsSelectInTheList()
     QVERIFY(ids.size() >= 2);
 
     m_ui->select(ids.at(0));
-    focusByTab(u"pipelineList"_s);
+    m_ui->focusByTab(u"pipelineList"_s);
     m_ui->press(Qt::Key_Down);
     QCOMPARE(m_ui->selectedId(), ids.at(1));
     m_ui->press(Qt::Key_Up);
@@ -431,7 +406,7 @@ void tst_EditorKeyboard::arrowsSelectInTheList()
     // A refresh of the rows leaves the focus where it is.
     m_ui->engine().configureSource(m_id, {});
     m_ui->settle();
-    QCOMPARE(focused(), u"pipelineList"_s);
+    QCOMPARE(m_ui->focused(), u"pipelineList"_s);
     m_ui->select(m_id);
 }
 

@@ -143,8 +143,8 @@ void tst_WindowLook::toolbar_data()
     addLooks({
         {"toolBar", "height", "48"},
         {"toolBar", "Material.background", "#242428"},
-        {"toolBarRow", "anchors.leftMargin", "16"},
-        {"toolBarRow", "anchors.rightMargin", "16"},
+        {"toolBarLoader", "anchors.leftMargin", "16"},
+        {"toolBarLoader", "anchors.rightMargin", "16"},
         {"toolBarRow", "spacing", "12"},
         {"logo", "textFormat", "RichText"},
         {"logo", "text",

@@ -1,0 +1,230 @@
+"""An update from its publication to the new program's heartbeat, and one that is taken back."""
+import functools
+import http.server
+import json
+import os
+import pathlib
+import shutil
+import ssl
+import subprocess
+import threading
+import zipfile
+
+from stage import DemoError, wait_for
+
+# The private half of the key that the demonstration's builds pin: the first vector of RFC 8032, known to everybody.
+SEED = "9d61b19deffd5a60ba844af492ec2cc44449c5697b326919703bac031cae7f60"
+PUBLIC_KEY = "d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a"
+CERTIFICATE_COMMANDS = """\
+req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj /CN=Demo -keyout ca.key -out ca.pem
+req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj /CN=127.0.0.1 -keyout server.key -out server.csr
+x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial -days 2 -extfile server.ext -out server.pem
+"""
+
+
+def say(line):
+    print(line, flush=True)
+
+
+def _run(*command, folder=None):
+    done = subprocess.run([str(word) for word in command], capture_output=True, text=True, check=False, cwd=folder)
+    if done.returncode != 0:
+        raise DemoError(f"{' '.join(map(str, command))}: {done.stderr.strip()}")
+    return done.stdout
+
+
+class Feed:
+    """An HTTPS server on loopback with an authority of its own, and the publisher's work for it."""
+
+    def __init__(self, stage, tools):
+        self._tools = tools
+        self._folder = stage.path("feed")
+        self._folder.mkdir()
+        self._secrets = stage.path("publisher")
+        self._secrets.mkdir(mode=0o700)
+        self._make_certificates()
+        self._key = self._secrets / "key"
+        self._key.touch(mode=0o600)
+        self._key.write_text(f"corvane private key v1\n{SEED}\n", encoding="ascii")
+
+        handler = functools.partial(_QuietHandler, directory=str(self._folder))
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(self._secrets / "server.pem", self._secrets / "server.key")
+        server.socket = context.wrap_socket(server.socket, server_side=True)
+        self.address = f"https://127.0.0.1:{server.server_port}"
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+
+    def served(self, version):
+        """How often the package of this version has been fetched."""
+        return _QuietHandler.served.count(f"/CORVANE-{version}.zip")
+
+    @property
+    def authority(self):
+        return self._secrets / "ca.pem"
+
+    def publish(self, version, program):
+        """Packs the program, signs the package, checks what came out and puts both on the server."""
+        package = self._folder / f"CORVANE-{version}.zip"
+        with zipfile.ZipFile(package, "w", zipfile.ZIP_DEFLATED) as archive:
+            archive.write(program, "corvane")
+        manifest = self._folder / "latest.json"
+        _run(self._tools / "corvane-publish", "sign", "--key", self._key, "--version", version,
+             "--url", f"{self.address}/{package.name}", "--package", package, "--out", manifest)
+        _run(self._tools / "corvane-publish", "verify", "--public-key", PUBLIC_KEY, "--manifest", manifest,
+             "--package", package)
+        say(f"published {version}: {package.stat().st_size} bytes, signed, at {self.address}/latest.json")
+
+    def _make_certificates(self):
+        (self._secrets / "server.ext").write_text("subjectAltName=IP:127.0.0.1\n", encoding="ascii")
+        for command in CERTIFICATE_COMMANDS.splitlines():
+            _run("openssl", *command.split(), folder=self._secrets)
+
+
+class _QuietHandler(http.server.SimpleHTTPRequestHandler):
+    served = [] # paths, in order
+
+    def log_message(self, *_):
+        pass
+
+    def do_GET(self): # pylint: disable=invalid-name
+        super().do_GET()
+        self.served.append(self.path)
+
+
+class _Running:
+    """A process that another one has started, as much of it as the window asks for."""
+
+    def __init__(self, pid):
+        self.pid = pid
+        self.returncode = None
+
+    def poll(self):
+        if self.returncode is None and not _runs(self.pid):
+            self.returncode = 0 # its guardian knows more
+        return self.returncode
+
+
+def _runs(pid):
+    try:
+        return pathlib.Path(f"/proc/{pid}/stat").read_text(encoding="ascii").rpartition(")")[2].split()[0] not in "ZX"
+    except OSError:
+        return False
+
+
+def _running(program):
+    """The process that runs this file, or None."""
+    for entry in pathlib.Path("/proc").iterdir():
+        try:
+            if entry.name.isdecimal() and os.readlink(entry / "exe") == str(program):
+                return _Running(int(entry.name))
+        except OSError:
+            continue # gone, or somebody else's
+    return None
+
+
+class Machine:
+    """An installation with its guardian beside it."""
+
+    def __init__(self, stage, versions, feed):
+        self.runtime = stage.path("runtime")
+        self.program = stage.path("opt").resolve() / "corvane/corvane"
+        self.program.parent.mkdir(parents=True)
+        shutil.copy2(versions / "0.1.0/corvane", self.program)
+        self.beside = self.program.parent.with_name("corvane.guardian")
+        guardian = stage.path("opt") / "corvane-guardian"
+        shutil.copy2(versions / "guardian/corvane-guardian", guardian)
+        environment = stage.environment | {"CORVANE_UPDATE_FEED": feed.address + "/latest.json",
+                                           "CORVANE_DEMO_AUTHORITY": str(feed.authority)}
+        self.guardian = stage.start("guardian", guardian, "--install-dir", self.program.parent,
+                                    environment=environment)
+
+    def log(self):
+        file = self.beside / "guardian.log"
+        return file.read_text(encoding="utf-8") if file.exists() else ""
+
+    def wait_for_line(self, text):
+        def told():
+            if self.guardian.poll() is not None:
+                raise DemoError(f"the guardian left with {self.guardian.returncode}")
+            return text in self.log()
+
+        wait_for(f"the guardian to say “{text}”", told, 120)
+        say(f"guardian  {text}")
+
+    def window(self, version):
+        """The window of the version that runs now, which has to say that it is this one."""
+        from window import Window # it asks for the buses that now are there
+        window = Window(wait_for(f"{version} to run", lambda: _running(self.program)))
+        window.press("push button", "Sobre")
+        window.control("label", f"CORVANE {version}")
+        say(f"window    CORVANE {version}")
+        return window
+
+    def last_update(self):
+        return json.loads((self.beside / "last-update.json").read_text(encoding="utf-8"))
+
+
+def _same(file, other):
+    return file.read_bytes() == other.read_bytes()
+
+
+def _expect(what, holds):
+    if not holds:
+        raise DemoError(f"that isn't so: {what}")
+
+
+def _check_applied(machine, versions):
+    _expect("0.2.0 is installed", _same(machine.program, versions / "0.2.0/corvane"))
+    _expect("0.1.0 is kept", _same(machine.beside / "previous/corvane", versions / "0.1.0/corvane"))
+    _expect("the update is recorded as applied", machine.last_update()["result"] == "applied")
+    _expect("the request is gone", not (machine.runtime / "update/apply-now").exists())
+
+
+def _check_rolled_back(machine, versions):
+    _expect("0.2.0 is installed again", _same(machine.program, versions / "0.2.0/corvane"))
+    _expect("0.3.0 is put aside", _same(machine.beside / "failed/corvane", versions / "0.3.0/corvane"))
+    record = machine.last_update()
+    _expect("the roll-back is recorded", (record["result"], record["version"]) == ("rolled back", "0.3.0"))
+    _expect("the request is gone", not (machine.runtime / "update/apply-now").exists())
+    _expect("0.3.0 is held back", (machine.runtime / "update/CORVANE-0.3.0.zip").is_dir())
+    say(f"reported  {record['version']}: {record['result']}, {record['reason']}")
+
+
+def _circle(machine, feed, versions, folder):
+    machine.wait_for_line("starting the program")
+    machine.wait_for_line("version 0.2.0 is up")
+    _check_applied(machine, versions)
+    window = machine.window("0.2.0")
+    window.picture(folder / "updated.png")
+    window.click("push button", "Close")
+
+    feed.publish("0.3.0", versions / "0.3.0/corvane")
+    window.press("push button", "Verificar update")
+    machine.wait_for_line("version 0.3.0 didn't come up")
+    machine.wait_for_line("rolled back to version 0.2.0")
+    window = machine.window("0.2.0")
+    window.picture(folder / "rolled-back.png")
+    _check_rolled_back(machine, versions)
+    wait_for("0.2.0 to find 0.3.0 once more", lambda: feed.served("0.3.0") > 1)
+    say("passed by 0.3.0, which is still offered")
+    window.click("push button", "Close")
+    window.close()
+    _expect("the guardian leaves with the program, exit code 0", machine.guardian.wait(30) == 0)
+    say("exit      0, of the program and its guardian")
+
+
+def perform(stage, tools, folder):
+    """0.1.0 becomes 0.2.0 under its guardian; a 0.3.0 that crashes at start is rolled back"""
+    versions = tools / "tests/versions"
+    feed = Feed(stage, tools)
+    feed.publish("0.2.0", versions / "0.2.0/corvane")
+    machine = Machine(stage, versions, feed)
+    try:
+        _circle(machine, feed, versions, folder)
+    except DemoError as error:
+        raise DemoError(f"{error}\nguardian and program printed:\n{stage.log_of('guardian')}") from error
+    finally:
+        for name in ("guardian.log", "last-update.json"):
+            if (machine.beside / name).exists():
+                shutil.copy(machine.beside / name, folder)

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QList>
+#include <QProcessEnvironment>
+#include <QString>
+
+namespace corvane::test {
+class XServer;
+}
+
+namespace corvane::bench {
+
+/// One run of a program with a window on `display`, in a sandbox of its own, with the plugin that measures it
+/// from within (WindowProbe.cpp). `settings` are the plugin's environment variables without
+/// "CORVANE_MEASURE". Empty if the program left no report; standard error then says why.
+[[nodiscard]] QJsonObject measuredRun(const QString &program, const test::XServer &display,
+                                      const QList<std::pair<QString, QString>> &settings);
+
+[[nodiscard]] QString emptyWindowProgram(); ///< path of the program that shows an empty window
+
+[[nodiscard]] double median(QList<double> values);            ///< NaN, which keeps no limit, for no values
+[[nodiscard]] QList<double> numbers(const QJsonValue &array); ///< of an array
+[[nodiscard]] double mean(const QList<double> &values);
+
+} // namespace corvane::bench

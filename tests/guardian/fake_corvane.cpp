@@ -1,0 +1,87 @@
+// A program for the guardian to guard, with CORVANE's marks. What it does stands in the file "behaviour"
+// beside it:
+//
+//   beats     its heartbeat goes on; it ends in order when do-quit appears in the runtime directory, and
+//   crashes
+//             when do-crash does
+//   mute      it lives without a heartbeat
+//   crashes   at once
+//   fails     at once, with exit code 255 and no marks of an end
+//   leaves    at once, in order
+//
+// Each start adds a line to "starts" in the runtime directory: the text of the file "version" beside it, and
+// its feed,
+// "-" without one.
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QTimer>
+
+#include <cstdlib>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QByteArray contentsOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+}
+
+void write(const QString &path, const QByteArray &text, QIODevice::OpenMode mode = QIODevice::WriteOnly)
+{
+    QFile file(path);
+    if (file.open(mode))
+        file.write(text);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    const QString runtime = qEnvironmentVariable("CORVANE_RUNTIME_DIR");
+    const QString own = QCoreApplication::applicationDirPath();
+    const QByteArray behaviour = contentsOf(own + "/behaviour"_L1);
+    const QString sentinel = runtime + "/crashes/.running"_L1;
+
+    QDir().mkpath(runtime + "/crashes"_L1);
+    write(sentinel, "running\n");
+    const QByteArray feed = qgetenv("CORVANE_UPDATE_FEED");
+    write(runtime + "/starts"_L1,
+          contentsOf(own + "/version"_L1) + ' ' + (feed.isEmpty() ? QByteArray("-") : feed) + '\n',
+          QIODevice::WriteOnly | QIODevice::Append);
+    const auto leave = [&] {
+        QFile::remove(sentinel);
+        write(runtime + "/.cleanexit"_L1, {});
+    };
+    if (behaviour == "crashes")
+        std::abort();
+    if (behaviour == "fails")
+        return 255;
+    if (behaviour == "leaves") {
+        leave();
+        return 0;
+    }
+
+    QTimer beat;
+    QObject::connect(&beat, &QTimer::timeout, &app, [&] {
+        write(runtime + "/.heartbeat"_L1, QByteArray::number(QDateTime::currentMSecsSinceEpoch()));
+    });
+    if (behaviour == "beats")
+        beat.start(50);
+    QTimer orders;
+    QObject::connect(&orders, &QTimer::timeout, &app, [&] {
+        if (QFile::remove(runtime + "/do-crash"_L1))
+            std::abort();
+        if (QFile::remove(runtime + "/do-quit"_L1))
+            QCoreApplication::quit();
+    });
+    orders.start(20);
+    const int exitCode = QCoreApplication::exec();
+    leave();
+    return exitCode;
+}

@@ -1,0 +1,239 @@
+#include "tests/guardian/GuardedFolder.h"
+#include "tests/support/TestSupport.h"
+#include "tools/guardian/Guardian.h"
+
+#include <QProcess>
+#include <QSignalSpy>
+#include <QtTest>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace corvane;
+using namespace corvane::guardian;
+using test::GuardedFolder;
+using test::waitUntil;
+
+/// The guardian round a program that starts, crashes and ends. Updates are in tst_GuardianUpdate.
+class tst_Guardian : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void aCleanEndEndsTheGuardian_data();
+    void aCleanEndEndsTheGuardian();
+    void aBadEndIsFollowedByAStart_data();
+    void aBadEndIsFollowedByAStart();
+    void tooManyBadEnds();
+    void aProgramThatCantBeStarted();
+    void attachesToARun();
+    void attachedToARunThatCrashes();
+    void somebodyElsesStartDuringThePause();
+    void nothingToAttachTo();
+    void theProgramGetsItsArgumentsAndDirectory();
+
+private:
+    void guard(const GuardianSettings &settings);
+    [[nodiscard]] bool waitForStarts(qsizetype count) const;
+    [[nodiscard]] bool waitForBeat() const;
+    [[nodiscard]] QStringList lines() const;
+
+    std::unique_ptr<GuardedFolder> m_folder;
+    std::unique_ptr<Guardian> m_guardian;
+    std::unique_ptr<QSignalSpy> m_finished;
+    std::unique_ptr<QSignalSpy> m_lines;
+};
+
+void tst_Guardian::init()
+{
+    m_folder = std::make_unique<GuardedFolder>();
+}
+
+void tst_Guardian::cleanup()
+{
+    if (QTest::currentTestFailed())
+        qInfo().noquote() << lines().join(u'\n');
+    m_guardian.reset();
+}
+
+void tst_Guardian::guard(const GuardianSettings &settings)
+{
+    m_guardian = std::make_unique<Guardian>(
+        settings, [](const ManifestAnswer &answer) { answer({}, u"nobody is to ask for a manifest"_s); });
+    m_finished = std::make_unique<QSignalSpy>(m_guardian.get(), &Guardian::finished);
+    m_lines = std::make_unique<QSignalSpy>(m_guardian.get(), &Guardian::logged);
+    m_guardian->run();
+}
+
+bool tst_Guardian::waitForStarts(qsizetype count) const
+{
+    return waitUntil([&] { return m_folder->starts().size() >= count; });
+}
+
+bool tst_Guardian::waitForBeat() const
+{
+    return waitUntil([&] { return QFile::exists(m_folder->runtimeDir() + "/.heartbeat"_L1); });
+}
+
+QStringList tst_Guardian::lines() const
+{
+    QStringList lines;
+    if (m_lines) {
+        for (const QList<QVariant> &line : *m_lines)
+            lines << line.first().toString();
+    }
+    return lines;
+}
+
+void tst_Guardian::aCleanEndEndsTheGuardian_data()
+{
+    QTest::addColumn<QByteArray>("behaviour");
+    QTest::newRow("after a while") << QByteArray("beats");
+    QTest::newRow("at once") << QByteArray("leaves");
+}
+
+void tst_Guardian::aCleanEndEndsTheGuardian()
+{
+    QFETCH(const QByteArray, behaviour);
+    test::writeFile(m_folder->path(u"app/behaviour"_s), behaviour);
+    guard(m_folder->settings());
+    if (behaviour == "beats") {
+        QVERIFY(waitForBeat());
+        m_folder->order(u"quit"_s);
+    }
+    QVERIFY(waitUntil([&] { return !m_finished->isEmpty(); }));
+    QCOMPARE(m_finished->first().first().toInt(), 0);
+    QCOMPARE(m_folder->starts().size(), 1);
+    QCOMPARE(lines().last(), u"the program ended in order"_s);
+}
+
+void tst_Guardian::aBadEndIsFollowedByAStart_data()
+{
+    QTest::addColumn<QByteArray>("behaviour");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("a crash after a while")
+        << QByteArray("beats") << u"the program ended: it crashed or was killed"_s;
+    QTest::newRow("a crash at start")
+        << QByteArray("crashes") << u"the program ended: it crashed or was killed"_s;
+    QTest::newRow("no window") << QByteArray("fails") << u"the program ended: it ended with exit code 255"_s;
+}
+
+void tst_Guardian::aBadEndIsFollowedByAStart()
+{
+    QFETCH(const QByteArray, behaviour);
+    QFETCH(const QString, line);
+    test::writeFile(m_folder->path(u"app/behaviour"_s), behaviour);
+    guard(m_folder->settings());
+    if (behaviour == "beats") {
+        QVERIFY(waitForBeat());
+        m_folder->order(u"crash"_s);
+    }
+    QVERIFY(waitForStarts(2));
+    QVERIFY2(lines().contains(u"it is started again in 1 ms"_s), qPrintable(lines().join(u'\n')));
+    QVERIFY2(!lines().filter(line).isEmpty(), qPrintable(lines().join(u'\n')));
+}
+
+void tst_Guardian::tooManyBadEnds()
+{
+    test::writeFile(m_folder->path(u"app/behaviour"_s), "fails");
+    GuardianSettings settings = m_folder->settings();
+    settings.restarts.limit = 3;
+    guard(settings);
+    QVERIFY(waitUntil([&] { return !m_finished->isEmpty(); }));
+    QCOMPARE(m_finished->first().first().toInt(), 1);
+    QCOMPARE(m_folder->starts().size(), 4);
+    QVERIFY2(lines().last().endsWith("given up"_L1), qPrintable(lines().last()));
+}
+
+void tst_Guardian::aProgramThatCantBeStarted()
+{
+    GuardianSettings settings = m_folder->settings();
+    test::writeFile(settings.installation.programPath(), "nothing that a system starts");
+    settings.restarts.limit = 2;
+    guard(settings);
+    QVERIFY(waitUntil([&] { return !m_finished->isEmpty(); }));
+    QCOMPARE(m_finished->first().first().toInt(), 1);
+    QCOMPARE(m_folder->starts(), QStringList());
+}
+
+void tst_Guardian::attachesToARun()
+{
+    const GuardianSettings settings = m_folder->settings();
+    QProcess run;
+    run.setEnvironment({"CORVANE_RUNTIME_DIR="_L1 + settings.runtimeDirectory});
+    run.start(settings.installation.programPath(), QStringList());
+    QVERIFY(waitForBeat());
+
+    guard(settings);
+    QCOMPARE(lines().last(), u"the program is running; it is watched"_s);
+    m_folder->order(u"quit"_s);
+    QVERIFY(waitUntil([&] { return !m_finished->isEmpty(); }));
+    QCOMPARE(m_finished->first().first().toInt(), 0);
+    QCOMPARE(m_folder->starts().size(), 1);
+    QVERIFY(run.state() == QProcess::NotRunning || run.waitForFinished());
+}
+
+void tst_Guardian::attachedToARunThatCrashes()
+{
+    GuardianSettings settings = m_folder->settings();
+    settings.attachOnly = true;
+    QProcess run;
+    run.setEnvironment({"CORVANE_RUNTIME_DIR="_L1 + settings.runtimeDirectory});
+    run.start(settings.installation.programPath(), QStringList());
+    QVERIFY(waitForBeat());
+    guard(settings);
+    m_folder->order(u"crash"_s);
+    QVERIFY(waitForStarts(2));
+    QVERIFY2(lines().contains(u"the program ended: it ended without its marks"_s),
+             qPrintable(lines().join(u'\n')));
+}
+
+void tst_Guardian::somebodyElsesStartDuringThePause()
+{
+    GuardianSettings settings = m_folder->settings();
+    settings.restarts.firstDelayMs = 3000;
+    guard(settings);
+    QVERIFY(waitForBeat());
+    m_folder->order(u"crash"_s);
+    QVERIFY(waitUntil([&] { return lines().contains(u"it is started again in 3000 ms"_s); }));
+    QProcess run;
+    run.setEnvironment({"CORVANE_RUNTIME_DIR="_L1 + settings.runtimeDirectory});
+    run.start(settings.installation.programPath(), QStringList());
+    QVERIFY(
+        waitUntil([&] { return lines().contains(u"somebody has started the program; it is watched"_s); }));
+    QCOMPARE(m_folder->starts().size(), 2);
+    m_folder->order(u"quit"_s);
+    QVERIFY(waitUntil([&] { return !m_finished->isEmpty(); }));
+    QCOMPARE(m_finished->first().first().toInt(), 0);
+    QVERIFY(run.state() == QProcess::NotRunning || run.waitForFinished());
+}
+
+void tst_Guardian::nothingToAttachTo()
+{
+    GuardianSettings settings = m_folder->settings();
+    settings.attachOnly = true;
+    guard(settings);
+    QCOMPARE(m_finished->size(), 1);
+    QCOMPARE(m_finished->first().first().toInt(), 4);
+    QCOMPARE(m_folder->starts(), QStringList());
+}
+
+void tst_Guardian::theProgramGetsItsArgumentsAndDirectory()
+{
+#ifndef Q_OS_LINUX
+    QSKIP("the program is a script of the shell here");
+#endif
+    GuardianSettings settings = m_folder->settings();
+    settings.arguments = {u"-a b"_s, u"ü"_s};
+    test::writeFile(settings.installation.programPath(),
+                    "#!/bin/sh\nprintf '%s|' \"$@\" \"$CORVANE_RUNTIME_DIR\" >\"$CORVANE_RUNTIME_DIR/told\"\n"
+                    "mv \"$CORVANE_RUNTIME_DIR/told\" \"$CORVANE_RUNTIME_DIR/starts\"\nexit 3\n");
+    guard(settings);
+    QVERIFY(waitForStarts(1));
+    QCOMPARE(m_folder->starts(), QStringList{u"-a b|ü|%1|"_s.arg(settings.runtimeDirectory)});
+}
+
+QTEST_GUILESS_MAIN(tst_Guardian)
+#include "tst_Guardian.moc"

@@ -1,0 +1,146 @@
+#include "tests/guardian/GuardedFolder.h"
+#include "tests/support/Processes.h"
+#include "tests/support/TestSupport.h"
+
+#include <QProcess>
+#include <QtTest>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace corvane;
+using test::GuardedFolder;
+using test::waitUntil;
+
+/// The built guardian from its command line. Its work is in tst_Guardian and tst_GuardianUpdate.
+class tst_GuardianProgram : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void commandLines_data();
+    void commandLines();
+    void notInTheInstallation();
+    void oneGuardianAtATime();
+    void theProgramOutlivesItsGuardian();
+
+private:
+    /// Exit code; the rest in m_output and m_errors.
+    int run(const QString &program, const QStringList &arguments);
+    void start(QProcess &guardian) const;
+    [[nodiscard]] bool waitForBeat() const;
+    [[nodiscard]] QStringList place() const
+    {
+        return {u"--install-dir"_s, m_folder->path(u"app"_s), u"--runtime-dir"_s, m_folder->runtimeDir()};
+    }
+
+    std::unique_ptr<GuardedFolder> m_folder;
+    QString m_output;
+    QString m_errors;
+};
+
+void tst_GuardianProgram::init()
+{
+    m_folder = std::make_unique<GuardedFolder>();
+}
+
+int tst_GuardianProgram::run(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(60'000))
+        return -1;
+    m_output = QString::fromUtf8(process.readAllStandardOutput());
+    m_errors = QString::fromUtf8(process.readAllStandardError());
+    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+}
+
+void tst_GuardianProgram::start(QProcess &guardian) const
+{
+    guardian.start(QStringLiteral(CORVANE_GUARDIAN), place());
+    QVERIFY(guardian.waitForStarted());
+}
+
+bool tst_GuardianProgram::waitForBeat() const
+{
+    return waitUntil([&] { return QFile::exists(m_folder->runtimeDir() + "/.heartbeat"_L1); });
+}
+
+void tst_GuardianProgram::commandLines_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("help") << QStringList{u"--help"_s} << 0 << u"Exit codes: 0 CORVANE ended in order"_s;
+    QTest::newRow("nothing") << QStringList() << 2 << u"--install-dir is missing"_s;
+    QTest::newRow("an unknown option") << QStringList{u"--force"_s} << 2 << u"force"_s;
+    QTest::newRow("no number") << QStringList{u"--install-dir"_s, u"APP"_s, u"--heartbeat-timeout"_s,
+                                              u"soon"_s}
+                               << 2 << u"takes a number of seconds"_s;
+    QTest::newRow("no installation") << QStringList{u"--install-dir"_s, u"APP/missing"_s} << 3
+                                     << u"there is no corvane in"_s;
+    QTest::newRow("marks in the installation")
+        << QStringList{u"--install-dir"_s, u"APP"_s, u"--runtime-dir"_s, u"APP/runtime"_s} << 3
+        << u"lies in the installation, which an update replaces"_s;
+    QTest::newRow("nothing to attach to")
+        << QStringList{u"--install-dir"_s, u"APP"_s, u"--runtime-dir"_s, u"APP.runtime"_s, u"--attach"_s} << 4
+        << u"the program isn't running"_s;
+}
+
+void tst_GuardianProgram::commandLines()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(const QString, text);
+    arguments.replaceInStrings(u"APP"_s, m_folder->path(u"app"_s));
+    const int exitCode = run(QStringLiteral(CORVANE_GUARDIAN), arguments);
+    QTEST(exitCode, "exitCode");
+    QVERIFY2((exitCode == 0 ? m_output : m_errors).contains(text), qPrintable(m_output + m_errors));
+    QCOMPARE(m_folder->starts(), QStringList());
+}
+
+void tst_GuardianProgram::notInTheInstallation()
+{
+    const QString own = m_folder->path(u"app/corvane-guardian"_s);
+    QVERIFY(QFile::copy(QStringLiteral(CORVANE_GUARDIAN), own));
+    QCOMPARE(run(own, place()), 3);
+    QVERIFY2(m_errors.contains("the guardian lies in the installation"_L1), qPrintable(m_errors));
+}
+
+void tst_GuardianProgram::oneGuardianAtATime()
+{
+    QProcess first;
+    start(first);
+    QVERIFY(waitForBeat());
+    QCOMPARE(run(QStringLiteral(CORVANE_GUARDIAN), place()), 3);
+    QVERIFY2(m_errors.contains("another guardian is at work"_L1), qPrintable(m_errors));
+    m_folder->order(u"quit"_s);
+    QVERIFY(first.waitForFinished());
+    QCOMPARE(first.exitCode(), 0);
+    QVERIFY2(test::contentsOf(m_folder->installation().log()).endsWith(" the program ended in order\n"),
+             test::contentsOf(m_folder->installation().log()).constData());
+}
+
+void tst_GuardianProgram::theProgramOutlivesItsGuardian()
+{
+    QProcess first;
+    start(first);
+    QVERIFY(waitForBeat());
+    test::killProcess(first.processId());
+    QVERIFY(first.waitForFinished());
+
+    QProcess second;
+    start(second);
+    QVERIFY(waitUntil([&] {
+        return test::contentsOf(m_folder->installation().log())
+            .contains("the program is running; it is watched");
+    }));
+    QCOMPARE(m_folder->starts().size(), 1);
+    m_folder->order(u"quit"_s);
+    QVERIFY(second.waitForFinished());
+    QCOMPARE(second.exitCode(), 0);
+    QCOMPARE(m_folder->starts().size(), 1);
+}
+
+QTEST_GUILESS_MAIN(tst_GuardianProgram)
+#include "tst_GuardianProgram.moc"

@@ -1,0 +1,59 @@
+#include "tools/guardian/Installation.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using namespace corvane::guardian;
+
+/// Where a guardian may be.
+class tst_Installation : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void places_data();
+    void places();
+};
+
+void tst_Installation::places_data()
+{
+    QTest::addColumn<QString>("guardian");
+    QTest::addColumn<QString>("runtime");
+    QTest::addColumn<QString>("problem");
+    const QString in = u"the guardian lies in the installation"_s;
+    const QString runtimeIn = u"lies in the installation, which an update replaces"_s;
+    QTest::newRow("beside it") << u"guardian"_s << u"runtime"_s << QString();
+    QTest::newRow("in the folder above") << u"."_s << u"runtime"_s << QString();
+    QTest::newRow("in a folder whose name begins the same")
+        << u"app.guardian"_s << u"app-data/runtime"_s << QString();
+    QTest::newRow("in it") << u"app"_s << u"runtime"_s << in;
+    QTest::newRow("deeper in it") << u"app/tools/x"_s << u"runtime"_s << in;
+    QTest::newRow("in it by a detour") << u"guardian/../app"_s << u"runtime"_s << in;
+    QTest::newRow("in it by a link") << u"link"_s << u"runtime"_s << in;
+    QTest::newRow("the runtime directory in it") << u"guardian"_s << u"app/runtime"_s << runtimeIn;
+    QTest::newRow("the runtime directory in it, not made yet")
+        << u"guardian"_s << u"app/not/there/yet"_s << runtimeIn;
+    QTest::newRow("the runtime directory in it by a link") << u"guardian"_s << u"link/runtime"_s << runtimeIn;
+}
+
+void tst_Installation::places()
+{
+    QFETCH(const QString, guardian);
+    QFETCH(const QString, runtime);
+    QFETCH(const QString, problem);
+    const QTemporaryDir folder;
+    QDir top(folder.path());
+    for (const QString &name : {u"app/tools/x"_s, u"guardian"_s, u"app.guardian"_s})
+        QVERIFY(top.mkpath(name));
+    QVERIFY(QFile::link(top.filePath(u"app"_s), top.filePath(u"link"_s)));
+    const Installation installation{QFileInfo(top.filePath(u"app"_s)).canonicalFilePath(), u"corvane"_s};
+
+    const QString answer = placeProblem(installation, top.filePath(guardian), top.filePath(runtime));
+    QVERIFY2(problem.isEmpty() ? answer.isEmpty() : answer.contains(problem), qPrintable(answer));
+}
+
+QTEST_GUILESS_MAIN(tst_Installation)
+#include "tst_Installation.moc"

@@ -1,0 +1,95 @@
+#include "tests/guardian/GuardedFolder.h"
+#include "tools/guardian/Marks.h"
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace corvane::guardian;
+using corvane::test::writeFile;
+
+/// The program's files as the guardian understands them.
+class tst_Marks : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void heartbeat_data();
+    void heartbeat();
+    void cleanEnd_data();
+    void cleanEnd();
+    void request();
+};
+
+void tst_Marks::heartbeat_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<qint64>("beat");
+    QTest::newRow("a time") << QByteArray("1790000000123") << qint64(1790000000123);
+    QTest::newRow("being written") << QByteArray("") << qint64(-1);
+    QTest::newRow("no number") << QByteArray("soon") << qint64(-1);
+    QTest::newRow("endless") << QByteArray(1'000'000, '1') << qint64(-1);
+}
+
+void tst_Marks::heartbeat()
+{
+    QFETCH(const QByteArray, text);
+    const QTemporaryDir folder;
+    const Marks marks{folder.path()};
+    QVERIFY(!marks.heartbeat());
+    writeFile(folder.filePath(u".heartbeat"_s), text);
+    QTEST(marks.heartbeat().value_or(-1), "beat");
+}
+
+void tst_Marks::cleanEnd_data()
+{
+    QTest::addColumn<bool>("markBefore");
+    QTest::addColumn<bool>("sentinel");
+    QTest::addColumn<bool>("markNow");
+    QTest::addColumn<bool>("cleanly");
+    QTest::newRow("the first run, in order") << false << false << true << true;
+    QTest::newRow("a later run, in order") << true << false << true << true;
+    QTest::newRow("only the mark of a former run") << true << false << false << false;
+    QTest::newRow("no mark at all") << false << false << false << false;
+    QTest::newRow("the sentinel stands") << true << true << true << false;
+}
+
+void tst_Marks::cleanEnd()
+{
+    QFETCH(const bool, markBefore);
+    QFETCH(const bool, sentinel);
+    QFETCH(const bool, markNow);
+    const QTemporaryDir folder;
+    const Marks marks{folder.path()};
+    const QString mark = folder.filePath(u".cleanexit"_s);
+    if (markBefore) {
+        writeFile(mark, {});
+        QFile file(mark);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        QVERIFY(file.setFileTime(QDateTime::currentDateTime().addDays(-1), QFile::FileModificationTime));
+    }
+    const QDateTime before = marks.cleanExit();
+    QCOMPARE(before.isValid(), markBefore);
+    if (sentinel)
+        writeFile(folder.filePath(u"crashes/.running"_s), "running\n");
+    if (markNow)
+        writeFile(mark, {});
+    QTEST(marks.endedCleanlySince(before), "cleanly");
+}
+
+void tst_Marks::request()
+{
+    const QTemporaryDir folder;
+    const Marks marks{folder.path()};
+    QVERIFY(!marks.updateRequested());
+    QVERIFY(marks.removeRequest());
+    writeFile(folder.filePath(u"update/apply-now"_s), {});
+    QVERIFY(marks.updateRequested());
+    QVERIFY(marks.removeRequest());
+    QVERIFY(!marks.updateRequested());
+}
+
+QTEST_GUILESS_MAIN(tst_Marks)
+#include "tst_Marks.moc"

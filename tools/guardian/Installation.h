@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QString>
+
+namespace corvane::guardian {
+
+/// Where an installation is, and what the guardian keeps beside it. Everything of the guardian's lies in one
+/// folder, on the same file system, so that folders go from one to the other by renaming.
+struct Installation
+{
+    QString directory; ///< of the program; canonical
+    QString program;   ///< the program's file name in it
+
+    [[nodiscard]] QString programPath() const { return directory + u'/' + program; }
+    [[nodiscard]] QString own() const { return directory + QStringLiteral(".guardian"); }
+    [[nodiscard]] QString next() const { return own() + QStringLiteral("/next"); } ///< being unpacked
+    [[nodiscard]] QString previous() const
+    {
+        return own() + QStringLiteral("/previous");
+    }                                                                                  ///< to roll back to
+    [[nodiscard]] QString failed() const { return own() + QStringLiteral("/failed"); } ///< was rolled back
+    [[nodiscard]] QString package() const { return own() + QStringLiteral("/package.zip"); }
+    [[nodiscard]] QString journal() const { return own() + QStringLiteral("/journal.json"); }
+    [[nodiscard]] QString record() const { return own() + QStringLiteral("/last-update.json"); }
+    [[nodiscard]] QString log() const { return own() + QStringLiteral("/guardian.log"); }
+    [[nodiscard]] QString lock() const { return own() + QStringLiteral("/lock"); }
+};
+
+/// Why a guardian in the folder `guardianDirectory` can't guard `installation`, or empty. An update moves the
+/// installation away with all that is in it: neither the guardian nor the runtime directory may lie there.
+[[nodiscard]] QString placeProblem(const Installation &installation, const QString &guardianDirectory,
+                                   const QString &runtimeDirectory);
+
+/// True if `path` is `folder` or lies in it, links resolved as far as the path exists.
+[[nodiscard]] bool isWithin(const QString &path, const QString &folder);
+
+} // namespace corvane::guardian

@@ -1,0 +1,88 @@
+#include "tools/guardian/Options.h"
+
+#include "tools/guardian/FileNames.h"
+
+#include <QCommandLineOption>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace corvane::guardian {
+
+namespace {
+
+constexpr auto description =
+    R"(Starts CORVANE and keeps it up: starts it again after a crash, with growing pauses and
+a limit, and puts a staged update in its place when CORVANE asks for it, which it does
+only while nothing is on air. A version that doesn't come up is rolled back.
+
+What it keeps lies beside the installation, in DIR.guardian: its log, the former
+installation, what became of the last update.
+
+The feed that an update is checked against is CORVANE's own (CORVANE_UPDATE_FEED).
+
+Exit codes: 0 CORVANE ended in order; 1 it can't be kept up; 2 wrong command line;
+3 wrong place, or another guardian is at work; 4 nothing to attach to.)"_L1;
+
+Options refused(const QString &why, ExitCode code)
+{
+    return {std::nullopt, "corvane-guardian: "_L1 + why + u'\n', code};
+}
+
+/// Where the installation is. In the middle of an update its place may be empty; then its parent is there.
+QString placeOf(const QString &given)
+{
+    const QFileInfo directory(QDir::cleanPath(given));
+    if (directory.exists())
+        return directory.canonicalFilePath();
+    const QString parent = QFileInfo(directory.absolutePath()).canonicalFilePath();
+    return parent.isEmpty() ? QString() : parent + u'/' + directory.fileName();
+}
+
+} // namespace
+
+Options readOptions(const QStringList &arguments, const QString &runtimeDirectory)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(description);
+    const QCommandLineOption help({u"h"_s, u"help"_s}, u"tells this"_s);
+    const QCommandLineOption install(u"install-dir"_s, u"where CORVANE is installed (has to be given)"_s,
+                                     u"DIR"_s);
+    const QCommandLineOption runtime(
+        u"runtime-dir"_s, u"where CORVANE leaves its marks (default: where it does by itself)"_s, u"DIR"_s);
+    const QCommandLineOption attach(u"attach"_s,
+                                    u"watch a run that is there already; leave if there is none"_s);
+    const QCommandLineOption patience(
+        u"heartbeat-timeout"_s, u"how long a new version may take to its first heartbeat (default: 60)"_s,
+        u"SECONDS"_s, u"60"_s);
+    parser.addOptions({help, install, runtime, attach, patience});
+    parser.addPositionalArgument(u"arguments"_s, u"for CORVANE, after --"_s, u"[-- arguments]"_s);
+
+    if (!parser.parse(arguments))
+        return refused(parser.errorText(), WrongUsage);
+    if (parser.isSet(help))
+        return {std::nullopt, parser.helpText(), EndedCleanly};
+    if (parser.value(install).isEmpty())
+        return refused(u"--install-dir is missing; see --help"_s, WrongUsage);
+    bool isNumber = false;
+    const int seconds = parser.value(patience).toInt(&isNumber);
+    if (!isNumber || seconds < 1)
+        return refused(u"--heartbeat-timeout takes a number of seconds"_s, WrongUsage);
+
+    GuardianSettings settings;
+    settings.installation = {placeOf(parser.value(install)), programFileName()};
+    settings.runtimeDirectory =
+        QFileInfo(parser.isSet(runtime) ? parser.value(runtime) : runtimeDirectory).absoluteFilePath();
+    settings.arguments = parser.positionalArguments();
+    settings.attachOnly = parser.isSet(attach);
+    settings.heartbeatPatience = std::chrono::seconds(seconds);
+
+    const Installation &at = settings.installation;
+    if (at.directory.isEmpty() || (!QFileInfo::exists(at.programPath()) && !QFileInfo::exists(at.journal())))
+        return refused(u"there is no %1 in %2"_s.arg(programFileName(), parser.value(install)), WrongPlace);
+    return {settings, {}, EndedCleanly};
+}
+
+} // namespace corvane::guardian

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "tools/guardian/Guardian.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+namespace corvane::guardian {
+
+/// What the command line asks for.
+struct Options
+{
+    std::optional<GuardianSettings> settings; ///< without them: print `text` and leave with `exitCode`
+    QString text;
+    ExitCode exitCode = EndedCleanly;
+};
+
+/// Reads `arguments`, which begin with the program's name. `runtimeDirectory` is the one that the program
+/// would choose. The installation has to exist, at least as something that an update was cut off at. Needs an
+/// application object.
+[[nodiscard]] Options readOptions(const QStringList &arguments, const QString &runtimeDirectory);
+
+} // namespace corvane::guardian

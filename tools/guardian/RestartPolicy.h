@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QList>
+#include <QtGlobal>
+
+#include <optional>
+
+namespace corvane::guardian {
+
+/// What follows a crash of the program. Pure: the caller brings the time, in milliseconds.
+struct RestartPolicy
+{
+    qint64 firstDelayMs = 1000;
+    qint64 longestDelayMs = 60'000;
+    qint64 windowMs = 600'000; ///< crashes count for as long as this
+    qsizetype limit = 8;       ///< restarts within the window
+
+    QList<qint64> crashes = {}; ///< within the window, oldest first
+
+    /// Time to wait before the next start, doubled with each crash in the window; nothing if there have been
+    /// too many.
+    std::optional<qint64> onCrash(qint64 nowMs);
+};
+
+} // namespace corvane::guardian

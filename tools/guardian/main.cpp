@@ -1,0 +1,78 @@
+#include "tools/guardian/Guardian.h"
+#include "tools/guardian/Options.h"
+#include "update/PinnedUpdateKey.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QLockFile>
+#include <QStandardPaths>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+using namespace corvane::guardian;
+
+namespace {
+
+/// As the program chooses it.
+QString runtimeDirectory()
+{
+    const QString given = qEnvironmentVariable("CORVANE_RUNTIME_DIR");
+    return given.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + "/runtime"_L1
+                           : given;
+}
+
+void print(std::FILE *stream, const QString &text)
+{
+    const QByteArray bytes = text.toLocal8Bit();
+    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
+    std::fflush(stream);
+}
+
+ExitCode refuse(const QString &why)
+{
+    print(stderr, "corvane-guardian: "_L1 + why + u'\n');
+    return WrongPlace;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const QCoreApplication app(argc, argv);
+    // The program's identity: its directories are looked for under the same names.
+    QCoreApplication::setApplicationName(u"CORVANE"_s);
+    QCoreApplication::setOrganizationName(u"halvorndev"_s);
+    QCoreApplication::setOrganizationDomain(QStringLiteral(CORVANE_ORGANIZATION_DOMAIN));
+
+    Options options = readOptions(QCoreApplication::arguments(), runtimeDirectory());
+    if (!options.settings) {
+        print(options.exitCode == EndedCleanly ? stdout : stderr, options.text);
+        return options.exitCode;
+    }
+    GuardianSettings &settings = *options.settings;
+    settings.pinnedKey = QString::fromLatin1(corvane::pinnedUpdateKey()).trimmed();
+
+    const Installation &at = settings.installation;
+    if (const QString problem =
+            placeProblem(at, QCoreApplication::applicationDirPath(), settings.runtimeDirectory);
+        !problem.isEmpty()) {
+        return refuse(problem);
+    }
+    if (!QDir().mkpath(at.own()))
+        return refuse(
+            u"the folder %1, where the guardian keeps what it needs, can't be made"_s.arg(at.own()));
+    QLockFile lock(at.lock());
+    lock.setStaleLockTime(0); // held for as long as its holder lives
+    if (!lock.tryLock())
+        return refuse(u"another guardian is at work on %1"_s.arg(at.directory));
+
+    const QString feed = qEnvironmentVariable("CORVANE_UPDATE_FEED", QStringLiteral(CORVANE_UPDATE_FEED_URL));
+    QObject requests;
+    Guardian guardian(settings, httpsSource(feed, &requests));
+    QObject::connect(&guardian, &Guardian::logged, &guardian,
+                     [](const QString &line) { print(stderr, "guardian: "_L1 + line + u'\n'); });
+    QObject::connect(&guardian, &Guardian::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);
+    guardian.run();
+    return QCoreApplication::exec();
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+class QFile;
+
+namespace corvane {
+
+/// Whether others than its owner may read or write `file`, as far as the platform lets one see that.
+[[nodiscard]] bool isOpenToOthers(const QFile &file);
+
+} // namespace corvane
