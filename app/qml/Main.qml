@@ -79,6 +79,8 @@ ApplicationWindow {
         }
 
         font.capitalization: Font.MixedCase
+        verticalPadding: 12 // as high as the toolbar in every version of the style
+        implicitHeight: Math.max(48, implicitContentHeight + topPadding + bottomPadding)
         Accessible.name: text
         Accessible.onPressAction: clicked()
         Keys.onReturnPressed: event => press(event)
@@ -89,6 +91,15 @@ ApplicationWindow {
         flat: true
     }
 
+    // Of a size of its own, all of which is for the text.
+    component SmallButton: FlatButton {
+        verticalPadding: 0
+        leftPadding: 0
+        rightPadding: 0
+        topInset: 0
+        bottomInset: 0
+    }
+
     // Digits alone: a port or a picture's width has no thousands.
     component NumberBox: SpinBox {
         textFromValue: value => value.toFixed(0)
@@ -96,7 +107,8 @@ ApplicationWindow {
 
     // As wide as its text; the style's least width takes the room from the label beside it.
     component HeaderButton: FlatButton {
-        horizontalPadding: 6
+        leftPadding: 6
+        rightPadding: 6
         implicitWidth: Math.max(36, implicitContentWidth + leftPadding + rightPadding)
     }
 
@@ -620,15 +632,12 @@ ApplicationWindow {
                                         visible: active
                                         Layout.alignment: Qt.AlignTop
 
-                                        sourceComponent: FlatButton {
+                                        sourceComponent: SmallButton {
                                             objectName: "rowStopButton"
                                             text: plDel.confirmingStop ? "Confirmar?" : "■"
                                             font.pixelSize: plDel.confirmingStop ? 10 : 14
                                             implicitWidth: plDel.confirmingStop ? 72 : 32
                                             implicitHeight: 28
-                                            padding: 0
-                                            topInset: 0
-                                            bottomInset: 0
                                             Material.foreground: theme.danger
                                             Accessible.name: (plDel.confirmingStop ? "Confirmar parada de " : "Parar ")
                                                              + nameLabel.text
@@ -1242,15 +1251,12 @@ ApplicationWindow {
                                                                                            outputRow.index, checked)
                                                     }
 
-                                                    FlatButton {
+                                                    SmallButton {
                                                         objectName: "outputDelete"
                                                         text: outputRow.confirmDelete ? "?" : "✗"
                                                         font.pixelSize: 14
                                                         implicitWidth: 32
                                                         implicitHeight: 32
-                                                        padding: 0
-                                                        topInset: 0
-                                                        bottomInset: 0
                                                         Material.foreground: theme.danger
                                                         Accessible.name: ToolTip.text + ": " + outputRow.modelData.url
                                                         ToolTip.visible: hovered
@@ -1568,6 +1574,10 @@ ApplicationWindow {
                                                 readOnly: true
                                                 wrapMode: TextEdit.Wrap
                                                 textFormat: TextEdit.PlainText
+                                                topPadding: 8
+                                                bottomPadding: 16
+                                                leftPadding: 0
+                                                rightPadding: 0
                                                 font.family: theme.mono // qmllint disable
                                                 font.pixelSize: 11
                                                 color: theme.text
@@ -1666,14 +1676,11 @@ ApplicationWindow {
                                 Layout.fillWidth: true
                             }
 
-                            FlatButton {
+                            SmallButton {
                                 objectName: "clearLogButton"
                                 text: "Limpar"
                                 font.pixelSize: 10
                                 implicitHeight: 24
-                                padding: 0
-                                topInset: 0
-                                bottomInset: 0
                                 Material.foreground: theme.dim
                                 Accessible.name: "Limpar log"
                                 onClicked: engine.clearLog()

@@ -211,6 +211,7 @@ void Interface::openTab(int index)
     static const QStringList tabs{u"tabFonte"_s, u"tabEncoder"_s, u"tabSaídas"_s, u"tabPreview"_s};
     click(tabs.at(index));
     QTRY_COMPARE(item(u"pages"_s)->property("currentIndex").toInt(), index);
+    QVERIFY(awaitFrame());
 }
 
 QString Interface::addPipeline()
