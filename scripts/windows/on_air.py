@@ -32,7 +32,7 @@ def bring_ffmpeg(prefix):
 
 def perform(stage, package, folder):
     prefix = Prefix(stage)
-    shutil.copytree(package, prefix.path("corvane"))
+    shutil.copytree(package / "corvane", prefix.path("corvane"))
     window = WineWindow(stage, prefix, r"C:\corvane\corvane.exe", bring_ffmpeg(prefix))
     log = folder / "log.txt"
     try:

@@ -3,9 +3,9 @@
 
     package.py <build folder> <folder for the packages>
 
-Leaves the folder CORVANE-<version>-win64, the same as a .zip and, made by CPack, as an installer. Run in the
-environment (./dev windows package). What is needed is found out, not listed: libraries by what each
-program, plugin and library imports, QML modules by what the interface imports.
+Leaves the folder CORVANE-<version>-win64, the same as a .zip and, made by CPack, as an installer; and its part
+corvane/ as a .zip for the update feed. Run in the environment (./dev windows package). What is needed is found out, not
+listed: libraries by what each program, plugin and library imports, QML modules by what the interface imports.
 """
 
 import json
@@ -21,11 +21,12 @@ TREE = pathlib.Path(__file__).resolve().parents[2]
 QT = pathlib.Path("/qt")
 COMPILER = "x86_64-w64-mingw32-g++-posix"
 STRIP = "x86_64-w64-mingw32-strip"
-PROGRAMS = ("corvane.exe", "corvane-guardian.exe", "corvane-publish.exe")
-PLUGINS = (
-    "platforms/qwindows.dll",  # the window
-    "tls/qschannelbackend.dll",  # updates come over HTTPS
-)
+TLS = "tls/qschannelbackend.dll"  # updates come over HTTPS
+WINDOW = "platforms/qwindows.dll"
+# The guardian replaces the program's folder as a whole, so it can't lie in it.
+PROGRAM_FOLDER = "corvane"
+COMPANIONS_FOLDER = "companions"
+COMPANIONS = ("corvane-guardian.exe", "corvane-publish.exe")
 # Of every control there is a fallback in Basic, and the window is in Material: these are neither.
 OTHER_STYLES = {"Fusion", "Imagine", "Universal", "Windows", "FluentWinUI3", "macOS", "iOS"}
 COMPILER_LIBRARIES = ("libgcc_s_seh-1.dll", "libstdc++-6.dll", "libwinpthread-1.dll")
@@ -111,34 +112,54 @@ def copy_licences(target):
         shutil.copyfile(file, place / file.name)
 
 
-def fill(build, target):
-    if target.exists():
-        shutil.rmtree(target)
+def copy_programs(build, target, *names):
     target.mkdir(parents=True)
-    for name in PROGRAMS:
-        if (build / name).exists():
-            shutil.copyfile(build / name, target / name)
-    if not (target / "corvane.exe").exists():
-        raise PackageError(f"{build}/corvane.exe isn't built")
-    for plugin in PLUGINS:
-        place = target / "plugins" / plugin
+    for name in names:
+        if not (build / name).exists():
+            raise PackageError(f"{build / name} isn't built")
+        shutil.copyfile(build / name, target / name)
+
+
+def copy_plugins(target, *names):
+    for name in names:
+        place = target / "plugins" / name
         place.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copyfile(QT / "plugins" / plugin, place)
-    for folder in qml_modules():
-        copy_module(folder, target)
+        shutil.copyfile(QT / "plugins" / name, place)
+
+
+def finish(target):
+    """What the files of a folder need besides themselves."""
     copy_libraries(target)
     for file in (*target.rglob("*.exe"), *target.rglob("*.dll")):
         subprocess.run([STRIP, "--strip-unneeded", str(file)], check=True)
     (target / "qt.conf").write_text("[Paths]\nPrefix=.\nPlugins=plugins\nQmlImports=qml\n", encoding="ascii")
-    copy_licences(target)
 
 
-def pack(target, archive):
+def fill(build, target):
+    if target.exists():
+        shutil.rmtree(target)
+    program = target / PROGRAM_FOLDER
+    copy_programs(build, program, "corvane.exe")
+    copy_plugins(program, WINDOW, TLS)
+    for folder in qml_modules():
+        copy_module(folder, program)
+    finish(program)
+    copy_licences(program)
+    companions = target / COMPANIONS_FOLDER
+    copy_programs(build, companions, *COMPANIONS)
+    copy_plugins(companions, TLS)
+    finish(companions)
+
+
+def pack(target, archive, top):
+    """The folder as an archive, in which it is called `top`; "" for its content alone."""
     archive.parent.mkdir(parents=True, exist_ok=True)
+    files = [file for file in sorted(target.rglob("*")) if file.is_file()]
     with zipfile.ZipFile(archive, "w", zipfile.ZIP_DEFLATED, compresslevel=9) as packed:
-        for file in sorted(target.rglob("*")):
-            if file.is_file():
-                packed.write(file, pathlib.PurePosixPath(target.name) / file.relative_to(target).as_posix())
+        for file in files:
+            packed.write(file, pathlib.PurePosixPath(top) / file.relative_to(target).as_posix())
+    print(f"{archive.name}: {len(files)} files, {archive.stat().st_size / 1e6:.1f} MB "
+          f"({sum(file.stat().st_size for file in files) / 1e6:.1f} MB unpacked)")
 
 
 def installer(target, version):
@@ -155,15 +176,12 @@ def main():
     build, folder = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
     version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", (build / "CMakeCache.txt").read_text(), re.M)[1]
     target = folder / f"CORVANE-{version}-win64"
-    archive = folder / f"{target.name}.zip"
     try:
         fill(build, target)
     except PackageError as error:
         sys.exit(f"package: {error}")
-    pack(target, archive)
-    files = [file for file in target.rglob("*") if file.is_file()]
-    print(f"{archive.name}: {len(files)} files, {archive.stat().st_size / 1e6:.1f} MB "
-          f"({sum(file.stat().st_size for file in files) / 1e6:.1f} MB unpacked)")
+    pack(target, folder / f"{target.name}.zip", target.name)
+    pack(target / PROGRAM_FOLDER, folder / f"{target.name}-update.zip", "")
     setup = installer(target, version)
     print(f"{setup.name}: {setup.stat().st_size / 1e6:.1f} MB")
 

@@ -17,6 +17,7 @@ from stage import DemoError # noqa: E402
 from wine_window import WineWindow # noqa: E402
 
 INSTALLED = "Program Files/CORVANE"
+COMPANIONS = ("corvane-guardian", "corvane-publish")
 START_MENU = "**/Start Menu/Programs/**/CORVANE.lnk"
 # What Wine says for itself, or has no counterpart for.
 WINES_OWN = ("wine: could not open working directory", "qt.qpa.screen: \"Unable to open monitor interface",
@@ -53,14 +54,19 @@ def try_archive(stage, prefix, folder):
     archive = the_only(folder, "CORVANE-*-win64.zip")
     with zipfile.ZipFile(archive) as packed:
         packed.extractall(prefix.path(""))
-    start(stage, prefix, rf"C:\{archive.stem}\corvane.exe", folder / "windows-archive.png")
+    start(stage, prefix, rf"C:\{archive.stem}\corvane\corvane.exe", folder / "windows-archive.png")
+    for name in COMPANIONS:
+        said = prefix.run(rf"C:\{archive.stem}\companions\{name}.exe", "--help")
+        if name not in said:
+            raise DemoError(f"{name} --help says: {said}")
+        print(f"{name}: starts")
 
 
 def try_installer(stage, prefix, folder):
     setup = the_only(folder, "CORVANE-*-win64.exe")
     prefix.path(setup.name).write_bytes(setup.read_bytes())
     prefix.run(rf"C:\{setup.name}", "/S")
-    if not prefix.path(INSTALLED + "/corvane.exe").exists():
+    if not prefix.path(INSTALLED + "/corvane/corvane.exe").exists():
         raise DemoError("the installer installed no program")
     the_only(prefix.path(""), START_MENU)
     entry = prefix.run("reg", "query", UNINSTALL_KEY)
@@ -69,7 +75,7 @@ def try_installer(stage, prefix, folder):
             raise DemoError(f"the list of installed programs doesn't tell {name}:\n{entry}")
     if not prefix.path(INSTALLED + "/Uninstall.exe").exists():
         raise DemoError("the installer brought no uninstaller")
-    start(stage, prefix, r"C:\Program Files\CORVANE\corvane.exe", folder / "windows-installed.png")
+    start(stage, prefix, r"C:\Program Files\CORVANE\corvane\corvane.exe", folder / "windows-installed.png")
 
     prefix.run(r"C:\Program Files\CORVANE\Uninstall.exe", "/S")
     left = [*prefix.path("").glob("Program Files/CORVANE/**/*"), *prefix.path("").glob(START_MENU)]
