@@ -2,7 +2,7 @@
 #
 # Makes an authority (ca.pem) and what a server on loopback may show, all with the key server.key:
 #   trusted.pem    by that authority, for 127.0.0.1 and localhost
-#   expired.pem    the same, but of yesterday
+#   expired.pem    the same, but of a time gone by
 #   elsewhere.pem  by that authority, for another host
 #   stranger.pem   for 127.0.0.1 and localhost, by an authority that nobody trusts
 
@@ -21,17 +21,33 @@ function(authority name)
         -subj "/CN=CORVANE tests, ${name}" -addext basicConstraints=critical,CA:TRUE)
 endfunction()
 
-function(certificate name authority days names)
+function(request name names)
     openssl(req -new -key server.key -out ${name}.csr -subj "/CN=CORVANE tests"
         -addext "subjectAltName=${names}" -addext basicConstraints=CA:FALSE)
-    openssl(x509 -req -in ${name}.csr -out ${name}.pem -days ${days} -copy_extensions copy
+endfunction()
+
+function(certificate name authority names)
+    request(${name} ${names})
+    openssl(x509 -req -in ${name}.csr -out ${name}.pem -days 3650 -copy_extensions copy
         -CA ${authority}.pem -CAkey ${authority}.key -CAcreateserial)
+endfunction()
+
+# Only this command of OpenSSL's takes dates that have gone by, in every version of it.
+function(past_certificate name authority names)
+    request(${name} ${names})
+    file(WRITE "${FOLDER}/index.txt" "")
+    file(WRITE "${FOLDER}/past.cnf"
+        "[ca]\ndefault_ca = past\n"
+        "[past]\ndatabase = index.txt\nnew_certs_dir = .\ndefault_md = sha256\ncopy_extensions = copy\npolicy = any\nrand_serial = yes\n"
+        "[any]\ncommonName = supplied\n")
+    openssl(ca -batch -notext -config past.cnf -in ${name}.csr -out ${name}.pem
+        -startdate 20200101000000Z -enddate 20200201000000Z -cert ${authority}.pem -keyfile ${authority}.key)
 endfunction()
 
 authority(ca)
 authority(other-ca)
 openssl(genrsa -out server.key 2048)
-certificate(trusted ca 3650 IP:127.0.0.1,DNS:localhost)
-certificate(expired ca -1 IP:127.0.0.1,DNS:localhost)
-certificate(elsewhere ca 3650 DNS:elsewhere.example)
-certificate(stranger other-ca 3650 IP:127.0.0.1,DNS:localhost)
+certificate(trusted ca IP:127.0.0.1,DNS:localhost)
+past_certificate(expired ca IP:127.0.0.1,DNS:localhost)
+certificate(elsewhere ca DNS:elsewhere.example)
+certificate(stranger other-ca IP:127.0.0.1,DNS:localhost)
