@@ -38,7 +38,8 @@ function(past_certificate name authority names)
     file(WRITE "${FOLDER}/index.txt" "")
     file(WRITE "${FOLDER}/past.cnf"
         "[ca]\ndefault_ca = past\n"
-        "[past]\ndatabase = index.txt\nnew_certs_dir = .\ndefault_md = sha256\ncopy_extensions = copy\npolicy = any\nrand_serial = yes\n"
+        "[past]\ndatabase = index.txt\nnew_certs_dir = .\ndefault_md = sha256\ncopy_extensions = copy\n"
+        "policy = any\nrand_serial = yes\n"
         "[any]\ncommonName = supplied\n")
     openssl(ca -batch -notext -config past.cnf -in ${name}.csr -out ${name}.pem
         -startdate 20200101000000Z -enddate 20200201000000Z -cert ${authority}.pem -keyfile ${authority}.key)
