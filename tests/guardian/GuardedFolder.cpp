@@ -1,5 +1,6 @@
 #include "tests/guardian/GuardedFolder.h"
 
+#include "tests/support/Processes.h"
 #include "tools/guardian/FileNames.h"
 #include "update/UpdateFiles.h"
 
@@ -31,6 +32,9 @@ void writeFile(const QString &path, const QByteArray &bytes)
 
 GuardedFolder::GuardedFolder()
 {
+    // The copies of the program find their libraries there.
+    static const QString searched = pathForCopies(qEnvironmentVariable("PATH"));
+    qputenv("PATH", searched.toLocal8Bit());
     install(path(u"app"_s), "0.1.0", "beats");
     QDir().mkpath(runtimeDir() + "/update"_L1);
     QDir().mkpath(installation().own());

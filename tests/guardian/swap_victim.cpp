@@ -1,15 +1,16 @@
-// Does one thing with a DirectorySwap and dies of SIGKILL before the step of the given number.
+// Does one thing with a DirectorySwap and dies before the step of the given number: at once,
+// with nothing written that wasn't yet.
 //
 //   swap_victim INSTALLATION install|roll-back|recover exchange|rename STEP
 //
-// Exit code 0: there was no such step, and what was to be done is done; 1: it couldn't be done.
+// Exit code 0: there was no such step, and what was to be done is done; 1: it couldn't be done; 9: dead.
 
 #include "tools/guardian/DirectorySwap.h"
 
 #include <QCoreApplication>
 #include <QStringList>
 
-#include <csignal>
+#include <cstdlib>
 
 using namespace Qt::StringLiterals;
 using namespace corvane::guardian;
@@ -25,7 +26,7 @@ int main(int argc, char *argv[])
     swap.mayExchange = arguments.value(3) == "exchange"_L1;
     swap.beforeStep = [left = arguments.value(4).toInt()](const char * /*step*/) mutable {
         if (left-- == 0)
-            (void)std::raise(SIGKILL);
+            std::_Exit(9);
     };
     if (action == "install"_L1)
         return swap.install(readStamp(installation.next())) ? 0 : 1;

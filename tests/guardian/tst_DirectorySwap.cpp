@@ -75,7 +75,7 @@ private Q_SLOTS:
 
 private:
     void stageNext(const QByteArray &version) const;
-    /// Exit code of swap_victim; -1 if it was killed.
+    /// Exit code of swap_victim; -1 if it died.
     [[nodiscard]] int victim(const QString &action, const QString &way, int step) const;
     /// Folders of the guardian, without files.
     [[nodiscard]] QStringList kept() const;
@@ -105,7 +105,10 @@ int tst_DirectorySwap::victim(const QString &action, const QString &way, int ste
     process.start(QStringLiteral(CORVANE_SWAP_VICTIM), {m_at.directory, action, way, QString::number(step)});
     if (!process.waitForFinished(60'000))
         return -2;
-    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    if (process.exitStatus() != QProcess::NormalExit)
+        return -3;
+    constexpr int died = 9;
+    return process.exitCode() == died ? -1 : process.exitCode();
 }
 
 QStringList tst_DirectorySwap::kept() const
@@ -191,7 +194,9 @@ void tst_DirectorySwap::nothingToRollBackTo()
 void tst_DirectorySwap::killedOnTheWayForward_data()
 {
     QTest::addColumn<QString>("way");
+#ifndef Q_OS_WIN // which has none
     QTest::newRow("by exchange") << u"exchange"_s;
+#endif
     QTest::newRow("by two renames") << u"rename"_s;
 }
 

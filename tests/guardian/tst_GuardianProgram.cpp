@@ -1,6 +1,8 @@
 #include "tests/guardian/GuardedFolder.h"
 #include "tests/support/Processes.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/ToolPath.h"
+#include "tools/guardian/FileNames.h"
 
 #include <QProcess>
 #include <QtTest>
@@ -79,7 +81,7 @@ void tst_GuardianProgram::commandLines_data()
                                               u"soon"_s}
                                << 2 << u"takes a number of seconds"_s;
     QTest::newRow("no installation") << QStringList{u"--install-dir"_s, u"APP/missing"_s} << 3
-                                     << u"there is no corvane in"_s;
+                                     << "there is no "_L1 + guardian::programFileName() + " in"_L1;
     QTest::newRow("marks in the installation")
         << QStringList{u"--install-dir"_s, u"APP"_s, u"--runtime-dir"_s, u"APP/runtime"_s} << 3
         << u"lies in the installation, which an update replaces"_s;
@@ -101,7 +103,7 @@ void tst_GuardianProgram::commandLines()
 
 void tst_GuardianProgram::notInTheInstallation()
 {
-    const QString own = m_folder->path(u"app/corvane-guardian"_s);
+    const QString own = m_folder->path("app/"_L1 + test::executableName(u"corvane-guardian"_s));
     QVERIFY(QFile::copy(QStringLiteral(CORVANE_GUARDIAN), own));
     QCOMPARE(run(own, place()), 3);
     QVERIFY2(m_errors.contains("the guardian lies in the installation"_L1), qPrintable(m_errors));
