@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <QTimeZone>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -11,7 +12,7 @@ using corvane::guardian::RotatingLog;
 
 namespace {
 
-const QDateTime someTime(QDate(2026, 11, 21), QTime(7, 30, 5), Qt::UTC);
+const QDateTime someTime(QDate(2026, 11, 21), QTime(7, 30, 5), QTimeZone::utc());
 
 QByteArray contentsOf(const QString &path)
 {
