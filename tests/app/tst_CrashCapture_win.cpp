@@ -7,6 +7,8 @@
 #include <QtEndian>
 #include <QtTest>
 
+#include <windows.h>
+
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
@@ -150,6 +152,10 @@ void tst_CrashCapture_win::reportsExceptions()
 {
     QFETCH(const QStringList, death);
     QFETCH(const quint32, code);
+
+    const bool wine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+    if (wine && code == STATUS_STACK_OVERFLOW)
+        QSKIP("Wine ends a process whose stack is full before its exception filter has had a say");
 
     Crasher crasher(death);
     QVERIFY(crasher.start());

@@ -21,6 +21,10 @@
 
 #include <cstdlib>
 
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -36,6 +40,16 @@ void write(const QString &path, const QByteArray &text, QIODevice::OpenMode mode
     QFile file(path);
     if (file.open(mode))
         file.write(text);
+}
+
+/// A death that the system tells the parent of as a crash.
+[[noreturn]] void crash()
+{
+#ifdef Q_OS_WIN
+    // An abort is an exit code there like any other.
+    TerminateProcess(GetCurrentProcess(), STATUS_ACCESS_VIOLATION);
+#endif
+    std::abort();
 }
 
 } // namespace
@@ -59,7 +73,7 @@ int main(int argc, char *argv[])
         write(runtime + "/.cleanexit"_L1, {});
     };
     if (behaviour == "crashes")
-        std::abort();
+        crash();
     if (behaviour == "fails")
         return 255;
     if (behaviour == "leaves") {
@@ -76,7 +90,7 @@ int main(int argc, char *argv[])
     QTimer orders;
     QObject::connect(&orders, &QTimer::timeout, &app, [&] {
         if (QFile::remove(runtime + "/do-crash"_L1))
-            std::abort();
+            crash();
         if (QFile::remove(runtime + "/do-quit"_L1))
             QCoreApplication::quit();
     });

@@ -32,11 +32,13 @@ void tst_Installation::places_data()
     QTest::newRow("in it") << u"app"_s << u"runtime"_s << in;
     QTest::newRow("deeper in it") << u"app/tools/x"_s << u"runtime"_s << in;
     QTest::newRow("in it by a detour") << u"guardian/../app"_s << u"runtime"_s << in;
-    QTest::newRow("in it by a link") << u"link"_s << u"runtime"_s << in;
     QTest::newRow("the runtime directory in it") << u"guardian"_s << u"app/runtime"_s << runtimeIn;
     QTest::newRow("the runtime directory in it, not made yet")
         << u"guardian"_s << u"app/not/there/yet"_s << runtimeIn;
+#ifndef Q_OS_WIN // where Qt makes a shortcut of the shell's, which is no link of the file system
+    QTest::newRow("in it by a link") << u"link"_s << u"runtime"_s << in;
     QTest::newRow("the runtime directory in it by a link") << u"guardian"_s << u"link/runtime"_s << runtimeIn;
+#endif
 }
 
 void tst_Installation::places()

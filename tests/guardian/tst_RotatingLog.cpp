@@ -12,7 +12,7 @@ using corvane::guardian::RotatingLog;
 
 namespace {
 
-const QDateTime someTime(QDate(2026, 11, 21), QTime(7, 30, 5), QTimeZone::utc());
+const QDateTime someTime = QDateTime(QDate(2026, 11, 21), QTime(7, 30, 5), QTimeZone::utc()).toUTC();
 
 QByteArray contentsOf(const QString &path)
 {

@@ -202,7 +202,10 @@ void tst_FramePipe_win::cannotBeMade_data()
     QTest::addColumn<quint32>("error");
 
     QTest::newRow("no pipe's path") << u"C:\\corvane-ndi-x"_s << quint32(ERROR_INVALID_NAME);
-    QTest::newRow("another machine's") << u"\\\\nowhere.invalid\\pipe\\x"_s << quint32(ERROR_INVALID_NAME);
+    // Wine takes it for a path that isn't there.
+    const bool wine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+    QTest::newRow("another machine's")
+        << u"\\\\nowhere.invalid\\pipe\\x"_s << quint32(wine ? ERROR_PATH_NOT_FOUND : ERROR_INVALID_NAME);
 }
 
 void tst_FramePipe_win::cannotBeMade()

@@ -198,16 +198,19 @@ void tst_TransportPipeline::deadChild_data()
     QTest::addColumn<QString>("tool");
     QTest::addColumn<QStringList>("lines");
 
-    QTest::newRow("plain bridge") << QList<OutputConfig>{srtOutput(8900)} << u"srt-live-transmit"_s
-                                  << QStringList{u"log [srt] errorOccurred=1"_s,
-                                                 u"log [srt] MORREU (code=9, crash) — SRT interrompido"_s};
+    QTest::newRow("plain bridge")
+        << QList<OutputConfig>{srtOutput(8900)} << u"srt-live-transmit"_s
+        << QStringList{u"log [srt] errorOccurred=1"_s,
+                       u"log [srt] MORREU (code=%1, crash) — SRT interrompido"_s.arg(killedExitCode())};
     QTest::newRow("launcher") << QList<OutputConfig>{bondedOutput(8910, 8911)} << u"srtla_send"_s
                               << QStringList{u"log [srtla] errorOccurred=1"_s,
-                                             u"log [srtla] MORREU (code=9) — bonding interrompido"_s};
+                                             u"log [srtla] MORREU (code=%1) — bonding interrompido"_s.arg(
+                                                 killedExitCode())};
     QTest::newRow("launcher's bridge")
         << QList<OutputConfig>{bondedOutput(8910, 8911)} << u"srt-live-transmit"_s
-        << QStringList{u"log [srtla-bridge] errorOccurred=1"_s,
-                       u"log [srtla-bridge] MORREU (code=9, crash) — SRT interrompido"_s};
+        << QStringList{
+               u"log [srtla-bridge] errorOccurred=1"_s,
+               u"log [srtla-bridge] MORREU (code=%1, crash) — SRT interrompido"_s.arg(killedExitCode())};
 }
 
 void tst_TransportPipeline::deadChild()

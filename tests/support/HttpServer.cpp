@@ -1,5 +1,7 @@
 #include "tests/support/HttpServer.h"
 
+#include "tests/support/TestSupport.h"
+
 #include <QFile>
 #include <QSslConfiguration>
 #include <QSslKey>
@@ -132,12 +134,32 @@ void HttpServer::release()
     }
 }
 
+namespace {
+
+/// Whether a handshake with a server of this process succeeds.
+bool tlsServes()
+{
+    const HttpServer server(HttpServer::Identity::Trusted);
+    QSslSocket client;
+    bool over = false;
+    QObject::connect(&client, &QSslSocket::encrypted, [&over] { over = true; });
+    QObject::connect(&client, &QSslSocket::errorOccurred, [&over] { over = true; });
+    client.setPeerVerifyMode(QSslSocket::VerifyNone);
+    client.connectToHostEncrypted(u"127.0.0.1"_s, server.serverPort());
+    return waitUntil([&over] { return over; }) && client.isEncrypted();
+}
+
+} // namespace
+
 QString tlsProblem()
 {
     if (!QSslSocket::supportsSsl())
         return u"this Qt finds no TLS library"_s;
     if (testAuthority().isEmpty())
         return u"the certificates of the tests need openssl when they are built"_s;
+    static const bool serves = tlsServes();
+    if (!serves)
+        return u"the TLS of this system can't be a server, as under Wine"_s;
     return {};
 }
 

@@ -180,6 +180,12 @@ bool EditorBench::isShown(const QString &name) const
     return found && found->isVisible();
 }
 
+bool EditorBench::showsFocus(const QString &textField) const
+{
+    const QVariant framed = value(textField, u"background.controlHasActiveFocus"_s);
+    return framed.isValid() ? framed.toBool() : value(textField, u"background.height"_s).toInt() == 2;
+}
+
 void EditorBench::step(const QString &spinBox, bool up)
 {
     click(value(spinBox, up ? u"up.indicator"_s : u"down.indicator"_s).value<QQuickItem *>());

@@ -49,6 +49,8 @@ public:
         return value(name, QStringLiteral("text")).toString();
     }
     [[nodiscard]] bool isShown(const QString &name) const; ///< it and all above it are visible
+    /// What the style draws of a text field in focus: a thicker line or, in later versions, a frame.
+    [[nodiscard]] bool showsFocus(const QString &textField) const;
 
     void step(const QString &spinBox, bool up); ///< clicks one of its two buttons
     void hover(QQuickItem *item);

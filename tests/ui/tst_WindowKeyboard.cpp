@@ -156,7 +156,7 @@ void tst_WindowKeyboard::renameFieldIsNamed()
     QTRY_VERIFY(m_ui->item(u"renameField"_s));
     QCOMPARE(m_ui->focused(), u"renameField"_s);
     QCOMPARE(EditorBench::spokenName(m_ui->item(u"renameField"_s)), u"Novo nome da stream"_s);
-    QCOMPARE(m_ui->value(u"renameField"_s, u"background.height"_s).toInt(), 2); // the style's line
+    QVERIFY(m_ui->showsFocus(u"renameField"_s));
     QCOMPARE(m_ui->value(u"renameField"_s, u"cursorVisible"_s), QVariant(true));
 }
 

@@ -360,6 +360,7 @@ void tst_WindowLookEditor::boxesAreAsHighAsTheirContent()
     QTRY_COMPARE(m_ui->item(u"outputRow"_s)->height(), 40.0);
     QCOMPARE(m_ui->item(u"outputRow"_s)->width(), m_ui->item(u"outputsColumn"_s)->width());
 
+    m_ui->addPipeline(); // whose command takes few lines in any font
     m_ui->openTab(3);
     const QQuickItem *box = m_ui->item(u"previewBox"_s);
     const QQuickItem *text = m_ui->item(u"previewText"_s);
