@@ -602,6 +602,8 @@ ApplicationWindow {
                                             textFormat: Text.PlainText
                                             font.pixelSize: 11
                                             color: theme.muted
+                                            elide: Text.ElideRight // in a wide font too the stop button has its place
+                                            Layout.fillWidth: true
                                         }
 
                                         Loader {
