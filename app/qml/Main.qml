@@ -602,7 +602,7 @@ ApplicationWindow {
                                             textFormat: Text.PlainText
                                             font.pixelSize: 11
                                             color: theme.muted
-                                            elide: Text.ElideRight // in a wide font too the stop button has its place
+                                            elide: Text.ElideRight // the stop button has its place in any font
                                             Layout.fillWidth: true
                                         }
 
