@@ -139,6 +139,11 @@ ApplicationWindow {
         color: Qt.alpha(theme.bg, 0.7)
     }
 
+    // A label of the style costs twice as much, and the rows are made anew all the time.
+    component RowText: Text {
+        textFormat: Text.PlainText
+    }
+
     component Dot: Rectangle {
         required property int size
 
@@ -552,12 +557,11 @@ ApplicationWindow {
                                         spacing: 2
                                         Layout.fillWidth: true
 
-                                        Label {
+                                        RowText {
                                             id: nameLabel
                                             objectName: "nameLabel"
                                             visible: !plDel.renaming
                                             text: plDel.modelData.name || "Stream " + (plDel.index + 1)
-                                            textFormat: Text.PlainText
                                             font.pixelSize: 13
                                             font.bold: true
                                             color: theme.text
@@ -595,36 +599,30 @@ ApplicationWindow {
                                             }
                                         }
 
-                                        Label {
+                                        RowText {
                                             id: statusLine
                                             objectName: "statusLine"
                                             text: plDel.modelData.state + " · " + plDel.modelData.outputs + " saída(s)"
-                                            textFormat: Text.PlainText
                                             font.pixelSize: 11
                                             color: theme.muted
                                             elide: Text.ElideRight // the stop button has its place in any font
                                             Layout.fillWidth: true
                                         }
 
-                                        Loader {
-                                            objectName: "telemetryLoader"
-                                            active: plDel.modelData.state === "running"
-                                            visible: active
+                                        RowText {
+                                            readonly property var row: plDel.modelData
+
+                                            objectName: "telemetryLine"
+                                            visible: row.state === "running"
+                                            text: row.fps.toFixed(0) + "fps · " + row.bitrate.toFixed(0)
+                                                  + "kb/s · RTT " + row.rtt.toFixed(0) + "ms"
+                                                  + (row.sndDrop > 0 ? " · drop " + row.sndDrop : "")
+                                                  + (row.level > 0 ? " · ⬇nível " + row.level : "")
+                                            font.family: theme.mono // qmllint disable
+                                            font.pixelSize: 10
+                                            color: row.level > 0 || row.sndDrop > 0 ? theme.danger : theme.accent
+                                            elide: Text.ElideRight
                                             Layout.fillWidth: true
-
-                                            sourceComponent: MonoLabel {
-                                                readonly property var row: plDel.modelData
-
-                                                objectName: "telemetryLine"
-                                                text: row.fps.toFixed(0) + "fps · " + row.bitrate.toFixed(0)
-                                                      + "kb/s · RTT " + row.rtt.toFixed(0) + "ms"
-                                                      + (row.sndDrop > 0 ? " · drop " + row.sndDrop : "")
-                                                      + (row.level > 0 ? " · ⬇nível " + row.level : "")
-                                                textFormat: Text.PlainText
-                                                font.pixelSize: 10
-                                                color: row.level > 0 || row.sndDrop > 0 ? theme.danger : theme.accent
-                                                elide: Text.ElideRight
-                                            }
                                         }
                                     }
 
@@ -635,6 +633,7 @@ ApplicationWindow {
                                         Layout.alignment: Qt.AlignTop
 
                                         sourceComponent: SmallButton {
+                                            id: rowStop
                                             objectName: "rowStopButton"
                                             text: plDel.confirmingStop ? "Confirmar?" : "■"
                                             font.pixelSize: plDel.confirmingStop ? 10 : 14
@@ -643,6 +642,20 @@ ApplicationWindow {
                                             Material.foreground: theme.danger
                                             Accessible.name: (plDel.confirmingStop ? "Confirmar parada de " : "Parar ")
                                                              + nameLabel.text
+
+                                            // Half of a row's cost would be the style's ripple and icon.
+                                            background: Rectangle {
+                                                radius: 2
+                                                color: rowStop.Material.rippleColor
+                                                opacity: rowStop.down ? 1 : rowStop.hovered || rowStop.visualFocus ? 0.6 : 0
+                                            }
+                                            contentItem: RowText {
+                                                text: rowStop.text
+                                                font: rowStop.font
+                                                color: rowStop.Material.foreground
+                                                horizontalAlignment: Text.AlignHCenter
+                                                verticalAlignment: Text.AlignVCenter
+                                            }
 
                                             onClicked: {
                                                 if (!plDel.confirmingStop) {
@@ -700,15 +713,14 @@ ApplicationWindow {
                         }
                     }
 
-                    // Made for the first selection, in pieces that leave the event loop its turns, and kept: its
-                    // controls show what was typed last.
+                    // Made in pieces that leave the event loop its turns, and kept: its controls show what was
+                    // typed last.
                     Loader {
                         objectName: "editorLoader"
                         anchors.fill: parent
-                        active: false
+                        active: win.complete
                         asynchronous: true
                         visible: win.selectedId !== ""
-                        onVisibleChanged: active = active || visible
 
                         sourceComponent: ColumnLayout {
                             objectName: "editor"

@@ -16,6 +16,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int settleMs = 3000; ///< longer than any interval of a pipeline: each of its timers has fired
+constexpr int periodMs = 500;  ///< from one line of an encoder to its next
 constexpr int lookAgainMs = 20;
 constexpr qsizetype fullLog = 59'000; ///< characters; it is cut at 60,000
 
@@ -32,8 +33,9 @@ void AirFigures::start()
 {
     const QString url = qEnvironmentVariable("CORVANE_MEASURE_OUTPUT");
     const int count = qEnvironmentVariableIntValue("CORVANE_MEASURE_PIPELINES");
+    QStringList ids;
     for (int i = 0; i < count; ++i) {
-        QString id;
+        QString &id = ids.emplaceBack();
         QMetaObject::invokeMethod(&m_engine, "addPipeline", Q_RETURN_ARG(QString, id),
                                   Q_ARG(QString, QString()));
         QMetaObject::invokeMethod(&m_engine, "addRtmpOutput", Q_ARG(QString, id), Q_ARG(QString, url));
@@ -47,7 +49,12 @@ void AirFigures::start()
                 connect(child, SIGNAL(telemetryChanged()), &m_engine, SIGNAL(pipelinesChanged()));
         }
     }
-    QMetaObject::invokeMethod(&m_engine, "startAll");
+    // Encoders in step would share the frames that show their lines, few of them more than many.
+    for (int i = 0; i < count; ++i) {
+        QTimer::singleShot(i * periodMs / count, this, [this, id = ids.at(i)] {
+            QMetaObject::invokeMethod(&m_engine, "startPipeline", Q_ARG(QString, id));
+        });
+    }
     fillLog();
     awaitAir();
 }

@@ -43,7 +43,7 @@ void measure(bench::Figures &figures, const test::XServer &display, bool refresh
                     sixteen.value("logChanges"_L1).toDouble() / seconds, 30, "lines");
     if (refreshed)
         figures.atLeast(title + "16 pipelines, renewals a second",
-                        sixteen.value("listChanges"_L1).toDouble() / seconds, 15, "");
+                        sixteen.value("listChanges"_L1).toDouble() / seconds, 14, "");
     figures.atMost(title + "16 pipelines, of one core", 100 * share(sixteen), 10, "%");
     figures.atMost(title + "32 pipelines to 4", share(many) / share(four), 8, "times");
     figures.atMost(title + "16 pipelines, longest turn", turn(sixteen), 50, "ms");

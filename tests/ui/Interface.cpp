@@ -67,11 +67,15 @@ Interface::Interface(const std::function<void(ToolPath &)> &addTools)
     m_window->requestActivate();
     if (!QTest::qWaitForWindowActive(m_window))
         qFatal("the window didn't become active");
-    if (!waitUntil([this] { return m_window->property("complete").toBool(); }))
+    constexpr int ready = 1; // of Loader.Status
+    const auto isMade = [this] {
+        const QQuickItem *editor = item(u"editorLoader"_s); // the last part to be there
+        return editor && editor->property("status").toInt() == ready;
+    };
+    if (!waitUntil(isMade))
         qFatal("the window has no content");
     if (!awaitFrame())
         qFatal("the window doesn't draw itself");
-    m_editorLoader = item(u"editorLoader"_s);
 }
 
 Interface::~Interface()
@@ -139,28 +143,17 @@ bool Interface::awaitFrame() const
     return inTime;
 }
 
-// The first selection has it made, over several turns of the event loop.
-void Interface::awaitEditor() const
-{
-    constexpr int loading = 2; // of Loader.Status
-    const auto isLoading = [this] { return m_editorLoader->property("status").toInt() == loading; };
-    if (isLoading())
-        QVERIFY(waitUntil([&] { return !isLoading(); }) && awaitFrame());
-}
-
 void Interface::click(QQuickItem *item)
 {
     QVERIFY2(item, "there is no such item to click");
     scrollIntoView(item);
     QTest::mouseClick(m_window, Qt::LeftButton, Qt::NoModifier, centreOf(item));
-    awaitEditor();
 }
 
 void Interface::doubleClick(QQuickItem *item)
 {
     QVERIFY2(item, "there is no such item to click");
     QTest::mouseDClick(m_window, Qt::LeftButton, Qt::NoModifier, centreOf(item));
-    awaitEditor();
 }
 
 void Interface::type(const QString &text)
@@ -176,7 +169,6 @@ void Interface::type(const QString &text)
 void Interface::press(Qt::Key key, Qt::KeyboardModifiers modifiers)
 {
     QTest::keyClick(m_window, key, modifiers);
-    awaitEditor();
 }
 
 void Interface::replaceText(const QString &fieldName, const QString &text)

@@ -105,14 +105,12 @@ public:
 private:
     void scrollIntoView(QQuickItem *item) const;
     [[nodiscard]] bool awaitFrame() const;
-    void awaitEditor() const;
 
     ToolPath m_tools;
     Engine m_engine;
     FakeUpdater m_updater;
     QQmlApplicationEngine m_qml;
     QPointer<QQuickWindow> m_window;
-    QQuickItem *m_editorLoader = nullptr;
 };
 
 } // namespace corvane::test

@@ -143,7 +143,7 @@ void tst_EditorLayout::initTestCase()
     m_ui->engine().clearOutputs(m_id);
     m_ui->engine().addRtmpOutput(m_id, steps);
     m_ui->engine().startPipeline(m_id);
-    QTRY_VERIFY(m_ui->item(u"telemetryLine"_s));
+    QTRY_COMPARE(m_ui->engine().pipelines().constLast().toMap().value(u"state"_s), u"running"_s);
     const QString first = m_ui->engine().pipelines().constFirst().toMap().value(u"id"_s).toString();
     m_ui->select(m_id);
     m_ui->select(first);

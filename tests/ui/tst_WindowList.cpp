@@ -68,7 +68,7 @@ void tst_WindowList::emptyAtFirst()
     QVERIFY(!visible(u"stopAllButton"_s));
     QVERIFY(visible(u"addButton"_s));
     QVERIFY(visible(u"emptyState"_s));
-    QVERIFY(!visible(u"editorLoader"_s));
+    QVERIFY(!visible(u"editor"_s));
     QVERIFY(!m_ui->row(0));
     QCOMPARE(m_ui->selectedId(), QString());
     QVERIFY(selectedRow().isEmpty());

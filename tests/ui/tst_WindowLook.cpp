@@ -55,7 +55,7 @@ void tst_WindowLook::initTestCase()
     m_ui->engine().addRtmpOutput(onAir, u"fake:progress"_s);
     m_ui->addPipeline();
     m_ui->engine().startPipeline(onAir);
-    QTRY_VERIFY(m_ui->item(u"telemetryLine"_s));
+    QTRY_VERIFY(m_ui->item(u"telemetryLine"_s)->isVisible());
     // A layout places its items with the next frame.
     QTRY_VERIFY(m_ui->item(u"rowStopButton"_s)->width() > 0 && m_ui->row(1) && m_ui->row(1)->y() > 0);
 }
@@ -327,7 +327,7 @@ void tst_WindowLook::orderOfItems_data()
            "(chipDot chipLabel) (chipDot chipLabel) toolBarFiller updateBtn aboutButton"_s;
     QTest::newRow("sidebarHeaderRow") << u"streamsLabel startAllButton stopAllButton addButton"_s;
     QTest::newRow("sidebarColumn") << u"sidebarHeader sidebarRule pipelineList"_s;
-    QTest::newRow("plCol") << u"statusDot (nameLabel statusLine telemetryLoader) rowStopLoader"_s;
+    QTest::newRow("plCol") << u"statusDot (nameLabel statusLine telemetryLine) rowStopLoader"_s;
     QTest::newRow("pipelineList/plDel[1]/plCol") << u"statusDot (nameLabel statusLine)"_s;
     QTest::newRow("editor") << u"tabBar tabRule (sourcePage)"_s;
     QTest::newRow("logColumn") << u"logHeader logScroll"_s;

@@ -132,7 +132,7 @@ void tst_WindowRows::states()
     QTRY_COMPARE(textInRow(u"statusLine"_s).section(u' ', 0, 0), name);
     QTEST(lookText(inRow(u"statusDot"_s), u"color"_s), "dot");
     QTEST(textInRow(u"statusLine"_s), "statusLine");
-    QTEST(inRow(u"telemetryLine"_s) != nullptr, "telemetryLine");
+    QTEST(inRow(u"telemetryLine"_s)->isVisible(), "telemetryLine");
     QTEST(inRow(u"rowStopButton"_s) != nullptr, "stopButton");
     QVERIFY(inRow(u"nameLabel"_s)->isVisible());
 }
