@@ -11,6 +11,7 @@ ApplicationWindow {
 
     // The window opens bare, and soon; what it holds is made in the turn after its first frame.
     property bool complete: false
+    property bool closing: false
     property string selectedId: ""
     property var selectedPipeline: null
     readonly property var pipelineRows: engine.pipelines
@@ -38,6 +39,7 @@ ApplicationWindow {
     Material.accent: theme.accent
 
     onSelectedIdChanged: refreshSelected()
+    onClosing: closing = true
     onFrameSwapped: {
         if (!complete)
             Qt.callLater(() => complete = true) // qmllint disable
@@ -719,7 +721,7 @@ ApplicationWindow {
                         objectName: "editorLoader"
                         anchors.fill: parent
                         active: win.complete
-                        asynchronous: true
+                        asynchronous: !win.closing // what is half made at the end is complained of
                         visible: win.selectedId !== ""
 
                         sourceComponent: ColumnLayout {
