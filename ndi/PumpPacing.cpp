@@ -1,5 +1,7 @@
 #include "ndi/PumpPacing.h"
 
+#include <cmath>
+
 namespace corvane {
 
 namespace {
@@ -37,7 +39,7 @@ int pumpIntervalMs(double pacedRate)
 
 int wholeFrameRate(const NdiFrameInfo &info)
 {
-    return static_cast<int>(reportedRate(info) + 0.5);
+    return static_cast<int>(std::trunc(reportedRate(info) + 0.5));
 }
 
 int slateSize(const NdiFrameInfo &info, int frameStride)

@@ -11,7 +11,6 @@ ApplicationWindow {
 
     // The window opens bare, and soon; what it holds is made in the turn after its first frame.
     property bool complete: false
-    property bool closing: false
     property string selectedId: ""
     property var selectedPipeline: null
     readonly property var pipelineRows: engine.pipelines
@@ -39,7 +38,6 @@ ApplicationWindow {
     Material.accent: theme.accent
 
     onSelectedIdChanged: refreshSelected()
-    onClosing: closing = true
     onFrameSwapped: {
         if (!complete)
             Qt.callLater(() => complete = true) // qmllint disable
@@ -715,941 +713,933 @@ ApplicationWindow {
                         }
                     }
 
-                    // Made in pieces that leave the event loop its turns, and kept: its controls show what was
-                    // typed last.
-                    Loader {
-                        objectName: "editorLoader"
+                    ColumnLayout {
+                        objectName: "editor"
                         anchors.fill: parent
-                        active: win.complete
-                        asynchronous: !win.closing // what is half made at the end is complained of
                         visible: win.selectedId !== ""
+                        spacing: 0
 
-                        sourceComponent: ColumnLayout {
-                            objectName: "editor"
-                            spacing: 0
+                        TabBar {
+                            id: tabBar
+                            objectName: "tabBar"
+                            Layout.fillWidth: true
+                            Material.background: theme.surface
+                            Material.elevation: 0
 
-                            TabBar {
-                                id: tabBar
-                                objectName: "tabBar"
-                                Layout.fillWidth: true
-                                Material.background: theme.surface
-                                Material.elevation: 0
-
-                                PageTab {
-                                    text: "Fonte"
-                                }
-
-                                PageTab {
-                                    text: "Encoder"
-                                }
-
-                                PageTab {
-                                    text: "Saídas"
-                                }
-
-                                PageTab {
-                                    text: "Preview"
-                                }
+                            PageTab {
+                                text: "Fonte"
                             }
 
-                            Rule {
-                                objectName: "tabRule"
+                            PageTab {
+                                text: "Encoder"
                             }
 
-                            StackLayout {
-                                objectName: "pages"
-                                currentIndex: tabBar.currentIndex
-                                Layout.fillWidth: true
-                                Layout.fillHeight: true
+                            PageTab {
+                                text: "Saídas"
+                            }
 
-                                // --- Fonte
+                            PageTab {
+                                text: "Preview"
+                            }
+                        }
 
-                                EditorPage {
-                                    id: sourcePage
-                                    objectName: "sourcePage"
+                        Rule {
+                            objectName: "tabRule"
+                        }
 
-                                    function send(map) {
-                                        engine.configureSource(win.selectedId, map)
+                        StackLayout {
+                            objectName: "pages"
+                            currentIndex: tabBar.currentIndex
+                            Layout.fillWidth: true
+                            Layout.fillHeight: true
+
+                            // --- Fonte
+
+                            EditorPage {
+                                id: sourcePage
+                                objectName: "sourcePage"
+
+                                function send(map) {
+                                    engine.configureSource(win.selectedId, map)
+                                }
+
+                                GridLayout {
+                                    objectName: "sourceGrid"
+                                    width: sourcePage.layoutWidth
+                                    anchors.horizontalCenter: parent.horizontalCenter
+                                    columns: 2
+                                    columnSpacing: 16
+                                    rowSpacing: 12
+
+                                    Caption {
+                                        objectName: "srcKindCaption"
+                                        text: "Tipo de fonte"
                                     }
 
-                                    GridLayout {
-                                        objectName: "sourceGrid"
-                                        width: sourcePage.layoutWidth
-                                        anchors.horizontalCenter: parent.horizontalCenter
-                                        columns: 2
-                                        columnSpacing: 16
-                                        rowSpacing: 12
+                                    ComboBox {
+                                        id: srcKind
+                                        objectName: "srcKind"
+                                        model: ["testpattern", "ndi", "srt", "capture", "decklink", "file"]
+                                        Layout.fillWidth: true
+                                        Accessible.name: "Tipo de fonte"
+                                        onActivated: sourcePage.send({"kind": currentText})
+                                    }
 
-                                        Caption {
-                                            objectName: "srcKindCaption"
-                                            text: "Tipo de fonte"
-                                        }
+                                    Caption {
+                                        objectName: "srcUriCaption"
+                                        text: "URI / fonte"
+                                    }
 
-                                        ComboBox {
-                                            id: srcKind
-                                            objectName: "srcKind"
-                                            model: ["testpattern", "ndi", "srt", "capture", "decklink", "file"]
-                                            Layout.fillWidth: true
-                                            Accessible.name: "Tipo de fonte"
-                                            onActivated: sourcePage.send({"kind": currentText})
-                                        }
-
-                                        Caption {
-                                            objectName: "srcUriCaption"
-                                            text: "URI / fonte"
-                                        }
-
-                                        RowLayout {
-                                            objectName: "srcUriRow"
-                                            spacing: 8
-                                            Layout.fillWidth: true
-
-                                            TextField {
-                                                id: srcUriField
-                                                objectName: "srcUriField"
-                                                placeholderText: "NDI name, srt://host:port, device, arquivo..."
-                                                Layout.fillWidth: true
-                                                Accessible.name: "URI / fonte"
-                                                onEditingFinished: sourcePage.send({"uri": text})
-                                            }
-
-                                            ComboBox {
-                                                id: ndiPicker
-                                                objectName: "ndiPicker"
-                                                visible: engine.ndiSupported
-                                                displayText: "NDI…"
-                                                Layout.preferredWidth: 180
-                                                Accessible.name: "Fontes NDI na rede"
-                                                onPressedChanged: {
-                                                    if (pressed)
-                                                        model = engine.ndiSources(1500)
-                                                }
-                                                onActivated: {
-                                                    srcUriField.text = currentText
-                                                    sourcePage.send({"kind": "ndi", "uri": currentText})
-                                                }
-                                            }
-                                        }
-
-                                        Caption {
-                                            objectName: "decklinkCaption"
-                                            text: "DeckLink device"
-                                            visible: engine.decklinkSupported
-                                        }
-
-                                        ComboBox {
-                                            objectName: "decklinkPicker"
-                                            visible: engine.decklinkSupported
-                                            model: win.decklinkDevices
-                                            Layout.fillWidth: true
-                                            Accessible.name: "DeckLink device"
-                                            onActivated: sourcePage.send({"kind": "decklink", "uri": currentText})
-                                        }
-
-                                        Caption {
-                                            objectName: "danteCaption"
-                                            text: "Áudio Dante (DVS)"
-                                        }
+                                    RowLayout {
+                                        objectName: "srcUriRow"
+                                        spacing: 8
+                                        Layout.fillWidth: true
 
                                         TextField {
-                                            objectName: "danteField"
-                                            placeholderText: "device DVS (vazio = sem áudio externo)"
+                                            id: srcUriField
+                                            objectName: "srcUriField"
+                                            placeholderText: "NDI name, srt://host:port, device, arquivo..."
                                             Layout.fillWidth: true
-                                            Accessible.name: "Áudio Dante (DVS)"
-                                            onEditingFinished: sourcePage.send({"danteDevice": text})
-                                        }
-
-                                        Caption {
-                                            objectName: "resolutionCaption"
-                                            text: "Resolução"
-                                        }
-
-                                        RowLayout {
-                                            objectName: "resolutionRow"
-                                            spacing: 8
-                                            Layout.fillWidth: true
-
-                                            NumberBox {
-                                                id: resW
-                                                objectName: "resW"
-                                                from: 320
-                                                to: 7680
-                                                stepSize: 2
-                                                value: 1920
-                                                editable: true
-                                                Accessible.name: "Largura em pixels"
-                                                onValueModified: sourcePage.send({"width": value})
-                                            }
-
-                                            Label {
-                                                objectName: "resTimes"
-                                                text: "×"
-                                                color: theme.muted
-                                            }
-
-                                            NumberBox {
-                                                id: resH
-                                                objectName: "resH"
-                                                from: 240
-                                                to: 4320
-                                                stepSize: 2
-                                                value: 1080
-                                                editable: true
-                                                Accessible.name: "Altura em pixels"
-                                                onValueModified: sourcePage.send({"height": value})
-                                            }
-                                        }
-
-                                        Caption {
-                                            objectName: "fpsCaption"
-                                            text: "FPS"
+                                            Accessible.name: "URI / fonte"
+                                            onEditingFinished: sourcePage.send({"uri": text})
                                         }
 
                                         ComboBox {
-                                            id: fpsPicker
-                                            objectName: "fpsPicker"
-
-                                            readonly property real fps: parseFloat(currentText)
-
-                                            model: ["23.976", "24", "25", "29.97", "30", "50", "59.94", "60"]
-                                            currentIndex: 4
-                                            Layout.fillWidth: true
-                                            Accessible.name: "FPS"
-                                            onActivated: sourcePage.send({"fps": parseFloat(currentText)})
+                                            id: ndiPicker
+                                            objectName: "ndiPicker"
+                                            visible: engine.ndiSupported
+                                            displayText: "NDI…"
+                                            Layout.preferredWidth: 180
+                                            Accessible.name: "Fontes NDI na rede"
+                                            onPressedChanged: {
+                                                if (pressed)
+                                                    model = engine.ndiSources(1500)
+                                            }
+                                            onActivated: {
+                                                srcUriField.text = currentText
+                                                sourcePage.send({"kind": "ndi", "uri": currentText})
+                                            }
                                         }
                                     }
-                                }
 
-                                // --- Encoder
-
-                                EditorPage {
-                                    id: encoderPage
-                                    objectName: "encoderPage"
-
-                                    function send(map) {
-                                        engine.configureEncoder(win.selectedId, map)
+                                    Caption {
+                                        objectName: "decklinkCaption"
+                                        text: "DeckLink device"
+                                        visible: engine.decklinkSupported
                                     }
 
-                                    GridLayout {
-                                        objectName: "encoderGrid"
-                                        width: encoderPage.layoutWidth
-                                        anchors.horizontalCenter: parent.horizontalCenter
-                                        columns: 2
-                                        columnSpacing: 16
-                                        rowSpacing: 12
+                                    ComboBox {
+                                        objectName: "decklinkPicker"
+                                        visible: engine.decklinkSupported
+                                        model: win.decklinkDevices
+                                        Layout.fillWidth: true
+                                        Accessible.name: "DeckLink device"
+                                        onActivated: sourcePage.send({"kind": "decklink", "uri": currentText})
+                                    }
+
+                                    Caption {
+                                        objectName: "danteCaption"
+                                        text: "Áudio Dante (DVS)"
+                                    }
+
+                                    TextField {
+                                        objectName: "danteField"
+                                        placeholderText: "device DVS (vazio = sem áudio externo)"
+                                        Layout.fillWidth: true
+                                        Accessible.name: "Áudio Dante (DVS)"
+                                        onEditingFinished: sourcePage.send({"danteDevice": text})
+                                    }
+
+                                    Caption {
+                                        objectName: "resolutionCaption"
+                                        text: "Resolução"
+                                    }
+
+                                    RowLayout {
+                                        objectName: "resolutionRow"
+                                        spacing: 8
+                                        Layout.fillWidth: true
+
+                                        NumberBox {
+                                            id: resW
+                                            objectName: "resW"
+                                            from: 320
+                                            to: 7680
+                                            stepSize: 2
+                                            value: 1920
+                                            editable: true
+                                            Accessible.name: "Largura em pixels"
+                                            onValueModified: sourcePage.send({"width": value})
+                                        }
 
                                         Label {
-                                            objectName: "encoderSpacer"
-                                            Layout.columnSpan: 2
+                                            objectName: "resTimes"
+                                            text: "×"
+                                            color: theme.muted
                                         }
 
-                                        Rectangle {
-                                            objectName: "encAdviceBox"
-                                            radius: 6
-                                            color: "#1a2e2c"
-                                            border.color: "#2a4e4a"
-                                            border.width: 1
-                                            implicitHeight: encAdviceCol.implicitHeight + 20
-                                            Layout.columnSpan: 2
-                                            Layout.fillWidth: true
+                                        NumberBox {
+                                            id: resH
+                                            objectName: "resH"
+                                            from: 240
+                                            to: 4320
+                                            stepSize: 2
+                                            value: 1080
+                                            editable: true
+                                            Accessible.name: "Altura em pixels"
+                                            onValueModified: sourcePage.send({"height": value})
+                                        }
+                                    }
 
-                                            ColumnLayout {
-                                                id: encAdviceCol
-                                                objectName: "encAdviceCol"
-                                                anchors.fill: parent
-                                                anchors.margins: 10
-                                                spacing: 6
+                                    Caption {
+                                        objectName: "fpsCaption"
+                                        text: "FPS"
+                                    }
 
-                                                RowLayout {
-                                                    objectName: "encAdviceHeader"
-                                                    spacing: 8
+                                    ComboBox {
+                                        id: fpsPicker
+                                        objectName: "fpsPicker"
 
-                                                    Label {
-                                                        objectName: "encAdviceTitle"
-                                                        text: "Sugestao de encoder"
-                                                        font.pixelSize: 13
-                                                        font.bold: true
-                                                        color: theme.accent
-                                                    }
+                                        readonly property real fps: parseFloat(currentText)
 
-                                                    Item {
-                                                        objectName: "encAdviceFiller"
-                                                        Layout.fillWidth: true
-                                                    }
+                                        model: ["23.976", "24", "25", "29.97", "30", "50", "59.94", "60"]
+                                        currentIndex: 4
+                                        Layout.fillWidth: true
+                                        Accessible.name: "FPS"
+                                        onActivated: sourcePage.send({"fps": parseFloat(currentText)})
+                                    }
+                                }
+                            }
 
-                                                    FlatButton {
-                                                        objectName: "detectHwButton"
-                                                        text: "Detectar HW"
-                                                        font.pixelSize: 11
-                                                        Material.foreground: theme.accent
-                                                        onClicked: {
-                                                            const advice = engine.encoderAdvice(resW.value, resH.value,
-                                                                                                fpsPicker.fps)
-                                                            encAdviceText.text = advice.hwLabel
-                                                                    + " (" + advice.encoder + ")"
-                                                                    + "\nPreset: " + advice.presetHint
-                                                                    + (advice.hevcAvailable ? "\nHEVC disponivel: "
-                                                                                              + advice.hevcEncoder : "")
-                                                                    + (advice.av1Available ? "\nAV1 disponivel: "
-                                                                                             + advice.av1Encoder : "")
-                                                                    + "\n" + advice.tip
-                                                            encAdviceText.visible = true
-                                                        }
-                                                    }
+                            // --- Encoder
+
+                            EditorPage {
+                                id: encoderPage
+                                objectName: "encoderPage"
+
+                                function send(map) {
+                                    engine.configureEncoder(win.selectedId, map)
+                                }
+
+                                GridLayout {
+                                    objectName: "encoderGrid"
+                                    width: encoderPage.layoutWidth
+                                    anchors.horizontalCenter: parent.horizontalCenter
+                                    columns: 2
+                                    columnSpacing: 16
+                                    rowSpacing: 12
+
+                                    Label {
+                                        objectName: "encoderSpacer"
+                                        Layout.columnSpan: 2
+                                    }
+
+                                    Rectangle {
+                                        objectName: "encAdviceBox"
+                                        radius: 6
+                                        color: "#1a2e2c"
+                                        border.color: "#2a4e4a"
+                                        border.width: 1
+                                        implicitHeight: encAdviceCol.implicitHeight + 20
+                                        Layout.columnSpan: 2
+                                        Layout.fillWidth: true
+
+                                        ColumnLayout {
+                                            id: encAdviceCol
+                                            objectName: "encAdviceCol"
+                                            anchors.fill: parent
+                                            anchors.margins: 10
+                                            spacing: 6
+
+                                            RowLayout {
+                                                objectName: "encAdviceHeader"
+                                                spacing: 8
+
+                                                Label {
+                                                    objectName: "encAdviceTitle"
+                                                    text: "Sugestao de encoder"
+                                                    font.pixelSize: 13
+                                                    font.bold: true
+                                                    color: theme.accent
                                                 }
 
-                                                MonoLabel {
-                                                    id: encAdviceText
-                                                    objectName: "encAdviceText"
-                                                    visible: false
-                                                    wrapMode: Text.Wrap
-                                                    textFormat: Text.PlainText
-                                                    color: theme.fg ?? Material.foreground // qmllint disable
-                                                    font.pixelSize: 11
+                                                Item {
+                                                    objectName: "encAdviceFiller"
                                                     Layout.fillWidth: true
                                                 }
-                                            }
-                                        }
 
-                                        Caption {
-                                            objectName: "encCodecCaption"
-                                            text: "Codec video"
-                                        }
-
-                                        ComboBox {
-                                            id: encCodec
-                                            objectName: "encCodec"
-                                            model: ["h264", "hevc", "av1"]
-                                            Layout.fillWidth: true
-                                            Accessible.name: "Codec video"
-                                            onActivated: encoderPage.send({"codec": currentText})
-                                        }
-
-                                        Caption {
-                                            objectName: "encHwCaption"
-                                            text: "Aceleracao HW"
-                                        }
-
-                                        ComboBox {
-                                            objectName: "encHw"
-                                            model: ["auto", "videotoolbox", "x264", "nvenc", "qsv", "amf"]
-                                            Layout.fillWidth: true
-                                            Accessible.name: "Aceleracao HW"
-                                            onActivated: encoderPage.send({"hw": currentText})
-                                        }
-
-                                        Caption {
-                                            objectName: "encPresetCaption"
-                                            text: "Preset"
-                                        }
-
-                                        ComboBox {
-                                            objectName: "encPreset"
-                                            model: ["auto", "ultrafast", "superfast", "veryfast", "fast", "medium",
-                                                "slow"]
-                                            Layout.fillWidth: true
-                                            Accessible.name: "Preset"
-                                            onActivated: encoderPage.send({"preset": currentText})
-                                        }
-
-                                        Caption {
-                                            objectName: "encBitrateCaption"
-                                            text: "Bitrate (kbps)"
-                                        }
-
-                                        RowLayout {
-                                            objectName: "encBitrateRow"
-                                            spacing: 8
-                                            Layout.fillWidth: true
-
-                                            NumberBox {
-                                                id: encBitrate
-                                                objectName: "encBitrate"
-                                                from: 500
-                                                to: 50000
-                                                stepSize: 500
-                                                value: 6000
-                                                editable: true
-                                                Accessible.name: "Bitrate (kbps)"
-                                                onValueModified: encoderPage.send({"bitrate": value})
-                                            }
-
-                                            FlatButton {
-                                                objectName: "suggestButton"
-                                                text: "Sugerir"
-                                                font.pixelSize: 11
-                                                Material.foreground: theme.accent
-                                                Accessible.name: "Sugerir bitrate"
-                                                onClicked: {
-                                                    const advice = engine.bitrateAdvice(resW.value, resH.value,
-                                                                                        fpsPicker.fps)
-                                                    bitrateAdviceTip.text = "Recomendado: "
-                                                            + advice.recommended + "kbps"
-                                                            + " (min " + advice.min + " / max " + advice.max + ")"
-                                                            + "\nbufsize: " + advice.bufsize + "k"
-                                                            + " | GOP: " + advice.keyint + " frames"
-                                                            + "\nTwitch max: " + advice.platforms.twitch.maxBitrate
-                                                            + " | YouTube max: " + advice.platforms.youtube.maxBitrate
-                                                    bitrateAdviceTip.open()
-                                                    bitrateAdviceHide.restart()
-                                                }
-
-                                                ToolTip {
-                                                    id: bitrateAdviceTip
-                                                    objectName: "bitrateAdviceTip"
-                                                    timeout: 8000
-                                                    font.family: theme.mono // qmllint disable
+                                                FlatButton {
+                                                    objectName: "detectHwButton"
+                                                    text: "Detectar HW"
                                                     font.pixelSize: 11
-
-                                                    // A wrapping text asks for the width of all its lines in a row.
-                                                    contentItem: Label {
-                                                        text: bitrateAdviceTip.text
-                                                        textFormat: Text.PlainText
-                                                        font: bitrateAdviceTip.font
+                                                    Material.foreground: theme.accent
+                                                    onClicked: {
+                                                        const advice = engine.encoderAdvice(resW.value, resH.value,
+                                                                                            fpsPicker.fps)
+                                                        encAdviceText.text = advice.hwLabel
+                                                                + " (" + advice.encoder + ")"
+                                                                + "\nPreset: " + advice.presetHint
+                                                                + (advice.hevcAvailable ? "\nHEVC disponivel: "
+                                                                                          + advice.hevcEncoder : "")
+                                                                + (advice.av1Available ? "\nAV1 disponivel: "
+                                                                                         + advice.av1Encoder : "")
+                                                                + "\n" + advice.tip
+                                                        encAdviceText.visible = true
                                                     }
                                                 }
-
-                                                Timer {
-                                                    id: bitrateAdviceHide
-                                                    objectName: "bitrateAdviceHide"
-                                                    interval: 8000
-                                                    onTriggered: bitrateAdviceTip.close()
-                                                }
                                             }
-                                        }
 
-                                        Caption {
-                                            objectName: "encKeyintCaption"
-                                            text: "Keyframe (s)"
-                                        }
-
-                                        NumberBox {
-                                            objectName: "encKeyint"
-                                            from: 1
-                                            to: 10
-                                            value: 2
-                                            editable: true
-                                            Accessible.name: "Keyframe (s)"
-                                            onValueModified: encoderPage.send({"keyintSec": value})
-                                        }
-
-                                        Caption {
-                                            objectName: "encZeroLatencyCaption"
-                                            text: "Zero latency"
-                                        }
-
-                                        Switch {
-                                            objectName: "encZeroLatency"
-                                            checked: true
-                                            Accessible.name: "Zero latency"
-                                            onToggled: encoderPage.send({"zeroLatency": checked})
-                                        }
-
-                                        Caption {
-                                            objectName: "encBFramesCaption"
-                                            text: "B-frames"
-                                        }
-
-                                        Switch {
-                                            objectName: "encBFrames"
-                                            Accessible.name: "B-frames"
-                                            onToggled: encoderPage.send({"bFrames": checked})
-                                        }
-
-                                        Caption {
-                                            objectName: "encAudioCodecCaption"
-                                            text: "Codec audio"
-                                        }
-
-                                        ComboBox {
-                                            objectName: "encAudioCodec"
-                                            model: ["aac", "opus", "copy"]
-                                            Layout.fillWidth: true
-                                            Accessible.name: "Codec audio"
-                                            onActivated: encoderPage.send({"audioCodec": currentText})
-                                        }
-
-                                        Caption {
-                                            objectName: "encAudioBitrateCaption"
-                                            text: "Bitrate audio (kbps)"
-                                        }
-
-                                        NumberBox {
-                                            objectName: "encAudioBitrate"
-                                            from: 64
-                                            to: 512
-                                            stepSize: 32
-                                            value: 128
-                                            editable: true
-                                            Accessible.name: "Bitrate audio (kbps)"
-                                            onValueModified: encoderPage.send({"audioBitrate": value})
+                                            MonoLabel {
+                                                id: encAdviceText
+                                                objectName: "encAdviceText"
+                                                visible: false
+                                                wrapMode: Text.Wrap
+                                                textFormat: Text.PlainText
+                                                color: theme.fg ?? Material.foreground // qmllint disable
+                                                font.pixelSize: 11
+                                                Layout.fillWidth: true
+                                            }
                                         }
                                     }
-                                }
 
-                                // --- Saídas
+                                    Caption {
+                                        objectName: "encCodecCaption"
+                                        text: "Codec video"
+                                    }
 
-                                EditorPage {
-                                    id: outputsPage
-                                    objectName: "outputsPage"
+                                    ComboBox {
+                                        id: encCodec
+                                        objectName: "encCodec"
+                                        model: ["h264", "hevc", "av1"]
+                                        Layout.fillWidth: true
+                                        Accessible.name: "Codec video"
+                                        onActivated: encoderPage.send({"codec": currentText})
+                                    }
 
-                                    ColumnLayout {
-                                        objectName: "outputsColumn"
-                                        width: outputsPage.layoutWidth
-                                        anchors.horizontalCenter: parent.horizontalCenter
-                                        spacing: 12
+                                    Caption {
+                                        objectName: "encHwCaption"
+                                        text: "Aceleracao HW"
+                                    }
 
-                                        Heading {
-                                            objectName: "outputsHeading"
-                                            text: "Saídas configuradas"
-                                            Layout.topMargin: 8
-                                        }
+                                    ComboBox {
+                                        objectName: "encHw"
+                                        model: ["auto", "videotoolbox", "x264", "nvenc", "qsv", "amf"]
+                                        Layout.fillWidth: true
+                                        Accessible.name: "Aceleracao HW"
+                                        onActivated: encoderPage.send({"hw": currentText})
+                                    }
 
-                                        Repeater {
-                                            id: outputsRepeater
-                                            objectName: "outputsRepeater"
+                                    Caption {
+                                        objectName: "encPresetCaption"
+                                        text: "Preset"
+                                    }
 
-                                            readonly property bool empty: !model || model.length === 0
+                                    ComboBox {
+                                        objectName: "encPreset"
+                                        model: ["auto", "ultrafast", "superfast", "veryfast", "fast", "medium",
+                                            "slow"]
+                                        Layout.fillWidth: true
+                                        Accessible.name: "Preset"
+                                        onActivated: encoderPage.send({"preset": currentText})
+                                    }
 
-                                            // Read when the selection changes, and only then.
-                                            model: win.selectedId !== "" ? engine.outputsView(win.selectedId) : []
+                                    Caption {
+                                        objectName: "encBitrateCaption"
+                                        text: "Bitrate (kbps)"
+                                    }
 
-                                            Rectangle {
-                                                id: outputRow
-                                                objectName: "outputRow"
+                                    RowLayout {
+                                        objectName: "encBitrateRow"
+                                        spacing: 8
+                                        Layout.fillWidth: true
 
-                                                required property var modelData
-                                                required property int index
-                                                property bool confirmDelete: false
-
-                                                radius: 6
-                                                color: theme.surfaceRaised
-                                                Layout.fillWidth: true
-                                                Layout.preferredHeight: 40
-
-                                                Timer {
-                                                    id: delConfirmTimer
-                                                    objectName: "delConfirmTimer"
-                                                    interval: 2000
-                                                    onTriggered: outputRow.confirmDelete = false
-                                                }
-
-                                                RowLayout {
-                                                    objectName: "outputRowLayout"
-                                                    anchors.fill: parent
-                                                    anchors.leftMargin: 12
-                                                    anchors.rightMargin: 8
-                                                    spacing: 8
-
-                                                    Label {
-                                                        objectName: "outputIcon"
-                                                        text: ({rtmp: "📡", srtla: "🔗"})[outputRow.modelData.kind] ?? "🌐"
-                                                        font.pixelSize: 14
-                                                    }
-
-                                                    MonoLabel {
-                                                        objectName: "outputUrl"
-                                                        text: outputRow.modelData.url ?? ""
-                                                        textFormat: Text.PlainText
-                                                        elide: Text.ElideMiddle
-                                                        maximumLineCount: 1
-                                                        color: theme.text
-                                                        font.pixelSize: 12
-                                                        Layout.fillWidth: true
-                                                    }
-
-                                                    Switch {
-                                                        objectName: "outputSwitch"
-                                                        checked: outputRow.modelData.enabled !== false
-                                                        Layout.fillHeight: true
-                                                        Accessible.name: "Saída ativa: " + outputRow.modelData.url
-                                                        onToggled: engine.setOutputEnabled(win.selectedId,
-                                                                                           outputRow.index, checked)
-                                                    }
-
-                                                    SmallButton {
-                                                        objectName: "outputDelete"
-                                                        text: outputRow.confirmDelete ? "?" : "✗"
-                                                        font.pixelSize: 14
-                                                        implicitWidth: 32
-                                                        implicitHeight: 32
-                                                        Material.foreground: theme.danger
-                                                        Accessible.name: ToolTip.text + ": " + outputRow.modelData.url
-                                                        ToolTip.visible: hovered
-                                                        ToolTip.text: outputRow.confirmDelete
-                                                                      ? "Clique de novo para remover" : "Remover"
-
-                                                        onClicked: {
-                                                            if (!outputRow.confirmDelete) {
-                                                                outputRow.confirmDelete = true
-                                                                delConfirmTimer.start()
-                                                                return
-                                                            }
-                                                            engine.removeOutput(win.selectedId, outputRow.index)
-                                                            outputRow.confirmDelete = false
-                                                        }
-                                                    }
-                                                }
-                                            }
-                                        }
-
-                                        Label {
-                                            objectName: "noOutputsLabel"
-                                            text: "Nenhuma saída configurada"
-                                            visible: outputsRepeater.empty
-                                            color: theme.dim
-                                            font.pixelSize: 12
-                                            Layout.alignment: Qt.AlignHCenter
-                                            Layout.topMargin: 16
-                                        }
-
-                                        Rule {
-                                            objectName: "outputsRule"
-                                            Layout.topMargin: 8
-                                        }
-
-                                        Heading {
-                                            objectName: "rtmpHeading"
-                                            text: "Adicionar RTMP"
-                                            Layout.topMargin: 8
-                                        }
-
-                                        RowLayout {
-                                            objectName: "rtmpRow"
-                                            spacing: 8
-
-                                            TextField {
-                                                id: rtmpUrl
-                                                objectName: "rtmpUrl"
-                                                placeholderText: "rtmp://a.rtmp.youtube.com/live2/KEY"
-                                                Layout.fillWidth: true
-                                                Accessible.name: "URL RTMP"
-                                            }
-
-                                            AddButton {
-                                                objectName: "addRtmpButton"
-                                                text: "+ RTMP"
-                                                Accessible.name: "Adicionar saída RTMP"
-                                                onClicked: {
-                                                    if (rtmpUrl.text === "")
-                                                        return
-                                                    engine.addRtmpOutput(win.selectedId, rtmpUrl.text)
-                                                    rtmpUrl.clear()
-                                                }
-                                            }
-                                        }
-
-                                        Rule {
-                                            objectName: "srtRule"
-                                        }
-
-                                        Heading {
-                                            objectName: "srtHeading"
-                                            text: "Adicionar SRT"
-                                        }
-
-                                        RowLayout {
-                                            objectName: "srtScenarioRow"
-                                            spacing: 8
-
-                                            Caption {
-                                                objectName: "srtScenarioCaption"
-                                                text: "Cenário"
-                                            }
-
-                                            ComboBox {
-                                                id: srtScenario
-                                                objectName: "srtScenario"
-
-                                                readonly property var keys: ["lan", "fiber", "irl", "srtla", "relay"]
-
-                                                model: ["(manual)", "Estúdio LAN", "Internet Fibra", "IRL 4G/5G",
-                                                    "Bonding srtla", "Relay"]
-                                                Layout.fillWidth: true
-                                                Accessible.name: "Cenário"
-
-                                                onActivated: {
-                                                    if (currentIndex === 0)
-                                                        return
-                                                    const advice = engine.srtParamAdvice(keys[currentIndex - 1])
-                                                    srtLatency.value = advice.latency || 120
-                                                    srtOheadbw.value = advice.oheadbw || 25
-                                                    srtMaxbw.value = advice.maxbw || 0
-                                                }
-                                            }
-                                        }
-
-                                        GridLayout {
-                                            objectName: "srtGrid"
-                                            columns: 2
-                                            columnSpacing: 16
-                                            rowSpacing: 8
-                                            Layout.fillWidth: true
-
-                                            Caption {
-                                                objectName: "srtUrlCaption"
-                                                text: "URL"
-                                            }
-
-                                            TextField {
-                                                id: srtUrl
-                                                objectName: "srtUrl"
-                                                placeholderText: "srt://host:9000"
-                                                Layout.fillWidth: true
-                                                Accessible.name: "URL SRT"
-                                            }
-
-                                            Caption {
-                                                objectName: "srtLatencyCaption"
-                                                text: "Latência (ms)"
-                                            }
-
-                                            NumberBox {
-                                                id: srtLatency
-                                                objectName: "srtLatency"
-                                                from: 20
-                                                to: 8000
-                                                stepSize: 10
-                                                value: 120
-                                                editable: true
-                                                Accessible.name: "Latência (ms)"
-                                            }
-
-                                            Caption {
-                                                objectName: "srtPassCaption"
-                                                text: "Passphrase"
-                                            }
-
-                                            TextField {
-                                                id: srtPass
-                                                objectName: "srtPass"
-                                                placeholderText: "(opcional)"
-                                                echoMode: TextInput.Password
-                                                Layout.fillWidth: true
-                                                Accessible.name: "Passphrase"
-                                            }
-
-                                            Caption {
-                                                objectName: "srtStreamidCaption"
-                                                text: "streamid"
-                                            }
-
-                                            TextField {
-                                                id: srtStreamid
-                                                objectName: "srtStreamid"
-                                                placeholderText: "literal, não URL-encoded"
-                                                Layout.fillWidth: true
-                                                Accessible.name: "streamid"
-                                            }
-
-                                            Caption {
-                                                objectName: "srtOheadbwCaption"
-                                                text: "oheadbw (%)"
-                                            }
-
-                                            NumberBox {
-                                                id: srtOheadbw
-                                                objectName: "srtOheadbw"
-                                                from: 0
-                                                to: 100
-                                                value: 25
-                                                editable: true
-                                                Accessible.name: "oheadbw (%)"
-                                            }
-
-                                            Caption {
-                                                objectName: "srtMaxbwCaption"
-                                                text: "maxbw (bps, 0=auto)"
-                                            }
-
-                                            NumberBox {
-                                                id: srtMaxbw
-                                                objectName: "srtMaxbw"
-                                                from: 0
-                                                to: 100000000
-                                                stepSize: 100000
-                                                value: 0
-                                                editable: true
-                                                Accessible.name: "maxbw (bps, 0=auto)"
-                                            }
-                                        }
-
-                                        Label {
-                                            objectName: "streamidHint"
-                                            text: "streamid deve ser literal, não URL-encoded (lição HALVORNNIMBLE)"
-                                            font.pixelSize: 10
-                                            font.italic: true
-                                            color: theme.dim
-                                            wrapMode: Text.Wrap
-                                            Layout.fillWidth: true
-                                        }
-
-                                        AddButton {
-                                            objectName: "addSrtButton"
-                                            text: "+ SRT"
-                                            Accessible.name: "Adicionar saída SRT"
-                                            onClicked: {
-                                                if (srtUrl.text === "")
-                                                    return
-                                                engine.addSrtOutputFull(win.selectedId, srtUrl.text, srtLatency.value,
-                                                                        srtPass.text, srtStreamid.text,
-                                                                        srtOheadbw.value, srtMaxbw.value)
-                                                srtUrl.clear()
-                                                srtPass.clear()
-                                                srtStreamid.clear()
-                                                srtScenario.currentIndex = 0
-                                            }
-                                        }
-
-                                        Rule {
-                                            objectName: "srtlaRule"
-                                        }
-
-                                        Heading {
-                                            objectName: "srtlaHeading"
-                                            text: "Adicionar Bonding (srtla)"
-                                        }
-
-                                        RowLayout {
-                                            objectName: "srtlaRow"
-                                            spacing: 8
-
-                                            TextField {
-                                                id: srtlaHost
-                                                objectName: "srtlaHost"
-                                                placeholderText: "receptor Nimble (host)"
-                                                Layout.fillWidth: true
-                                                Accessible.name: "Host do receptor de bonding"
-                                            }
-
-                                            NumberBox {
-                                                id: srtlaPort
-                                                objectName: "srtlaPort"
-                                                from: 1
-                                                to: 65535
-                                                value: 5000
-                                                editable: true
-                                                Accessible.name: "Porta do receptor de bonding"
-                                            }
-
-                                            AddButton {
-                                                objectName: "addSrtlaButton"
-                                                text: "+ srtla"
-                                                Accessible.name: "Adicionar saída de bonding"
-                                                onClicked: {
-                                                    if (srtlaHost.text === "")
-                                                        return
-                                                    engine.addSrtlaOutput(win.selectedId, srtlaHost.text,
-                                                                          srtlaPort.value)
-                                                    srtlaHost.clear()
-                                                }
-                                            }
+                                        NumberBox {
+                                            id: encBitrate
+                                            objectName: "encBitrate"
+                                            from: 500
+                                            to: 50000
+                                            stepSize: 500
+                                            value: 6000
+                                            editable: true
+                                            Accessible.name: "Bitrate (kbps)"
+                                            onValueModified: encoderPage.send({"bitrate": value})
                                         }
 
                                         FlatButton {
-                                            objectName: "clearOutputsButton"
-                                            text: "Limpar todas as saídas"
-                                            visible: !outputsRepeater.empty
-                                            Material.foreground: theme.danger
-                                            Layout.topMargin: 8
-                                            onClicked: engine.clearOutputs(win.selectedId)
-                                        }
-                                    }
-                                }
+                                            objectName: "suggestButton"
+                                            text: "Sugerir"
+                                            font.pixelSize: 11
+                                            Material.foreground: theme.accent
+                                            Accessible.name: "Sugerir bitrate"
+                                            onClicked: {
+                                                const advice = engine.bitrateAdvice(resW.value, resH.value,
+                                                                                    fpsPicker.fps)
+                                                bitrateAdviceTip.text = "Recomendado: "
+                                                        + advice.recommended + "kbps"
+                                                        + " (min " + advice.min + " / max " + advice.max + ")"
+                                                        + "\nbufsize: " + advice.bufsize + "k"
+                                                        + " | GOP: " + advice.keyint + " frames"
+                                                        + "\nTwitch max: " + advice.platforms.twitch.maxBitrate
+                                                        + " | YouTube max: " + advice.platforms.youtube.maxBitrate
+                                                bitrateAdviceTip.open()
+                                                bitrateAdviceHide.restart()
+                                            }
 
-                                // --- Preview
-
-                                EditorPage {
-                                    id: previewPage
-                                    objectName: "previewPage"
-
-                                    ColumnLayout {
-                                        objectName: "previewColumn"
-                                        width: previewPage.layoutWidth
-                                        anchors.horizontalCenter: parent.horizontalCenter
-                                        spacing: 12
-
-                                        Heading {
-                                            objectName: "previewHeading"
-                                            text: "Comando ffmpeg (preview / auditoria)"
-                                            Layout.topMargin: 8
-                                        }
-
-                                        Rectangle {
-                                            objectName: "previewBox"
-                                            color: theme.surface
-                                            radius: 6
-                                            Layout.fillWidth: true
-                                            Layout.preferredHeight: Math.max(120, previewText.implicitHeight + 24)
-
-                                            TextArea {
-                                                id: previewText
-                                                objectName: "previewText"
-                                                anchors.fill: parent
-                                                anchors.margins: 8
-                                                readOnly: true
-                                                wrapMode: TextEdit.Wrap
-                                                textFormat: TextEdit.PlainText
-                                                topPadding: 8
-                                                bottomPadding: 16
-                                                leftPadding: 0
-                                                rightPadding: 0
+                                            ToolTip {
+                                                id: bitrateAdviceTip
+                                                objectName: "bitrateAdviceTip"
+                                                timeout: 8000
                                                 font.family: theme.mono // qmllint disable
                                                 font.pixelSize: 11
-                                                color: theme.text
-                                                background: null
-                                                text: win.selectedId !== "" ? engine.previewCommand(win.selectedId) : ""
-                                                Accessible.name: "Comando ffmpeg"
+
+                                                // A wrapping text asks for the width of all its lines in a row.
+                                                contentItem: Label {
+                                                    text: bitrateAdviceTip.text
+                                                    textFormat: Text.PlainText
+                                                    font: bitrateAdviceTip.font
+                                                }
                                             }
 
-                                            FocusFrame {
-                                                objectName: "previewFocus"
-                                                visible: previewText.activeFocus
+                                            Timer {
+                                                id: bitrateAdviceHide
+                                                objectName: "bitrateAdviceHide"
+                                                interval: 8000
+                                                onTriggered: bitrateAdviceTip.close()
                                             }
                                         }
+                                    }
 
-                                        RowLayout {
-                                            objectName: "previewButtons"
-                                            spacing: 12
+                                    Caption {
+                                        objectName: "encKeyintCaption"
+                                        text: "Keyframe (s)"
+                                    }
 
-                                            FlatButton {
-                                                objectName: "refreshPreviewButton"
-                                                text: "Atualizar preview"
-                                                Material.foreground: theme.muted
-                                                onClicked: previewText.text = engine.previewCommand(win.selectedId)
+                                    NumberBox {
+                                        objectName: "encKeyint"
+                                        from: 1
+                                        to: 10
+                                        value: 2
+                                        editable: true
+                                        Accessible.name: "Keyframe (s)"
+                                        onValueModified: encoderPage.send({"keyintSec": value})
+                                    }
+
+                                    Caption {
+                                        objectName: "encZeroLatencyCaption"
+                                        text: "Zero latency"
+                                    }
+
+                                    Switch {
+                                        objectName: "encZeroLatency"
+                                        checked: true
+                                        Accessible.name: "Zero latency"
+                                        onToggled: encoderPage.send({"zeroLatency": checked})
+                                    }
+
+                                    Caption {
+                                        objectName: "encBFramesCaption"
+                                        text: "B-frames"
+                                    }
+
+                                    Switch {
+                                        objectName: "encBFrames"
+                                        Accessible.name: "B-frames"
+                                        onToggled: encoderPage.send({"bFrames": checked})
+                                    }
+
+                                    Caption {
+                                        objectName: "encAudioCodecCaption"
+                                        text: "Codec audio"
+                                    }
+
+                                    ComboBox {
+                                        objectName: "encAudioCodec"
+                                        model: ["aac", "opus", "copy"]
+                                        Layout.fillWidth: true
+                                        Accessible.name: "Codec audio"
+                                        onActivated: encoderPage.send({"audioCodec": currentText})
+                                    }
+
+                                    Caption {
+                                        objectName: "encAudioBitrateCaption"
+                                        text: "Bitrate audio (kbps)"
+                                    }
+
+                                    NumberBox {
+                                        objectName: "encAudioBitrate"
+                                        from: 64
+                                        to: 512
+                                        stepSize: 32
+                                        value: 128
+                                        editable: true
+                                        Accessible.name: "Bitrate audio (kbps)"
+                                        onValueModified: encoderPage.send({"audioBitrate": value})
+                                    }
+                                }
+                            }
+
+                            // --- Saídas
+
+                            EditorPage {
+                                id: outputsPage
+                                objectName: "outputsPage"
+
+                                ColumnLayout {
+                                    objectName: "outputsColumn"
+                                    width: outputsPage.layoutWidth
+                                    anchors.horizontalCenter: parent.horizontalCenter
+                                    spacing: 12
+
+                                    Heading {
+                                        objectName: "outputsHeading"
+                                        text: "Saídas configuradas"
+                                        Layout.topMargin: 8
+                                    }
+
+                                    Repeater {
+                                        id: outputsRepeater
+                                        objectName: "outputsRepeater"
+
+                                        readonly property bool empty: !model || model.length === 0
+
+                                        // Read when the selection changes, and only then.
+                                        model: win.selectedId !== "" ? engine.outputsView(win.selectedId) : []
+
+                                        Rectangle {
+                                            id: outputRow
+                                            objectName: "outputRow"
+
+                                            required property var modelData
+                                            required property int index
+                                            property bool confirmDelete: false
+
+                                            radius: 6
+                                            color: theme.surfaceRaised
+                                            Layout.fillWidth: true
+                                            Layout.preferredHeight: 40
+
+                                            Timer {
+                                                id: delConfirmTimer
+                                                objectName: "delConfirmTimer"
+                                                interval: 2000
+                                                onTriggered: outputRow.confirmDelete = false
                                             }
 
-                                            Item {
-                                                objectName: "previewFiller"
-                                                Layout.fillWidth: true
-                                            }
+                                            RowLayout {
+                                                objectName: "outputRowLayout"
+                                                anchors.fill: parent
+                                                anchors.leftMargin: 12
+                                                anchors.rightMargin: 8
+                                                spacing: 8
 
-                                            TextButton {
-                                                objectName: "startButton"
-                                                text: "▶ Iniciar"
-                                                Material.background: theme.accent
-                                                Material.foreground: theme.bg
-                                                Accessible.name: "Iniciar stream"
-                                                onClicked: engine.startPipeline(win.selectedId)
-                                            }
-
-                                            TextButton {
-                                                objectName: "stopButton"
-                                                text: "■ Parar"
-                                                Material.background: theme.danger
-                                                Material.foreground: "#ffffff"
-                                                Accessible.name: "Parar stream"
-                                                onClicked: engine.stopPipeline(win.selectedId)
-                                            }
-
-                                            FlatButton {
-                                                objectName: "removePipelineButton"
-                                                text: "Remover pipeline"
-                                                Material.foreground: theme.danger
-                                                onClicked: {
-                                                    engine.removePipeline(win.selectedId)
-                                                    win.selectedId = ""
+                                                Label {
+                                                    objectName: "outputIcon"
+                                                    text: ({rtmp: "📡", srtla: "🔗"})[outputRow.modelData.kind] ?? "🌐"
+                                                    font.pixelSize: 14
                                                 }
+
+                                                MonoLabel {
+                                                    objectName: "outputUrl"
+                                                    text: outputRow.modelData.url ?? ""
+                                                    textFormat: Text.PlainText
+                                                    elide: Text.ElideMiddle
+                                                    maximumLineCount: 1
+                                                    color: theme.text
+                                                    font.pixelSize: 12
+                                                    Layout.fillWidth: true
+                                                }
+
+                                                Switch {
+                                                    objectName: "outputSwitch"
+                                                    checked: outputRow.modelData.enabled !== false
+                                                    Layout.fillHeight: true
+                                                    Accessible.name: "Saída ativa: " + outputRow.modelData.url
+                                                    onToggled: engine.setOutputEnabled(win.selectedId,
+                                                                                       outputRow.index, checked)
+                                                }
+
+                                                SmallButton {
+                                                    objectName: "outputDelete"
+                                                    text: outputRow.confirmDelete ? "?" : "✗"
+                                                    font.pixelSize: 14
+                                                    implicitWidth: 32
+                                                    implicitHeight: 32
+                                                    Material.foreground: theme.danger
+                                                    Accessible.name: ToolTip.text + ": " + outputRow.modelData.url
+                                                    ToolTip.visible: hovered
+                                                    ToolTip.text: outputRow.confirmDelete
+                                                                  ? "Clique de novo para remover" : "Remover"
+
+                                                    onClicked: {
+                                                        if (!outputRow.confirmDelete) {
+                                                            outputRow.confirmDelete = true
+                                                            delConfirmTimer.start()
+                                                            return
+                                                        }
+                                                        engine.removeOutput(win.selectedId, outputRow.index)
+                                                        outputRow.confirmDelete = false
+                                                    }
+                                                }
+                                            }
+                                        }
+                                    }
+
+                                    Label {
+                                        objectName: "noOutputsLabel"
+                                        text: "Nenhuma saída configurada"
+                                        visible: outputsRepeater.empty
+                                        color: theme.dim
+                                        font.pixelSize: 12
+                                        Layout.alignment: Qt.AlignHCenter
+                                        Layout.topMargin: 16
+                                    }
+
+                                    Rule {
+                                        objectName: "outputsRule"
+                                        Layout.topMargin: 8
+                                    }
+
+                                    Heading {
+                                        objectName: "rtmpHeading"
+                                        text: "Adicionar RTMP"
+                                        Layout.topMargin: 8
+                                    }
+
+                                    RowLayout {
+                                        objectName: "rtmpRow"
+                                        spacing: 8
+
+                                        TextField {
+                                            id: rtmpUrl
+                                            objectName: "rtmpUrl"
+                                            placeholderText: "rtmp://a.rtmp.youtube.com/live2/KEY"
+                                            Layout.fillWidth: true
+                                            Accessible.name: "URL RTMP"
+                                        }
+
+                                        AddButton {
+                                            objectName: "addRtmpButton"
+                                            text: "+ RTMP"
+                                            Accessible.name: "Adicionar saída RTMP"
+                                            onClicked: {
+                                                if (rtmpUrl.text === "")
+                                                    return
+                                                engine.addRtmpOutput(win.selectedId, rtmpUrl.text)
+                                                rtmpUrl.clear()
+                                            }
+                                        }
+                                    }
+
+                                    Rule {
+                                        objectName: "srtRule"
+                                    }
+
+                                    Heading {
+                                        objectName: "srtHeading"
+                                        text: "Adicionar SRT"
+                                    }
+
+                                    RowLayout {
+                                        objectName: "srtScenarioRow"
+                                        spacing: 8
+
+                                        Caption {
+                                            objectName: "srtScenarioCaption"
+                                            text: "Cenário"
+                                        }
+
+                                        ComboBox {
+                                            id: srtScenario
+                                            objectName: "srtScenario"
+
+                                            readonly property var keys: ["lan", "fiber", "irl", "srtla", "relay"]
+
+                                            model: ["(manual)", "Estúdio LAN", "Internet Fibra", "IRL 4G/5G",
+                                                "Bonding srtla", "Relay"]
+                                            Layout.fillWidth: true
+                                            Accessible.name: "Cenário"
+
+                                            onActivated: {
+                                                if (currentIndex === 0)
+                                                    return
+                                                const advice = engine.srtParamAdvice(keys[currentIndex - 1])
+                                                srtLatency.value = advice.latency || 120
+                                                srtOheadbw.value = advice.oheadbw || 25
+                                                srtMaxbw.value = advice.maxbw || 0
+                                            }
+                                        }
+                                    }
+
+                                    GridLayout {
+                                        objectName: "srtGrid"
+                                        columns: 2
+                                        columnSpacing: 16
+                                        rowSpacing: 8
+                                        Layout.fillWidth: true
+
+                                        Caption {
+                                            objectName: "srtUrlCaption"
+                                            text: "URL"
+                                        }
+
+                                        TextField {
+                                            id: srtUrl
+                                            objectName: "srtUrl"
+                                            placeholderText: "srt://host:9000"
+                                            Layout.fillWidth: true
+                                            Accessible.name: "URL SRT"
+                                        }
+
+                                        Caption {
+                                            objectName: "srtLatencyCaption"
+                                            text: "Latência (ms)"
+                                        }
+
+                                        NumberBox {
+                                            id: srtLatency
+                                            objectName: "srtLatency"
+                                            from: 20
+                                            to: 8000
+                                            stepSize: 10
+                                            value: 120
+                                            editable: true
+                                            Accessible.name: "Latência (ms)"
+                                        }
+
+                                        Caption {
+                                            objectName: "srtPassCaption"
+                                            text: "Passphrase"
+                                        }
+
+                                        TextField {
+                                            id: srtPass
+                                            objectName: "srtPass"
+                                            placeholderText: "(opcional)"
+                                            echoMode: TextInput.Password
+                                            Layout.fillWidth: true
+                                            Accessible.name: "Passphrase"
+                                        }
+
+                                        Caption {
+                                            objectName: "srtStreamidCaption"
+                                            text: "streamid"
+                                        }
+
+                                        TextField {
+                                            id: srtStreamid
+                                            objectName: "srtStreamid"
+                                            placeholderText: "literal, não URL-encoded"
+                                            Layout.fillWidth: true
+                                            Accessible.name: "streamid"
+                                        }
+
+                                        Caption {
+                                            objectName: "srtOheadbwCaption"
+                                            text: "oheadbw (%)"
+                                        }
+
+                                        NumberBox {
+                                            id: srtOheadbw
+                                            objectName: "srtOheadbw"
+                                            from: 0
+                                            to: 100
+                                            value: 25
+                                            editable: true
+                                            Accessible.name: "oheadbw (%)"
+                                        }
+
+                                        Caption {
+                                            objectName: "srtMaxbwCaption"
+                                            text: "maxbw (bps, 0=auto)"
+                                        }
+
+                                        NumberBox {
+                                            id: srtMaxbw
+                                            objectName: "srtMaxbw"
+                                            from: 0
+                                            to: 100000000
+                                            stepSize: 100000
+                                            value: 0
+                                            editable: true
+                                            Accessible.name: "maxbw (bps, 0=auto)"
+                                        }
+                                    }
+
+                                    Label {
+                                        objectName: "streamidHint"
+                                        text: "streamid deve ser literal, não URL-encoded (lição HALVORNNIMBLE)"
+                                        font.pixelSize: 10
+                                        font.italic: true
+                                        color: theme.dim
+                                        wrapMode: Text.Wrap
+                                        Layout.fillWidth: true
+                                    }
+
+                                    AddButton {
+                                        objectName: "addSrtButton"
+                                        text: "+ SRT"
+                                        Accessible.name: "Adicionar saída SRT"
+                                        onClicked: {
+                                            if (srtUrl.text === "")
+                                                return
+                                            engine.addSrtOutputFull(win.selectedId, srtUrl.text, srtLatency.value,
+                                                                    srtPass.text, srtStreamid.text,
+                                                                    srtOheadbw.value, srtMaxbw.value)
+                                            srtUrl.clear()
+                                            srtPass.clear()
+                                            srtStreamid.clear()
+                                            srtScenario.currentIndex = 0
+                                        }
+                                    }
+
+                                    Rule {
+                                        objectName: "srtlaRule"
+                                    }
+
+                                    Heading {
+                                        objectName: "srtlaHeading"
+                                        text: "Adicionar Bonding (srtla)"
+                                    }
+
+                                    RowLayout {
+                                        objectName: "srtlaRow"
+                                        spacing: 8
+
+                                        TextField {
+                                            id: srtlaHost
+                                            objectName: "srtlaHost"
+                                            placeholderText: "receptor Nimble (host)"
+                                            Layout.fillWidth: true
+                                            Accessible.name: "Host do receptor de bonding"
+                                        }
+
+                                        NumberBox {
+                                            id: srtlaPort
+                                            objectName: "srtlaPort"
+                                            from: 1
+                                            to: 65535
+                                            value: 5000
+                                            editable: true
+                                            Accessible.name: "Porta do receptor de bonding"
+                                        }
+
+                                        AddButton {
+                                            objectName: "addSrtlaButton"
+                                            text: "+ srtla"
+                                            Accessible.name: "Adicionar saída de bonding"
+                                            onClicked: {
+                                                if (srtlaHost.text === "")
+                                                    return
+                                                engine.addSrtlaOutput(win.selectedId, srtlaHost.text,
+                                                                      srtlaPort.value)
+                                                srtlaHost.clear()
+                                            }
+                                        }
+                                    }
+
+                                    FlatButton {
+                                        objectName: "clearOutputsButton"
+                                        text: "Limpar todas as saídas"
+                                        visible: !outputsRepeater.empty
+                                        Material.foreground: theme.danger
+                                        Layout.topMargin: 8
+                                        onClicked: engine.clearOutputs(win.selectedId)
+                                    }
+                                }
+                            }
+
+                            // --- Preview
+
+                            EditorPage {
+                                id: previewPage
+                                objectName: "previewPage"
+
+                                ColumnLayout {
+                                    objectName: "previewColumn"
+                                    width: previewPage.layoutWidth
+                                    anchors.horizontalCenter: parent.horizontalCenter
+                                    spacing: 12
+
+                                    Heading {
+                                        objectName: "previewHeading"
+                                        text: "Comando ffmpeg (preview / auditoria)"
+                                        Layout.topMargin: 8
+                                    }
+
+                                    Rectangle {
+                                        objectName: "previewBox"
+                                        color: theme.surface
+                                        radius: 6
+                                        Layout.fillWidth: true
+                                        Layout.preferredHeight: Math.max(120, previewText.implicitHeight + 24)
+
+                                        TextArea {
+                                            id: previewText
+                                            objectName: "previewText"
+                                            anchors.fill: parent
+                                            anchors.margins: 8
+                                            readOnly: true
+                                            wrapMode: TextEdit.Wrap
+                                            textFormat: TextEdit.PlainText
+                                            topPadding: 8
+                                            bottomPadding: 16
+                                            leftPadding: 0
+                                            rightPadding: 0
+                                            font.family: theme.mono // qmllint disable
+                                            font.pixelSize: 11
+                                            color: theme.text
+                                            background: null
+                                            text: win.selectedId !== "" ? engine.previewCommand(win.selectedId) : ""
+                                            Accessible.name: "Comando ffmpeg"
+                                        }
+
+                                        FocusFrame {
+                                            objectName: "previewFocus"
+                                            visible: previewText.activeFocus
+                                        }
+                                    }
+
+                                    RowLayout {
+                                        objectName: "previewButtons"
+                                        spacing: 12
+
+                                        FlatButton {
+                                            objectName: "refreshPreviewButton"
+                                            text: "Atualizar preview"
+                                            Material.foreground: theme.muted
+                                            onClicked: previewText.text = engine.previewCommand(win.selectedId)
+                                        }
+
+                                        Item {
+                                            objectName: "previewFiller"
+                                            Layout.fillWidth: true
+                                        }
+
+                                        TextButton {
+                                            objectName: "startButton"
+                                            text: "▶ Iniciar"
+                                            Material.background: theme.accent
+                                            Material.foreground: theme.bg
+                                            Accessible.name: "Iniciar stream"
+                                            onClicked: engine.startPipeline(win.selectedId)
+                                        }
+
+                                        TextButton {
+                                            objectName: "stopButton"
+                                            text: "■ Parar"
+                                            Material.background: theme.danger
+                                            Material.foreground: "#ffffff"
+                                            Accessible.name: "Parar stream"
+                                            onClicked: engine.stopPipeline(win.selectedId)
+                                        }
+
+                                        FlatButton {
+                                            objectName: "removePipelineButton"
+                                            text: "Remover pipeline"
+                                            Material.foreground: theme.danger
+                                            onClicked: {
+                                                engine.removePipeline(win.selectedId)
+                                                win.selectedId = ""
                                             }
                                         }
                                     }

@@ -197,7 +197,7 @@ def _circle(machine, feed, versions, folder):
     _check_applied(machine, versions)
     window = machine.window("0.2.0")
     window.picture(folder / "updated.png")
-    window.click("push button", "Close")
+    window.click("push button", "Fechar")
 
     feed.publish("0.3.0", versions / "0.3.0/corvane")
     window.press("push button", "Verificar update")
@@ -208,7 +208,7 @@ def _circle(machine, feed, versions, folder):
     _check_rolled_back(machine, versions)
     wait_for("0.2.0 to find 0.3.0 once more", lambda: feed.served("0.3.0") > 1)
     say("passed by 0.3.0, which is still offered")
-    window.click("push button", "Close")
+    window.click("push button", "Fechar")
     window.close()
     _expect("the guardian leaves with the program, exit code 0", machine.guardian.wait(30) == 0)
     say("exit      0, of the program and its guardian")

@@ -4,6 +4,7 @@
 #include "ndi/FramePipe.h"
 #include "ndi/FrameSource.h"
 #include "ndi/NdiReceiver.h"
+#include "ndi/ThreadPriority.h"
 #include "tests/bench/Figures.h"
 
 #include <QCoreApplication>
@@ -194,6 +195,7 @@ void runBareLoop(Cost &cost, const NdiFrameInfo &info, int intervalMs, qint64 fr
     const double cpuBefore = processCpuSeconds();
     auto reading = std::async(std::launch::async, [&] { return discard(path, frame.size(), frames); });
     auto writing = std::async(std::launch::async, [&] {
+        makeThreadTimeCritical(); // as the pump is: who wakes where decides what a page costs
         const int pipe = open(QFile::encodeName(path).constData(), O_WRONLY | O_CLOEXEC);
         fcntl(pipe, F_SETPIPE_SZ, pipeCapacity);
         auto next = Clock::now();

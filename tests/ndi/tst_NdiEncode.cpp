@@ -143,7 +143,7 @@ void tst_NdiEncode::picturesCanBeTold()
         for (qsizetype y = 0; y < height; ++y) {
             for (qsizetype x = 0; x < width; ++x) {
                 planar[y * width + x] = frame.at(2 * (y * width + x) + 1);
-                const qsizetype chroma = width * height + x % 2 * width * height / 4;
+                const qsizetype chroma = qsizetype(width) * height + qsizetype(x % 2) * width * height / 4;
                 planar[chroma + y / 2 * width / 2 + x / 2] = frame.at(2 * (y * width + x));
             }
         }

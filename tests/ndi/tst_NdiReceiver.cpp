@@ -19,7 +19,7 @@ using namespace corvane::test;
 
 namespace {
 
-constexpr qsizetype frameSize = 16 * 2 * 4;
+constexpr qsizetype frameSize = qsizetype(16) * 2 * 4;
 constexpr int stopLimitMs = 3000; ///< of each of the two threads
 
 NdiFrameInfo smallFormat()

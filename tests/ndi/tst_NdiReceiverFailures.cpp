@@ -19,7 +19,7 @@ Q_DECLARE_METATYPE(Thrower)
 
 namespace {
 
-constexpr qsizetype frameSize = 16 * 2 * 4;
+constexpr qsizetype frameSize = qsizetype(16) * 2 * 4;
 
 const QString readerGone = u"NDI: pipe fechado pelo leitor (ffmpeg) — encerrando pump"_s;
 

@@ -16,7 +16,7 @@ using namespace corvane::test;
 
 namespace {
 
-constexpr qsizetype frameSize = 16 * 2 * 4;
+constexpr qsizetype frameSize = qsizetype(16) * 2 * 4;
 
 const QString freezeLine = u"NDI: fonte sem frames novos — freeze"_s;
 

@@ -20,7 +20,7 @@ using namespace corvane::test;
 
 namespace {
 
-constexpr qsizetype frameSize = 16 * 2 * 4;
+constexpr qsizetype frameSize = qsizetype(16) * 2 * 4;
 
 PipelineConfig ndiConfig(PipelineConfig config)
 {

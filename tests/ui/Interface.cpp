@@ -67,12 +67,7 @@ Interface::Interface(const std::function<void(ToolPath &)> &addTools)
     m_window->requestActivate();
     if (!QTest::qWaitForWindowActive(m_window))
         qFatal("the window didn't become active");
-    constexpr int ready = 1; // of Loader.Status
-    const auto isMade = [this] {
-        const QQuickItem *editor = item(u"editorLoader"_s); // the last part to be there
-        return editor && editor->property("status").toInt() == ready;
-    };
-    if (!waitUntil(isMade))
+    if (!waitUntil([this] { return m_window->property("complete").toBool(); }))
         qFatal("the window has no content");
     if (!awaitFrame())
         qFatal("the window doesn't draw itself");
