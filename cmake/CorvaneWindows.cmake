@@ -4,6 +4,13 @@ if(WIN32)
     enable_language(RC)
 endif()
 
+# Before an absolute path of this machine, for a program to whom it is one wherever it works: Wine shows all of this
+# system's files as drive Z.
+set(CORVANE_DRIVE "")
+if(WIN32 AND NOT CMAKE_HOST_WIN32)
+    set(CORVANE_DRIVE "Z:")
+endif()
+
 set(CORVANE_RC_MANIFEST "${PROJECT_SOURCE_DIR}/app/windows/corvane.manifest")
 set(CORVANE_RC_ICON "${PROJECT_SOURCE_DIR}/app/icon/corvane.ico")
 
@@ -64,5 +71,5 @@ function(corvane_windows_libraries directory)
         get_filename_component(name "${library}" NAME)
         file(CREATE_LINK "${library}" "${directory}/${name}" COPY_ON_ERROR SYMBOLIC)
     endforeach()
-    file(WRITE "${directory}/qt.conf" "[Paths]\nPrefix=${qt}\n")
+    file(WRITE "${directory}/qt.conf" "[Paths]\nPrefix=${CORVANE_DRIVE}${qt}\n")
 endfunction()

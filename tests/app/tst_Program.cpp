@@ -70,7 +70,7 @@ void tst_Program::scanPrintsOneReportAndLeavesNothing()
     const QStringList before = sandbox.contents();
     QProcess program;
     sandbox.prepare(program, arguments);
-    program.start();
+    program.start(QIODevice::ReadOnly | QIODevice::Text); // lines end as the system has it
 
     QVERIFY(program.waitForFinished());
     QCOMPARE(program.exitStatus(), QProcess::NormalExit);

@@ -65,6 +65,10 @@ void tst_ProgramMarks::fixesTheRuntimeDirectory()
     QFETCH(const QString, variable);
     QFETCH(const QString, directory);
 
+#ifdef Q_OS_WIN
+    if (variable.isEmpty())
+        QSKIP("the folder for programs' data is the user's own here, whatever the environment says");
+#endif
     ProgramSandbox sandbox;
     if (variable.isNull())
         sandbox.environment().remove(u"CORVANE_RUNTIME_DIR"_s);

@@ -31,6 +31,9 @@ namespace corvane::test {
 /// Tells whether the system takes a large response from a socket at once, however slow its reader.
 [[nodiscard]] bool sendsWithoutLimit();
 
+/// What a program itself wrote to standard error: with line feeds alone, and without Wine's own shortcomings.
+[[nodiscard]] QByteArray ownWords(const QByteArray &standardError);
+
 /// Holds `pid`, which lives on but does nothing any more, until it is killed.
 void suspendProcess(qint64 pid);
 

@@ -37,6 +37,11 @@ QString pathForCopies(const QString &directory)
     return directory;
 }
 
+QByteArray ownWords(const QByteArray &standardError)
+{
+    return standardError;
+}
+
 void suspendProcess(qint64 pid)
 {
     ::kill(static_cast<pid_t>(pid), SIGSTOP);

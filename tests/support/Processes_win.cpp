@@ -65,6 +65,19 @@ QString pathForCopies(const QString &directory)
            QDir::toNativeSeparators(QCoreApplication::applicationDirPath());
 }
 
+QByteArray ownWords(const QByteArray &standardError)
+{
+    QByteArray words;
+    for (const QByteArray &line : QByteArray(standardError).replace("\r\n", "\n").split('\n')) {
+        const bool ofWine = line.startsWith("qt.qpa.screen: \"Unable to open monitor interface") ||
+                            line.startsWith("EnableNonClientDpiScaling() failed");
+        if (!ofWine)
+            words += line + '\n';
+    }
+    words.chop(1); // what follows the last line feed is no line
+    return words;
+}
+
 void suspendProcess(qint64 pid)
 {
     const Handle threads = snapshot(TH32CS_SNAPTHREAD);

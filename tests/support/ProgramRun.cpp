@@ -1,5 +1,6 @@
 #include "tests/support/ProgramRun.h"
 
+#include "tests/support/Processes.h"
 #include "tests/support/ProgramSandbox.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/XServer.h"
@@ -53,7 +54,7 @@ bool ProgramRun::kill()
 QString ProgramRun::standardError()
 {
     m_standardError += program.readAllStandardError();
-    return QString::fromUtf8(m_standardError);
+    return QString::fromUtf8(ownWords(m_standardError));
 }
 
 QByteArray contentsOf(const QString &path)
