@@ -49,12 +49,17 @@ class Window:
                 states = node.get_state_set()
                 if node is not self._application and not states.contains(Atspi.StateType.SHOWING):
                     continue
-                if node.get_role_name() == role and pattern.fullmatch(node.get_name()):
+                if self._role_of(node) == role and pattern.fullmatch(node.get_name()):
                     return node
                 unseen += [node.get_child_at_index(i) for i in range(node.get_child_count())]
             except (GLib.Error, AttributeError):
                 continue # rows come and go while they are looked at
         return None
+
+    @staticmethod
+    def _role_of(node):
+        role = node.get_role_name()
+        return "push button" if role == "button" else role # AT-SPI from 2.53 on has the shorter name
 
     def control(self, role, name):
         return wait_for(f"the {role} “{name}”", lambda: self.find(role, name))

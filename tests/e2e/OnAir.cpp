@@ -71,6 +71,12 @@ QStringList OnAir::logLines() const
     return lines;
 }
 
+QStringList encoderFailures(const QStringList &logLines)
+{
+    static const QRegularExpression failure(u"^ERRO: ffmpeg saiu \\(code=[1-9][0-9]*, erro\\)$"_s);
+    return logLines.filter(failure);
+}
+
 bool OnAir::hasLine(const QString &line) const
 {
     return logLines().contains(line);

@@ -15,6 +15,9 @@ enum class SrtPath {
     Direct, ///< by itself
 };
 
+/// The lines that say that a real ffmpeg gave up. From its version 7 on, the code tells which error it was.
+[[nodiscard]] QStringList encoderFailures(const QStringList &logLines);
+
 /// One pipeline of an Engine with the machine's real tools: a small test pattern, outputs as a test adds
 /// them. srtla_send is tests/support/srtla_relay.
 class OnAir

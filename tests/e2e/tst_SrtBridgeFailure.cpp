@@ -208,7 +208,7 @@ void tst_SrtBridgeFailure::badInputOnTheDirectWay()
     QVERIFY2(waitUntil([&] { return air.state() == "failed"_L1; }), qPrintable(air.engine().log()));
 
     // Here the encoder itself complains and ends, which counts as a failure.
-    QVERIFY2(air.hasLine(u"ERRO: ffmpeg saiu (code=1, erro)"_s), qPrintable(air.engine().log()));
+    QVERIFY2(!encoderFailures(air.logLines()).isEmpty(), qPrintable(air.engine().log()));
     QVERIFY(air.hasLine(u"auto-restart em 1000ms (tentativa 1 na janela)"_s));
     const QString command = air.linesWith(u"ffmpeg -hide_banner"_s).constLast();
     QVERIFY2(command.endsWith(" -f mpegts "_L1 + target), qPrintable(command));

@@ -1,6 +1,7 @@
-// An SRT listener that lets in only callers with the right stream id, and with the right passphrase if one is
-// given: srt_gate <port> <stream id> <passphrase or nothing>. What it receives goes to standard output; each
-// caller leaves a line on standard error: "rejected <stream id>" or "accepted <stream id>, latency <ms>".
+// An SRT listener that lets in only callers with the right stream id (or one of several, a line each), and
+// with the right passphrase if one is given: srt_gate <port> <stream id> <passphrase or nothing>. What it
+// receives goes to standard output; each caller leaves a line on standard error: "rejected <stream id>" or
+// "accepted <stream id>, latency <ms>".
 
 #include <srt/srt.h>
 
@@ -20,7 +21,8 @@ namespace {
 int judge(void *wanted, SRTSOCKET /*caller*/, int /*version*/, const sockaddr * /*peer*/,
           const char *streamId)
 {
-    if (*static_cast<const std::string *>(wanted) == streamId)
+    const auto *ids = static_cast<const std::string *>(wanted);
+    if (('\n' + *ids + '\n').find('\n' + std::string(streamId) + '\n') != std::string::npos)
         return 0;
     std::fprintf(stderr, "rejected %s\n", streamId);
     return -1;
