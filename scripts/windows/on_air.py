@@ -44,7 +44,7 @@ def perform(stage, package, folder):
         raise
     if code != 0:
         raise DemoError(f"corvane left with {code}")
-    if not (window.runtime / ".cleanexit").exists():
+    if not window.left_in_order():
         raise DemoError("there is no mark of a clean exit")
     print("exit      0, with its mark")
 

@@ -26,7 +26,7 @@ WINDOW = "platforms/qwindows.dll"
 # The guardian replaces the program's folder as a whole, so it can't lie in it.
 PROGRAM_FOLDER = "corvane"
 COMPANIONS_FOLDER = "companions"
-COMPANIONS = ("corvane-guardian.exe", "corvane-publish.exe")
+COMPANIONS = ("corvane-guardian.exe",) # the other one is the publisher's
 # Of every control there is a fallback in Basic, and the window is in Material: these are neither.
 OTHER_STYLES = {"Fusion", "Imagine", "Universal", "Windows", "FluentWinUI3", "macOS", "iOS"}
 COMPILER_LIBRARIES = ("libgcc_s_seh-1.dll", "libstdc++-6.dll", "libwinpthread-1.dll")

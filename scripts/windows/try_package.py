@@ -17,7 +17,7 @@ from stage import DemoError # noqa: E402
 from wine_window import WineWindow # noqa: E402
 
 INSTALLED = "Program Files/CORVANE"
-COMPANIONS = ("corvane-guardian", "corvane-publish")
+COMPANIONS = ("corvane-guardian",)
 START_MENU = "**/Start Menu/Programs/**/CORVANE.lnk"
 # What Wine says for itself, or has no counterpart for.
 WINES_OWN = ("wine: could not open working directory", "qt.qpa.screen: \"Unable to open monitor interface",
@@ -32,9 +32,9 @@ def the_only(folder, pattern):
     return found[0]
 
 
-def start(stage, prefix, program, picture):
+def start(stage, prefix, program, picture, runtime="runtime"):
     """The program shows its window, has TLS and says nothing; and it ends in order."""
-    window = WineWindow(stage, prefix, program)
+    window = WineWindow(stage, prefix, program, runtime=runtime)
     window.control("push button", "Nova stream")
     window.click("label", "CORVANE")
     tls = window.report()["tls"]
@@ -45,7 +45,7 @@ def start(stage, prefix, program, picture):
         raise DemoError(f"{program} left with {code} and said: {said}")
     if tls != "schannel":
         raise DemoError(f"{program} has no TLS but “{tls}”")
-    if not (window.runtime / ".cleanexit").exists():
+    if not window.left_in_order():
         raise DemoError("there is no mark of a clean exit")
     print(f"{program}: window up, TLS by {tls}, clean exit")
 
@@ -75,7 +75,7 @@ def try_installer(stage, prefix, folder):
             raise DemoError(f"the list of installed programs doesn't tell {name}:\n{entry}")
     if not prefix.path(INSTALLED + "/Uninstall.exe").exists():
         raise DemoError("the installer brought no uninstaller")
-    start(stage, prefix, r"C:\Program Files\CORVANE\corvane\corvane.exe", folder / "windows-installed.png")
+    start(stage, prefix, r"C:\Program Files\CORVANE\corvane\corvane.exe", folder / "windows-installed.png", runtime=None)
 
     prefix.run(r"C:\Program Files\CORVANE\Uninstall.exe", "/S")
     left = [*prefix.path("").glob("Program Files/CORVANE/**/*"), *prefix.path("").glob(START_MENU)]

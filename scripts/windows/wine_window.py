@@ -29,20 +29,23 @@ def needed():
 class WineWindow:
     """The program's window. Every operation waits for its control and fails with DemoError if there is none.
 
-    `program` is what Windows calls it, `path` its PATH. It is started with nothing else in view but drive C:.
+    `program` is what Windows calls it, `path` its PATH, `runtime` the folder on drive C: that it is told to keep its
+    marks in; None: its own choice. It is started with nothing else in view but drive C:.
     """
 
-    def __init__(self, stage, prefix, program, path=""):
+    def __init__(self, stage, prefix, program, path="", runtime="runtime"):
         plugins = prefix.path("locator/generic")
         plugins.mkdir(parents=True, exist_ok=True)
         shutil.copy2(LOCATOR, plugins)
         self._report = prefix.path("locator/controls.json")
         self._report.unlink(missing_ok=True)
-        self.runtime = prefix.path("runtime")
+        self._runtime = runtime or "users/*/AppData/Roaming/halvorndev/CORVANE/runtime"
+        self._drive = prefix.path("")
+        told = {"CORVANE_RUNTIME_DIR": f"C:/{runtime}"} if runtime else {}
         folder, _, name = program.rpartition("\\") # a folder's name is entered as it stands, a program's wants quotes
         command = prefix.command(
             "cmd", "/c", f"set PATH={path}&& cd {folder}&& {name}",
-            CORVANE_RUNTIME_DIR="C:/runtime",
+            **told,
             CORVANE_LOCATE_REPORT="C:/locator/controls.json",
             QT_PLUGIN_PATH="C:/locator",
             QT_QPA_GENERIC_PLUGINS="corvane_locator",
@@ -52,6 +55,10 @@ class WineWindow:
         wait_for("the window", lambda: self.find("frame", "CORVANE"), 120)
 
     # --- What is seen
+
+    def left_in_order(self):
+        """Whether the mark of a clean exit is there."""
+        return any(self._drive.glob(self._runtime + "/.cleanexit"))
 
     def find(self, role, name):
         """The control in view with this role and a name that the pattern matches whole, or None."""

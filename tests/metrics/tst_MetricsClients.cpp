@@ -19,7 +19,11 @@ namespace {
 
 constexpr int pipelineCount = 100;
 constexpr qint64 answerLimitMs = 1000;
+#ifdef Q_OS_WIN
+constexpr qint64 turnLimitMs = 2000; // under Wine every call waits for one server, with those of all other programs
+#else
 constexpr qint64 turnLimitMs = 500;
+#endif
 
 } // namespace
 
