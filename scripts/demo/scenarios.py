@@ -123,7 +123,9 @@ def _fill_in_second(window, url):
 
 def _add_output(window, kind, url):
     window.enter("URL " + kind, url)
-    window.press("push button", "Adicionar saída " + kind)
+    button = ("push button", "Adicionar saída " + kind)
+    window.reach(*button)
+    window.press(*button)
 
 
 def _pass_through_another(window):
