@@ -42,7 +42,7 @@ class Tidy:
     def __init__(self, build):
         self._build = build
         self._commands = commands(build)
-        self._common = output("clang-tidy", "--version") + pathlib.Path(".clang-tidy").read_bytes()
+        self._version = output("clang-tidy", "--version")
 
     def look_at(self, file):
         """What there is to say of a file; empty: nothing."""
@@ -73,8 +73,10 @@ class Tidy:
             text = output("clang++", *arguments, "-E", "-P", "-C", os.path.realpath(file), cwd=folder)
         except subprocess.CalledProcessError:
             return None
-        key = hashlib.sha256(self._common)
-        for part in (file.encode(), pathlib.Path(file).read_bytes(), text):
+        configured = (folder / ".clang-tidy" for folder in pathlib.Path(file).parents)
+        key = hashlib.sha256(self._version)
+        for part in (file.encode(), pathlib.Path(file).read_bytes(), text,
+                     *(path.read_bytes() for path in configured if path.exists())):
             key.update(hashlib.sha256(part).digest())
         return CACHE / key.hexdigest()
 
