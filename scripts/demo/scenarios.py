@@ -124,7 +124,8 @@ def _fill_in_second(window, url):
 def _add_output(window, kind, url):
     window.enter("URL " + kind, url)
     button = ("push button", "Adicionar saída " + kind)
-    window.reach(*button)
+    # Some versions of the style put it below the fold.
+    wait_for(f"{button[1]} to come into view", lambda: window.find(*button) or window.scroll())
     window.press(*button)
 
 

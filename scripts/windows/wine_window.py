@@ -102,14 +102,9 @@ class WineWindow:
              "sleep", "0.1", "click", "--repeat", str(times), "--delay", "80", "1")
         self._settle()
 
-    def reach(self, role, name):
-        """Turns the wheel where the pointer is, until the control is in view."""
-        def in_view():
-            found = self.find(role, name)
-            if not found:
-                _run("xdotool", "click", "5")
-            return found
-        wait_for(f"the {role} “{name}” to come into view", in_view)
+    def scroll(self):
+        """Down, where the pointer is."""
+        _run("xdotool", "click", "5")
 
     def type(self, text):
         _run("xdotool", "type", "--delay", "30", text)
