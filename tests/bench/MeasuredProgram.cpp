@@ -71,7 +71,7 @@ QList<double> numbers(const QJsonValue &array)
 {
     QList<double> values;
     const QJsonArray items = array.toArray();
-    for (const QJsonValue &item : items)
+    for (const auto &item : items)
         values << item.toDouble();
     return values;
 }

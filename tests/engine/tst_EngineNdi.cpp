@@ -58,7 +58,7 @@ void tst_EngineNdi::namesTheSources_data()
 
 void tst_EngineNdi::namesTheSources()
 {
-    QFETCH(const QStringList, sources);
+    QFETCH(QStringList, sources);
     QFETCH(const QString, line);
 
     QList<int> timeouts;

@@ -41,7 +41,7 @@ QByteArray versionIn(const QString &folder)
 {
     if (!QFileInfo::exists(folder))
         return "none";
-    const QByteArray version = contentsOf(folder + "/corvane"_L1);
+    QByteArray version = contentsOf(folder + "/corvane"_L1);
     for (int i = 0; i < parts; ++i) {
         if (version.isEmpty() || contentsOf(folder + u"/lib/part%1"_s.arg(i)) != version)
             return "torn";

@@ -88,7 +88,7 @@ void tst_PackageEntries::kinds_data()
 {
     QTest::addColumn<PackageEntry>("entry");
     QTest::addColumn<QString>("problem");
-    const auto row = [](const char *title, PackageEntry entry, const QString &problem) {
+    const auto row = [](const char *title, const PackageEntry &entry, const QString &problem) {
         QTest::newRow(title) << entry << problem;
     };
     row("a file", file("a"), {});

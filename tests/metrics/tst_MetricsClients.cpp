@@ -20,7 +20,8 @@ namespace {
 constexpr int pipelineCount = 100;
 constexpr qint64 answerLimitMs = 1000;
 #ifdef Q_OS_WIN
-constexpr qint64 turnLimitMs = 2000; // under Wine every call waits for one server, with those of all other programs
+// Under Wine every call waits for one server, with those of all other programs.
+constexpr qint64 turnLimitMs = 2000;
 #else
 constexpr qint64 turnLimitMs = 500;
 #endif

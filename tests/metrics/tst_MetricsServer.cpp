@@ -241,6 +241,7 @@ void tst_MetricsServer::answersClientsSideBySide()
     MetricsServer server;
     QVERIFY(server.start([] { return u"ok"_s; }, 0));
     std::vector<std::unique_ptr<Client>> clients;
+    clients.reserve(50);
     for (int i = 0; i < 50; ++i)
         clients.push_back(std::make_unique<Client>(server.port()));
     for (const auto &client : clients)
