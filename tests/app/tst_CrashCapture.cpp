@@ -3,8 +3,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QTest>
 #include <QVersionNumber>
-#include <QtTest>
 
 #ifdef __GLIBC__
 #include <gnu/libc-version.h>

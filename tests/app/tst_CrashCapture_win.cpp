@@ -4,8 +4,8 @@
 #include <QDir>
 #include <QFile>
 #include <QRegularExpression>
+#include <QTest>
 #include <QtEndian>
-#include <QtTest>
 
 #include <windows.h>
 

@@ -1,6 +1,6 @@
 #include <QProcess>
 #include <QSet>
-#include <QtTest>
+#include <QTest>
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 #include <vector>

@@ -8,7 +8,7 @@
 #include <QFileInfo>
 #include <QLibraryInfo>
 #include <QRegularExpression>
-#include <QtTest>
+#include <QTest>
 
 #include <ctime>
 

@@ -1,8 +1,8 @@
 #include "app/SafeApp.h"
 
 #include <QEvent>
+#include <QTest>
 #include <QTimer>
-#include <QtTest>
 
 #include <stdexcept>
 

@@ -1,7 +1,7 @@
 #include "app/ScanOptions.h"
 #include "engine/host/Capabilities.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <vector>
 

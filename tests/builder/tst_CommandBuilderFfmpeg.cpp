@@ -1,6 +1,8 @@
 #include "builder/CommandBuilder.h"
 
-#include <QtTest>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTest>
 
 #include <functional>
 

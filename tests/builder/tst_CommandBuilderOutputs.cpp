@@ -1,6 +1,6 @@
 #include "builder/CommandBuilder.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <limits>
 

@@ -1,6 +1,7 @@
 #include "builder/CommandBuilder.h"
 
-#include <QtTest>
+#include <QRandomGenerator>
+#include <QTest>
 
 #include <limits>
 #include <stdexcept>

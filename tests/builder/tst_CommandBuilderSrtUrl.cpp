@@ -1,6 +1,6 @@
 #include "builder/CommandBuilder.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

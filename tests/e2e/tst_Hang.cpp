@@ -4,8 +4,8 @@
 
 #include <QRegularExpression>
 #include <QStandardPaths>
+#include <QTest>
 #include <QUdpSocket>
-#include <QtTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

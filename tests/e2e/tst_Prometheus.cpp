@@ -15,8 +15,8 @@
 #include <QRegularExpression>
 #include <QTcpServer>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QUrlQuery>
-#include <QtTest>
 
 #include <memory>
 

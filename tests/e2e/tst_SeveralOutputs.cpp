@@ -7,7 +7,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -4,8 +4,8 @@
 #include "tests/support/TestSupport.h"
 
 #include <QRegularExpression>
+#include <QTest>
 #include <QUdpSocket>
-#include <QtTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

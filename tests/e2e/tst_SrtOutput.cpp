@@ -3,7 +3,7 @@
 #include "tests/support/SrtListener.h"
 #include "tests/support/TestSupport.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

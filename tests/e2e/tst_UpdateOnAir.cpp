@@ -4,7 +4,7 @@
 #include "tests/support/TestSupport.h"
 #include "tests/update/UpdateTestSupport.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -1,6 +1,6 @@
 #include "engine/Advice.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <limits>
 

@@ -1,7 +1,8 @@
 #include "engine/Advice.h"
 #include "tests/engine/EngineTestSupport.h"
 
-#include <QtTest>
+#include <QSignalSpy>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

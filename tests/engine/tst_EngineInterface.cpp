@@ -3,7 +3,7 @@
 #include <QMetaMethod>
 #include <QMetaProperty>
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

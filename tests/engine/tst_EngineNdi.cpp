@@ -1,7 +1,7 @@
 #include "engine/host/Capabilities.h"
 #include "tests/engine/EngineTestSupport.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -5,7 +5,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -6,7 +6,7 @@
 #include <QSettings>
 #include <QTemporaryDir>
 
-#include <QtTest>
+#include <QTest>
 
 #ifdef Q_OS_LINUX
 #include <sys/mount.h>

@@ -6,7 +6,7 @@
 #include <QSettings>
 #include <QTemporaryDir>
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 

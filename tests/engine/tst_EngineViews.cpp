@@ -1,7 +1,7 @@
 #include "tests/engine/EngineTestSupport.h"
 #include "tests/support/TestSupport.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -3,7 +3,7 @@
 
 #include <QSignalSpy>
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -3,7 +3,7 @@
 
 #include <QSettings>
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -3,7 +3,7 @@
 #include <QDir>
 #include <QFileInfo>
 
-#include <QtTest>
+#include <QTest>
 
 #include <algorithm>
 

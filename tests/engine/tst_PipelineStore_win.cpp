@@ -3,7 +3,7 @@
 
 #include <QCoreApplication>
 #include <QMap>
-#include <QtTest>
+#include <QTest>
 
 #include <vector>
 

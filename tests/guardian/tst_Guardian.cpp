@@ -4,7 +4,7 @@
 
 #include <QProcess>
 #include <QSignalSpy>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

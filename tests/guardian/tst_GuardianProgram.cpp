@@ -5,7 +5,7 @@
 #include "tools/guardian/FileNames.h"
 
 #include <QProcess>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

@@ -5,7 +5,7 @@
 #include "update/UpdateFiles.h"
 
 #include <QProcess>
-#include <QtTest>
+#include <QTest>
 
 #include <chrono>
 #include <memory>

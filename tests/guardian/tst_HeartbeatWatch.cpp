@@ -2,7 +2,7 @@
 #include "tools/guardian/HeartbeatWatch.h"
 
 #include <QTemporaryDir>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

@@ -2,7 +2,7 @@
 #include "tests/support/TestSupport.h"
 #include "tools/guardian/ManifestFetch.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <chrono>
 

@@ -3,7 +3,7 @@
 #include "tools/publish/SignedManifest.h"
 #include "update/UpdateManifest.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -2,7 +2,7 @@
 #include "tools/guardian/Marks.h"
 
 #include <QTemporaryDir>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

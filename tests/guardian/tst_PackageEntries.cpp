@@ -1,6 +1,6 @@
 #include "tools/guardian/PackageEntries.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane::guardian;

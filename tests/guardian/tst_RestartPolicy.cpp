@@ -1,6 +1,6 @@
 #include "tools/guardian/RestartPolicy.h"
 
-#include <QtTest>
+#include <QTest>
 
 using corvane::guardian::RestartPolicy;
 

@@ -4,8 +4,8 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTimeZone>
-#include <QtTest>
 
 using namespace Qt::StringLiterals;
 using corvane::guardian::RotatingLog;

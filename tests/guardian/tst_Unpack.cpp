@@ -5,7 +5,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

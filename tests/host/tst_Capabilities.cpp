@@ -1,6 +1,6 @@
 #include "engine/host/Capabilities.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace corvane;
 

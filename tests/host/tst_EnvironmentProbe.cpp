@@ -4,7 +4,7 @@
 
 #include <QElapsedTimer>
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -2,7 +2,7 @@
 
 #include <QStandardPaths>
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -1,7 +1,7 @@
 #include "tests/host/PrivateBus.h"
 #include "tests/support/TestSupport.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane::test;

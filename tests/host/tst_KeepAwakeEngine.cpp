@@ -3,7 +3,7 @@
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

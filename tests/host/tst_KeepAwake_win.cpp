@@ -4,7 +4,7 @@
 #include "tests/support/TestSupport.h"
 
 #include <QList>
-#include <QtTest>
+#include <QTest>
 
 #include <windows.h>
 

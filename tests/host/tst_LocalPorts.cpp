@@ -6,7 +6,7 @@
 #include <QSignalSpy>
 #include <QUdpSocket>
 
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 #include <vector>

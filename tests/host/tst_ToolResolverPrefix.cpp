@@ -4,7 +4,7 @@
 #include <QTemporaryDir>
 #include <QUuid>
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 

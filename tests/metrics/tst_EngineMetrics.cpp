@@ -5,7 +5,7 @@
 
 #include <QElapsedTimer>
 #include <QTcpServer>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

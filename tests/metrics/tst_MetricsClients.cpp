@@ -6,7 +6,7 @@
 #include "tests/support/ToolPath.h"
 
 #include <QElapsedTimer>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 #include <vector>

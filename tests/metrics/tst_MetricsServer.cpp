@@ -6,7 +6,7 @@
 #include <QNetworkInterface>
 #include <QSignalSpy>
 #include <QTcpServer>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

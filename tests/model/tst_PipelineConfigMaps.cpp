@@ -1,6 +1,6 @@
 #include "engine/model/PipelineConfig.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <functional>
 #include <limits>

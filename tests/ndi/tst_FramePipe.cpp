@@ -3,7 +3,7 @@
 #include "tests/support/Processes.h"
 #include "tests/support/TestSupport.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <fcntl.h>
 #include <sys/stat.h>

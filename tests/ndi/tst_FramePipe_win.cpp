@@ -5,8 +5,8 @@
 
 #include <QProcess>
 #include <QSemaphore>
+#include <QTest>
 #include <QThread>
-#include <QtTest>
 
 #include <atomic>
 #include <memory>

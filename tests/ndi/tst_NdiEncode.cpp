@@ -9,9 +9,9 @@
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QSet>
+#include <QTest>
 #include <QTimer>
 #include <QUuid>
-#include <QtTest>
 
 #include <algorithm>
 #include <cstdlib>

@@ -8,8 +8,8 @@
 #include <QElapsedTimer>
 #include <QMetaMethod>
 #include <QSignalSpy>
+#include <QTest>
 #include <QThread>
-#include <QtTest>
 
 #include <memory>
 

@@ -4,7 +4,7 @@
 #include "tests/ndi/ReceiverBench.h"
 #include "tests/support/TestSupport.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <functional>
 #include <new>

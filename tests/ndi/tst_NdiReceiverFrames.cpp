@@ -5,7 +5,7 @@
 #include "tests/support/TestSupport.h"
 
 #include <QElapsedTimer>
-#include <QtTest>
+#include <QTest>
 
 #include <algorithm>
 #include <cstring>

@@ -4,8 +4,8 @@
 #include <QMetaEnum>
 #include <QMetaMethod>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTimer>
-#include <QtTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

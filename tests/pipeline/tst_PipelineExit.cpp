@@ -4,8 +4,8 @@
 
 #include <QFile>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTimer>
-#include <QtTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -2,7 +2,7 @@
 #include "tests/support/Processes.h"
 #include "tests/support/TestSupport.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

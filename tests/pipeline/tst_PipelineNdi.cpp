@@ -6,9 +6,9 @@
 #include "tests/ndi/ReceiverBench.h"
 #include "tests/support/TestSupport.h"
 
+#include <QTest>
 #include <QThread>
 #include <QUuid>
-#include <QtTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

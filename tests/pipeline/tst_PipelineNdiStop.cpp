@@ -9,8 +9,8 @@
 #include "tests/support/Processes.h"
 
 #include <QPointer>
+#include <QTest>
 #include <QUuid>
-#include <QtTest>
 
 #include <memory>
 

@@ -3,8 +3,8 @@
 #include "tests/support/TestSupport.h"
 
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTimer>
-#include <QtTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

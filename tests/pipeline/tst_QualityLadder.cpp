@@ -1,7 +1,7 @@
 #include "pipeline/QualityLadder.h"
 #include "pipeline/Telemetry.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -1,6 +1,6 @@
 #include "pipeline/RestartGate.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <limits>
 

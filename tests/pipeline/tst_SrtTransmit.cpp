@@ -2,7 +2,8 @@
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
-#include <QtTest>
+#include <QSignalSpy>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -1,6 +1,6 @@
 #include "pipeline/Telemetry.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

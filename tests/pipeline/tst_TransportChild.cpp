@@ -6,7 +6,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
-#include <QtTest>
+#include <QTest>
 
 #include <functional>
 #include <memory>

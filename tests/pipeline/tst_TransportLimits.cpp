@@ -6,7 +6,8 @@
 
 #include <QElapsedTimer>
 #include <QProcess>
-#include <QtTest>
+#include <QTest>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

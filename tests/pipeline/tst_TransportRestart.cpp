@@ -4,7 +4,7 @@
 #include "tests/pipeline/TransportTestSupport.h"
 #include "tests/support/Processes.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

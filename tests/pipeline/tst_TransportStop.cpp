@@ -3,7 +3,7 @@
 #include "tests/support/Processes.h"
 
 #include <QElapsedTimer>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -4,8 +4,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTextStream>
-#include <QtTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

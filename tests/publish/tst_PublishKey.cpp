@@ -2,7 +2,7 @@
 #include "update/UpdateSignature.h"
 
 #include <QTemporaryDir>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -3,7 +3,7 @@
 #include "builder/CommandBuilder.h"
 #include "engine/model/PipelineConfig.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -3,7 +3,7 @@
 #include "tests/tools/ShimCall.h"
 
 #include <QFile>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane::test;

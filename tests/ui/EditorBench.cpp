@@ -4,7 +4,8 @@
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QQmlProperty>
-#include <QtTest>
+#include <QSignalSpy>
+#include <QTest>
 
 namespace corvane::test {
 

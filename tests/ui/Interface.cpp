@@ -3,7 +3,7 @@
 #include "tests/support/TestSupport.h"
 
 #include <QQmlContext>
-#include <QtTest>
+#include <QTest>
 
 namespace corvane::test {
 

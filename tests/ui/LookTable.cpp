@@ -5,7 +5,7 @@
 #include <QMetaProperty>
 #include <QQmlContext>
 #include <QQmlProperty>
-#include <QtTest>
+#include <QTest>
 
 namespace corvane::test {
 

@@ -1,6 +1,7 @@
 #include "tests/ui/EditorBench.h"
 
-#include <QtTest>
+#include <QSignalSpy>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -1,7 +1,7 @@
 #include "tests/ui/EditorBench.h"
 
 #include <QRegularExpression>
-#include <QtTest>
+#include <QTest>
 
 #include <algorithm>
 

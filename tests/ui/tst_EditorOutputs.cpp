@@ -2,7 +2,7 @@
 
 #include <QGuiApplication>
 #include <QStyleHints>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -1,7 +1,8 @@
 #include "tests/support/TestSupport.h"
 #include "tests/ui/EditorBench.h"
 
-#include <QtTest>
+#include <QSignalSpy>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -3,7 +3,7 @@
 
 #include <QCoreApplication>
 #include <QDesktopServices>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

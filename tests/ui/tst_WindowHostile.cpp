@@ -1,8 +1,9 @@
 #include "tests/ui/LookTable.h"
 
 #include <QQuickItem>
+#include <QSignalSpy>
 #include <QTcpServer>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -2,8 +2,8 @@
 
 #include <QDesktopServices>
 #include <QSignalSpy>
+#include <QTest>
 #include <QUrl>
-#include <QtTest>
 
 #include <memory>
 

@@ -1,7 +1,8 @@
 #include "tests/support/Processes.h"
 #include "tests/ui/LookTable.h"
 
-#include <QtTest>
+#include <QSignalSpy>
+#include <QTest>
 
 #include <memory>
 

@@ -3,7 +3,7 @@
 
 #include <QColor>
 #include <QMetaProperty>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

@@ -1,7 +1,7 @@
 #include "tests/ui/LookTable.h"
 
 #include <QCoreApplication>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

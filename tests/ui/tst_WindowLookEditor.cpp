@@ -1,6 +1,6 @@
 #include "tests/ui/LookTable.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

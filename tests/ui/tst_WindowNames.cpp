@@ -5,7 +5,7 @@
 #include <QMetaMethod>
 #include <QMetaProperty>
 #include <QRegularExpression>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -2,7 +2,8 @@
 
 #include <QClipboard>
 #include <QGuiApplication>
-#include <QtTest>
+#include <QSignalSpy>
+#include <QTest>
 
 #include <memory>
 

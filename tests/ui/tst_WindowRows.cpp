@@ -2,7 +2,7 @@
 #include "tests/ui/LookTable.h"
 
 #include <QFile>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 

@@ -1,6 +1,6 @@
 #include "tests/ui/Interface.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

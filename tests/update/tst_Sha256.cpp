@@ -1,7 +1,7 @@
 #include "update/Sha256.h"
 
 #include <QBuffer>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

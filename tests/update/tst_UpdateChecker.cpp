@@ -4,7 +4,7 @@
 #include <QMetaProperty>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -1,6 +1,6 @@
 #include "update/UpdateFiles.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -1,7 +1,7 @@
 #include "update/UpdateManifest.h"
 #include "update/UpdateSignature.h"
 
-#include <QtTest>
+#include <QTest>
 
 #include <monocypher-ed25519.h>
 

@@ -1,7 +1,7 @@
 #include "tests/update/UpdateTestSupport.h"
 #include "update/UpdateSignature.h"
 
-#include <QtTest>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;

@@ -2,7 +2,7 @@
 #include "tests/update/UpdateTestSupport.h"
 
 #include <QRegularExpression>
-#include <QtTest>
+#include <QTest>
 
 #include <memory>
 
