@@ -2,21 +2,27 @@
 
 option(CORVANE_PRECOMPILED_HEADERS "Compile Qt's headers once for all" ON)
 
-if(CORVANE_PRECOMPILED_HEADERS)
-    file(WRITE "${CMAKE_BINARY_DIR}/precompiled/headers.cpp" "// What the precompiled headers are made with.\n")
-    add_library(corvane_headers OBJECT "${CMAKE_BINARY_DIR}/precompiled/headers.cpp")
-    set_target_properties(corvane_headers PROPERTIES AUTOMOC OFF)
-    target_link_libraries(corvane_headers PRIVATE Qt6::Core corvane_compiler corvane_warnings)
-    target_precompile_headers(corvane_headers PRIVATE <QtCore>)
-endif()
-
-# corvane_precompiled(<target>)
+# corvane_precompile(<name> HEADERS <header>... LINK <target>...)
 #
-# For targets that link Qt6::Core, corvane_compiler and corvane_warnings, and are free to be told of every include they lack only by
-# `./dev lint`, which goes without.
-function(corvane_precompiled target)
+# Headers for corvane_precompiled().
+function(corvane_precompile name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "HEADERS;LINK")
     if(CORVANE_PRECOMPILED_HEADERS)
-        target_precompile_headers(${target} REUSE_FROM corvane_headers)
+        file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp" "// What the precompiled headers are made with.\n")
+        add_library(${name} OBJECT "${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp")
+        set_target_properties(${name} PROPERTIES AUTOMOC OFF)
+        target_link_libraries(${name} PRIVATE ${arg_LINK} corvane_compiler corvane_warnings)
+        target_precompile_headers(${name} PRIVATE ${arg_HEADERS})
+    endif()
+endfunction()
+
+# corvane_precompiled(<target> <name>)
+#
+# For targets that link what <name> does, corvane_compiler and corvane_warnings. An include that they lack shows in
+# `./dev lint` alone, which goes without.
+function(corvane_precompiled target name)
+    if(CORVANE_PRECOMPILED_HEADERS)
+        target_precompile_headers(${target} REUSE_FROM ${name})
         if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
             target_compile_options(${target} PRIVATE -fpch-preprocess) # ccache wants it
         endif()
@@ -25,3 +31,5 @@ function(corvane_precompiled target)
             PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
     endif()
 endfunction()
+
+corvane_precompile(corvane_headers HEADERS <QtCore> LINK Qt6::Core)
