@@ -10,6 +10,7 @@
 #include <QTest>
 
 #include <algorithm>
+#include <limits>
 
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
@@ -114,13 +115,10 @@ void tst_ProgramMarks::heartbeatMovesOnEveryTwoSeconds()
 
     // The timer may be early by a twentieth; it is late when the machine is busy, but hardly each time.
     QVERIFY2(beats.first() - run.startedAtMs >= 1900, "the first beat follows after one interval");
-    QList<qint64> gaps;
+    qint64 shortest = std::numeric_limits<qint64>::max();
     for (qsizetype i = 1; i < beats.size(); ++i)
-        gaps << beats.at(i) - beats.at(i - 1);
-    const auto [shortest, longest] = std::minmax_element(gaps.cbegin(), gaps.cend());
-    // What one late beat takes from the gap after it, it gave to the gap before.
-    QVERIFY2(*longest >= 1700 && *shortest <= 3500,
-             qPrintable(u"%1 to %2 ms"_s.arg(*shortest).arg(*longest)));
+        shortest = std::min(shortest, beats.at(i) - beats.at(i - 1));
+    QVERIFY2(shortest >= 1500 && shortest <= 3500, qPrintable(QString::number(shortest)));
 }
 
 void tst_ProgramMarks::heartbeatReplacesAnEarlierOne()
