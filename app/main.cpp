@@ -1,4 +1,5 @@
 #include "app/CrashGuard.h"
+#include "app/GarbageCollection.h"
 #include "app/SafeApp.h"
 #include "app/ScanOptions.h"
 #include "app/Version.h"
@@ -72,6 +73,7 @@ int main(int argc, char *argv[])
         return 0;
     }
 
+    corvane::disableIncrementalCollection();
     corvane::SafeApp app(argc, argv);
     QCoreApplication::setApplicationName(u"CORVANE"_s);
     QCoreApplication::setOrganizationName(u"halvorndev"_s);

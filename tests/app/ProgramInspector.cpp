@@ -71,6 +71,7 @@ QJsonObject findings()
         {u"registrationExportedBy"_s, corvane::test::exporterOf("_Z26qml_register_types_Corvanev")},
         {u"imports10"_s, imports("Corvane 1.0")},
         {u"imports20"_s, imports("Corvane 2.0")},
+        {u"garbageCollectionLimit"_s, qEnvironmentVariable("QV4_GC_TIMELIMIT")},
         {u"windows"_s, windows},
         {u"contextProperties"_s, contextProperties},
     };

@@ -24,6 +24,7 @@ private Q_SLOTS:
     void sourceOfMain();
     void registersTheModuleInVersionOne();
     void exportsTheRegistration();
+    void collectsGarbageInOneGo();
     void showsOneWindowMadeOfMain();
     void contextPropertiesOfTheRoot();
 
@@ -105,6 +106,11 @@ void tst_QmlModule::exportsTheRegistration()
     const QFileInfo exporter(m_found.value("registrationExportedBy"_L1).toString());
 
     QCOMPARE(exporter.canonicalFilePath(), QFileInfo(corvaneProgram()).canonicalFilePath());
+}
+
+void tst_QmlModule::collectsGarbageInOneGo()
+{
+    QCOMPARE(m_found.value("garbageCollectionLimit"_L1).toString(), u"0"_s);
 }
 
 void tst_QmlModule::showsOneWindowMadeOfMain()

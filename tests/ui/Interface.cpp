@@ -1,5 +1,6 @@
 #include "tests/ui/Interface.h"
 
+#include "app/GarbageCollection.h"
 #include "tests/support/TestSupport.h"
 
 #include <QQmlContext>
@@ -51,9 +52,9 @@ Interface::Interface(const QByteArray &encoders, const QByteArray &protocols)
 {
 }
 
-// The tools have to be on PATH before the Engine looks for them.
+// The environment has to be complete before the Engine looks for tools, and before the QML engine is made.
 Interface::Interface(const std::function<void(ToolPath &)> &addTools)
-    : m_engine((addTools(m_tools), nullptr))
+    : m_engine((disableIncrementalCollection(), addTools(m_tools), nullptr))
 {
     collectedWarnings.clear();
     formerHandler = qInstallMessageHandler(collect);

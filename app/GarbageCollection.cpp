@@ -1,0 +1,14 @@
+#include "app/GarbageCollection.h"
+
+#include <QtGlobal>
+
+namespace corvane {
+
+void disableIncrementalCollection()
+{
+    constexpr auto limit = "QV4_GC_TIMELIMIT";
+    if (!qEnvironmentVariableIsSet(limit))
+        qputenv(limit, "0");
+}
+
+} // namespace corvane
