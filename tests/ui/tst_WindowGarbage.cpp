@@ -1,4 +1,4 @@
-// The window's garbage collection on a machine so busy that a look at the clock takes longer than one slice of it.
+// The window's garbage collection on a machine so busy that a look at the clock outlasts one slice of it.
 
 #include "app/GarbageCollection.h"
 #include "tests/ui/Interface.h"
