@@ -10,7 +10,6 @@
 #include <QTest>
 
 #include <algorithm>
-#include <limits>
 
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
@@ -113,12 +112,14 @@ void tst_ProgramMarks::heartbeatMovesOnEveryTwoSeconds()
     }
     QCOMPARE(run.close(), 0);
 
-    // The timer may be early by a twentieth; it is late when the machine is busy, but hardly each time.
+    // The timer may be early by a twentieth. On a busy machine one beat may be late: then one gap is longer
+    // and the next one shorter, and the middle one of the three is neither.
     QVERIFY2(beats.first() - run.startedAtMs >= 1900, "the first beat follows after one interval");
-    qint64 shortest = std::numeric_limits<qint64>::max();
+    QList<qint64> gaps;
     for (qsizetype i = 1; i < beats.size(); ++i)
-        shortest = std::min(shortest, beats.at(i) - beats.at(i - 1));
-    QVERIFY2(shortest >= 1500 && shortest <= 3500, qPrintable(QString::number(shortest)));
+        gaps << beats.at(i) - beats.at(i - 1);
+    std::sort(gaps.begin(), gaps.end());
+    QVERIFY2(gaps.at(1) >= 1500 && gaps.at(1) <= 3500, qPrintable(QString::number(gaps.at(1))));
 }
 
 void tst_ProgramMarks::heartbeatReplacesAnEarlierOne()
