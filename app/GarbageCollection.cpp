@@ -1,6 +1,6 @@
 #include "app/GarbageCollection.h"
 
-#include <QtGlobal>
+#include <QByteArray>
 
 namespace corvane {
 

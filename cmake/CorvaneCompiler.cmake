@@ -32,6 +32,13 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     endif()
 endif()
 
+# Each of some two hundred test programs is linked to all of the product.
+find_program(CORVANE_MOLD mold)
+if(CORVANE_MOLD AND NOT WIN32 AND NOT APPLE AND NOT (CMAKE_CXX_COMPILER_ID STREQUAL "GNU"
+                                                      AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 12.1))
+    add_link_options($<$<CONFIG:Debug>:-fuse-ld=mold>)
+endif()
+
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     # Else it leaves alone what uses precompiled headers, and runs the preprocessor for what it doesn't know yet.
