@@ -88,18 +88,14 @@ PrivateBus::PrivateBus()
         return;
     }
     QFile file(m_dir.filePath(u"bus.conf"_s));
-    if (!file.open(QIODevice::WriteOnly)) {
-        m_problem = u"the configuration of the bus cannot be written"_s;
-        return;
-    }
+    if (!file.open(QIODevice::WriteOnly))
+        qFatal("the configuration of the bus cannot be written");
     file.write(QString::fromLatin1(configuration).arg(m_dir.filePath(u"bus"_s)).toUtf8());
     file.close();
 
     m_daemon.start(daemon, {u"--config-file="_s + file.fileName(), u"--print-address"_s, u"--nofork"_s});
-    if (!m_daemon.waitForStarted() || !m_daemon.waitForReadyRead(20000)) {
-        m_problem = u"dbus-daemon does not come up: "_s + QString::fromUtf8(m_daemon.readAllStandardError());
-        return;
-    }
+    if (!m_daemon.waitForStarted() || !m_daemon.waitForReadyRead(20000))
+        qFatal("dbus-daemon does not come up: %s", m_daemon.readAllStandardError().constData());
     m_address = QString::fromUtf8(m_daemon.readLine()).trimmed();
 }
 

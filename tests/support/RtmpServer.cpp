@@ -12,6 +12,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+const QString rtmpModule = u"/usr/lib/nginx/modules/ngx_rtmp_module.so"_s;
 constexpr int startAttempts = 5; // another program may take the port between the question and its use
 constexpr int startTimeoutMs = 10000;
 
@@ -25,7 +26,7 @@ QString configuration(quint16 port, const QString &directory)
 {
     return uR"(daemon off;
 master_process off;
-load_module /usr/lib/nginx/modules/ngx_rtmp_module.so;
+load_module %3;
 pid %1/nginx.pid;
 error_log %1/error.log warn;
 events {}
@@ -40,7 +41,12 @@ rtmp {
         }
     }
 }
-)"_s.arg(directory, QString::number(port));
+)"_s.arg(directory, QString::number(port), rtmpModule);
+}
+
+QString nginx()
+{
+    return QStandardPaths::findExecutable(u"nginx"_s, {u"/usr/sbin"_s, u"/usr/local/sbin"_s});
 }
 
 } // namespace
@@ -52,14 +58,15 @@ RtmpServer::~RtmpServer()
     stop();
 }
 
+QString RtmpServer::missing()
+{
+    if (nginx().isEmpty())
+        return u"nginx isn't installed"_s;
+    return QFile::exists(rtmpModule) ? QString() : u"nginx's RTMP module isn't installed"_s;
+}
+
 bool RtmpServer::start()
 {
-    const QString program =
-        QStandardPaths::findExecutable(u"nginx"_s, {u"/usr/sbin"_s, u"/usr/local/sbin"_s});
-    if (program.isEmpty()) {
-        m_error = u"nginx isn't installed"_s;
-        return false;
-    }
     for (int attempt = 0; attempt < startAttempts; ++attempt) {
         m_port = freeTcpPort();
         QFile file(m_directory.filePath(u"nginx.conf"_s));
@@ -72,7 +79,7 @@ bool RtmpServer::start()
 
         m_nginx = std::make_unique<QProcess>();
         m_nginx->setProcessChannelMode(QProcess::MergedChannels);
-        m_nginx->start(program, {u"-p"_s, m_directory.path(), u"-e"_s, m_directory.filePath(u"error.log"_s),
+        m_nginx->start(nginx(), {u"-p"_s, m_directory.path(), u"-e"_s, m_directory.filePath(u"error.log"_s),
                                  u"-c"_s, file.fileName()});
         // Each look costs a connection attempt; nginx ending is the other way out.
         for (int waited = 0; waited < startTimeoutMs && !m_nginx->waitForFinished(50); waited += 50) {

@@ -16,6 +16,9 @@ public:
     RtmpServer();
     ~RtmpServer();
 
+    /// What of it isn't installed; empty if it can be started.
+    [[nodiscard]] static QString missing();
+
     /// Answers whether the server accepts connections; if not, error() says why.
     bool start();
 

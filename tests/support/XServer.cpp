@@ -131,7 +131,7 @@ XServer::XServer()
     if (m_server.canReadLine())
         m_display = u':' + QString::fromLatin1(m_server.readLine().trimmed());
     else
-        m_problem = u"Xvfb doesn't start: %1"_s.arg(m_server.errorString());
+        qFatal("Xvfb doesn't start: %s", qPrintable(m_server.errorString()));
 }
 
 XServer::~XServer()

@@ -15,7 +15,7 @@ public:
     ~XServer();
     Q_DISABLE_COPY_MOVE(XServer)
 
-    /// Empty if the server runs, else why it doesn't.
+    /// Empty if the server runs, else what isn't installed. One that is and doesn't start is fatal.
     [[nodiscard]] QString problem() const { return m_problem; }
 
     /// Value for DISPLAY, as ":7".
