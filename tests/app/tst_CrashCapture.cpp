@@ -1,5 +1,7 @@
-#include "tests/app/Crasher.h"
+#include "tests/app/CrasherRun.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 
 #include <QDir>
 #include <QFile>
@@ -121,7 +123,7 @@ void tst_CrashCapture::leavesAReportAndDiesOfItsSignal()
     QFETCH(const int, signal);
     QFETCH(const QByteArray, log);
 
-    Crasher crasher(death);
+    CrasherRun crasher(death);
     QVERIFY(crasher.start());
     QVERIFY2(crasher.die(), "dead within two seconds");
 
@@ -154,7 +156,7 @@ void tst_CrashCapture::reportsWhatItIsSent()
     QFETCH(const int, signal);
     QFETCH(const QByteArray, log);
 
-    Crasher crasher({u"abort"_s});
+    CrasherRun crasher({u"abort"_s});
     QVERIFY(crasher.start());
     sendSignal(crasher.program.processId(), signal);
     QVERIFY(crasher.program.waitForFinished(deathLimitMs + deathSlackMs));
@@ -167,7 +169,7 @@ void tst_CrashCapture::reportsWhatItIsSent()
 void tst_CrashCapture::overflowOfAWorkersStackKills()
 {
     // Only the main thread has a second stack: no report, but no hang and no other end.
-    Crasher crasher({u"overflow"_s, u"worker"_s});
+    CrasherRun crasher({u"overflow"_s, u"worker"_s});
     QVERIFY(crasher.start());
     QVERIFY(crasher.die());
 
@@ -177,10 +179,10 @@ void tst_CrashCapture::overflowOfAWorkersStackKills()
 
 void tst_CrashCapture::crashesOfOneProcessShareALog()
 {
-    Crasher crasher({u"null-write"_s});
+    CrasherRun crasher({u"null-write"_s});
     QVERIFY(crasher.start());
     // Something stands in every file that this start could have named.
-    const qint64 now = Crasher::coarseSeconds();
+    const qint64 now = coarseSeconds();
     for (qint64 second = now - 30; second <= now; ++second) {
         QFile file(crasher.crashDir() + u"/crash-%1.log"_s.arg(second));
         QVERIFY(file.open(QIODevice::WriteOnly));
@@ -195,7 +197,7 @@ void tst_CrashCapture::crashesOfOneProcessShareALog()
 
 void tst_CrashCapture::diesWithoutACrashDirectory()
 {
-    Crasher crasher({u"null-write"_s});
+    CrasherRun crasher({u"null-write"_s});
     QFile file(crasher.path(u"runtime"_s));
     QVERIFY(file.open(QIODevice::WriteOnly));
     QVERIFY(crasher.start());
@@ -209,7 +211,7 @@ void tst_CrashCapture::diesWithoutACrashDirectory()
 
 void tst_CrashCapture::isGuardedWithoutACrashDirectory()
 {
-    Crasher crasher({u"throw"_s});
+    CrasherRun crasher({u"throw"_s});
     QFile file(crasher.path(u"runtime"_s));
     QVERIFY(file.open(QIODevice::WriteOnly));
     QVERIFY(crasher.start());
@@ -225,7 +227,7 @@ void tst_CrashCapture::isGuardedWithoutACrashDirectory()
 
 void tst_CrashCapture::handlersKeepTheSentinel()
 {
-    Crasher crasher({u"abort"_s});
+    CrasherRun crasher({u"abort"_s});
     QVERIFY(crasher.start());
     QFile sentinel(crasher.crashDir() + "/.running"_L1);
     QVERIFY(sentinel.open(QIODevice::ReadOnly));
@@ -237,5 +239,5 @@ void tst_CrashCapture::handlersKeepTheSentinel()
     QCOMPARE(sentinel.readAll(), QByteArray("running\n"));
 }
 
-QTEST_GUILESS_MAIN(tst_CrashCapture)
+CORVANE_TEST(tst_CrashCapture, QCoreApplication)
 #include "tst_CrashCapture.moc"

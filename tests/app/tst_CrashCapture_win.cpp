@@ -1,5 +1,7 @@
-#include "tests/app/Crasher.h"
+#include "tests/app/CrasherRun.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 
 #include <QDir>
 #include <QFile>
@@ -122,7 +124,7 @@ void tst_CrashCapture_win::reportsSignals()
     QFETCH(const QStringList, death);
     QFETCH(const QByteArray, log);
 
-    Crasher crasher(death);
+    CrasherRun crasher(death);
     QVERIFY(crasher.start());
     QVERIFY2(crasher.die(), "dead within two seconds");
 
@@ -157,7 +159,7 @@ void tst_CrashCapture_win::reportsExceptions()
     if (wine && code == STATUS_STACK_OVERFLOW)
         QSKIP("Wine ends a process whose stack is full before its exception filter has had a say");
 
-    Crasher crasher(death);
+    CrasherRun crasher(death);
     QVERIFY(crasher.start());
     QVERIFY2(crasher.die(), "dead within two seconds");
 
@@ -180,7 +182,7 @@ void tst_CrashCapture_win::reportsExceptions()
 // The handlers' calls take narrow names: without the code page of the manifest this file would be elsewhere.
 void tst_CrashCapture_win::pathsAreUnicode()
 {
-    Crasher crasher({u"bare-thread"_s}, u"Transmissão ñ Ω 日本"_s);
+    CrasherRun crasher({u"bare-thread"_s}, u"Transmissão ñ Ω 日本"_s);
     QVERIFY(crasher.start());
     QVERIFY(crasher.die());
 
@@ -194,10 +196,10 @@ void tst_CrashCapture_win::pathsAreUnicode()
 namespace {
 
 /// Makes every file that a start within half a minute could have named, and returns their paths.
-QStringList makeAllNames(const Crasher &crasher, const QString &suffix, const QByteArray &bytes)
+QStringList makeAllNames(const CrasherRun &crasher, const QString &suffix, const QByteArray &bytes)
 {
     QStringList made;
-    const qint64 now = Crasher::coarseSeconds();
+    const qint64 now = coarseSeconds();
     for (qint64 second = now - 30; second <= now; ++second) {
         made << crasher.crashDir() + u"/crash-%1%2"_s.arg(QString::number(second), suffix);
         QFile file(made.last());
@@ -208,7 +210,7 @@ QStringList makeAllNames(const Crasher &crasher, const QString &suffix, const QB
 }
 
 /// Makes directories of the names in place of the files: they can't be opened then, by anyone.
-QStringList blockAllNames(const Crasher &crasher, const QString &suffix)
+QStringList blockAllNames(const CrasherRun &crasher, const QString &suffix)
 {
     const QStringList names = makeAllNames(crasher, suffix, {});
     for (const QString &name : names) {
@@ -222,7 +224,7 @@ QStringList blockAllNames(const Crasher &crasher, const QString &suffix)
 
 void tst_CrashCapture_win::dumpReplacesAnEarlierOne()
 {
-    Crasher crasher({u"bare-thread"_s});
+    CrasherRun crasher({u"bare-thread"_s});
     QVERIFY(crasher.start());
     const QStringList dumps = makeAllNames(crasher, u".dmp"_s, QByteArray(1'000'000, 'x'));
     QVERIFY(crasher.die());
@@ -241,7 +243,7 @@ void tst_CrashCapture_win::dumpReplacesAnEarlierOne()
 
 void tst_CrashCapture_win::lockedLogKeepsTheDump()
 {
-    Crasher crasher({u"bare-thread"_s});
+    CrasherRun crasher({u"bare-thread"_s});
     QVERIFY(crasher.start());
     blockAllNames(crasher, u".log"_s);
     QVERIFY(crasher.die());
@@ -252,7 +254,7 @@ void tst_CrashCapture_win::lockedLogKeepsTheDump()
 
 void tst_CrashCapture_win::lockedDumpKeepsTheLog()
 {
-    Crasher crasher({u"bare-thread"_s});
+    CrasherRun crasher({u"bare-thread"_s});
     QVERIFY(crasher.start());
     blockAllNames(crasher, u".dmp"_s);
     QVERIFY(crasher.die());
@@ -263,7 +265,7 @@ void tst_CrashCapture_win::lockedDumpKeepsTheLog()
 
 void tst_CrashCapture_win::diesWithoutACrashDirectory()
 {
-    Crasher crasher({u"bare-thread"_s});
+    CrasherRun crasher({u"bare-thread"_s});
     QFile file(crasher.path(u"runtime"_s));
     QVERIFY(file.open(QIODevice::WriteOnly));
     QVERIFY(crasher.start());
@@ -276,7 +278,7 @@ void tst_CrashCapture_win::diesWithoutACrashDirectory()
 
 void tst_CrashCapture_win::killIsSeenByNobody()
 {
-    Crasher crasher({u"abort"_s});
+    CrasherRun crasher({u"abort"_s});
     QVERIFY(crasher.start());
     killProcess(crasher.program.processId());
     QVERIFY(crasher.program.waitForFinished(deathLimitMs + deathSlackMs));
@@ -284,5 +286,5 @@ void tst_CrashCapture_win::killIsSeenByNobody()
     QCOMPARE(crasher.entries(), QStringList{u".running"_s});
 }
 
-QTEST_GUILESS_MAIN(tst_CrashCapture_win)
+CORVANE_TEST(tst_CrashCapture_win, QCoreApplication)
 #include "tst_CrashCapture_win.moc"

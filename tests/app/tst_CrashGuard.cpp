@@ -1,5 +1,7 @@
 #include "app/CrashGuard.h"
 #include "app/CrashReport.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -15,26 +17,9 @@
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
+using namespace corvane::test;
 
 namespace {
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
-
-QStringList entries(const QString &path)
-{
-    return QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-}
 
 /// A directory below `base` whose path has exactly `size` bytes: names of at most 100 bytes, which systems
 /// take.
@@ -49,12 +34,6 @@ QString directoryOfSize(const QString &base, int size, const QString &end = {})
         path += '/' + QByteArray(part - 1, 'd');
     }
     return QString::fromUtf8(path + tail);
-}
-
-/// By the clock that names the files: a tick behind QDateTime's.
-qint64 coarseSeconds()
-{
-    return static_cast<qint64>(std::time(nullptr));
 }
 
 /// True if `path` is `directory`/crash-<seconds><suffix> with seconds from `before` up to now.
@@ -141,7 +120,7 @@ void tst_CrashGuard::firstStart()
     CrashGuard::install(crashDir()); // makes the chain of directories
 
     QVERIFY(!CrashGuard::previousRunAbnormal());
-    QCOMPARE(entries(crashDir()), QStringList{u".running"_s});
+    QCOMPARE(entriesOf(crashDir()), QStringList{u".running"_s});
     QCOMPARE(contentsOf(sentinel()), QByteArray("running\n"));
 }
 
@@ -149,7 +128,7 @@ void tst_CrashGuard::startAfterACleanEnd()
 {
     CrashGuard::install(crashDir());
     CrashGuard::markCleanExit();
-    QCOMPARE(entries(crashDir()), QStringList());
+    QCOMPARE(entriesOf(crashDir()), QStringList());
     CrashGuard::markCleanExit(); // once more is no harm
 
     CrashGuard::install(crashDir());
@@ -164,7 +143,7 @@ void tst_CrashGuard::startAfterAnEndThatWasNone()
     CrashGuard::install(crashDir());
 
     QVERIFY(CrashGuard::previousRunAbnormal());
-    QCOMPARE(entries(crashDir()), QStringList{u".running"_s}); // nobody saw it end: no report
+    QCOMPARE(entriesOf(crashDir()), QStringList{u".running"_s}); // nobody saw it end: no report
     QCOMPARE(contentsOf(sentinel()), QByteArray("running\n"));
 
     CrashGuard::markCleanExit();
@@ -223,7 +202,7 @@ void tst_CrashGuard::goesOnWithoutADirectory()
     CrashGuard::markCleanExit();
 
     QCOMPARE(QByteArray(CrashReport::runningPath), (file + "/crashes/.running"_L1).toUtf8());
-    QCOMPARE(entries(m_directory->path()), QStringList{u"file"_s});
+    QCOMPARE(entriesOf(m_directory->path()), QStringList{u"file"_s});
     QCOMPARE(contentsOf(file), QByteArray("a file"));
 }
 
@@ -315,5 +294,5 @@ void tst_CrashGuard::cutsWithinALetter()
     QCOMPARE(QByteArray(CrashReport::runningPath), directory.toUtf8() + "/.running");
 }
 
-QTEST_GUILESS_MAIN(tst_CrashGuard)
+CORVANE_TEST(tst_CrashGuard, QCoreApplication)
 #include "tst_CrashGuard.moc"

@@ -1,4 +1,6 @@
 #include "app/CrashReport.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -9,6 +11,7 @@
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
+using namespace corvane::test;
 
 namespace {
 
@@ -17,12 +20,6 @@ void useLog(const QString &path)
     const QByteArray bytes = path.toUtf8();
     QVERIFY(static_cast<std::size_t>(bytes.size()) < CrashReport::pathSize);
     std::strcpy(CrashReport::crashLogPath, bytes.constData());
-}
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 } // namespace
@@ -169,5 +166,5 @@ void tst_CrashReport::losesAReportWithoutALog()
     QCOMPARE(directory.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_CrashReport)
+CORVANE_TEST(tst_CrashReport, QCoreApplication)
 #include "tst_CrashReport.moc"

@@ -1,4 +1,6 @@
 #include "app/CrashReport.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -13,6 +15,7 @@
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
+using namespace corvane::test;
 
 namespace {
 
@@ -22,12 +25,6 @@ void usePath(char (&target)[Size], const QString &path)
     const QByteArray bytes = path.toUtf8();
     QVERIFY(static_cast<std::size_t>(bytes.size()) < Size);
     std::strcpy(target, bytes.constData());
-}
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 /// Tells whether the dump has a stream for an exception.
@@ -179,5 +176,5 @@ void tst_CrashReport_win::filterGoesOnWithoutItsFiles()
              made);
 }
 
-QTEST_GUILESS_MAIN(tst_CrashReport_win)
+CORVANE_TEST(tst_CrashReport_win, QCoreApplication)
 #include "tst_CrashReport_win.moc"

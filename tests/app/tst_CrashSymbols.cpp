@@ -1,3 +1,5 @@
+#include "tests/support/Runner.h"
+
 #include <QProcess>
 #include <QSet>
 #include <QTest>
@@ -119,5 +121,5 @@ void tst_CrashSymbols::readsSymbolsAtAll()
         QVERIFY2(open.contains(expected), qPrintable(expected));
 }
 
-QTEST_GUILESS_MAIN(tst_CrashSymbols)
+CORVANE_TEST(tst_CrashSymbols, QCoreApplication)
 #include "tst_CrashSymbols.moc"

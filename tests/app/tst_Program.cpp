@@ -1,5 +1,7 @@
+#include "tests/support/Files.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/ProgramSandbox.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/XServer.h"
 
@@ -209,5 +211,5 @@ void tst_Program::endsWithoutAnInterface()
     QVERIFY(!QFileInfo::exists(sandbox.runtimeDir() + "/.cleanexit"_L1));
 }
 
-QTEST_GUILESS_MAIN(tst_Program)
+CORVANE_TEST(tst_Program, QCoreApplication)
 #include "tst_Program.moc"

@@ -1,3 +1,5 @@
+#include "tests/support/Runner.h"
+
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QTest>
@@ -145,5 +147,5 @@ void tst_ProgramFile_win::narrowTextsAreUtf8()
     QCOMPARE(GetACP(), UINT(CP_UTF8));
 }
 
-QTEST_GUILESS_MAIN(tst_ProgramFile_win)
+CORVANE_TEST(tst_ProgramFile_win, QCoreApplication)
 #include "tst_ProgramFile_win.moc"

@@ -1,5 +1,7 @@
+#include "tests/support/Files.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/ProgramSandbox.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/XServer.h"
 
@@ -232,5 +234,5 @@ void tst_ProgramMarks::killKeepsAnEarlierCleanExit()
     QCOMPARE(contentsOf(path), QByteArray("untouched"));
 }
 
-QTEST_GUILESS_MAIN(tst_ProgramMarks)
+CORVANE_TEST(tst_ProgramMarks, QCoreApplication)
 #include "tst_ProgramMarks.moc"

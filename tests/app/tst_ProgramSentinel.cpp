@@ -1,6 +1,8 @@
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/ProgramSandbox.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/XServer.h"
 
@@ -18,12 +20,6 @@ using namespace corvane::test;
 namespace {
 
 enum class End { WindowClosed, Killed, Terminated, SegmentationFault, Abort, NoInterface };
-
-/// By the clock that names the reports: a tick behind QDateTime's.
-qint64 coarseSeconds()
-{
-    return static_cast<qint64>(std::time(nullptr));
-}
 
 /// What is in the runtime directory, "<start>" standing for a second from `startedAt` on.
 QStringList runtimeFiles(const ProgramSandbox &sandbox, qint64 startedAt)
@@ -246,5 +242,5 @@ void tst_ProgramSentinel::scanLooksAtNoSentinel()
     QCOMPARE(sandbox.contents(), before);
 }
 
-QTEST_GUILESS_MAIN(tst_ProgramSentinel)
+CORVANE_TEST(tst_ProgramSentinel, QCoreApplication)
 #include "tst_ProgramSentinel.moc"

@@ -1,8 +1,10 @@
+#include "tests/support/Files.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/ProgramSandbox.h"
 #include "tests/support/Recording.h"
 #include "tests/support/RtmpServer.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 #include "tests/support/XServer.h"
@@ -188,5 +190,5 @@ void tst_ProgramUpdate::waitsForTheEndOfTheStream()
     QCOMPARE(run.program().standardError(), QString());
 }
 
-QTEST_GUILESS_MAIN(tst_ProgramUpdate)
+CORVANE_TEST(tst_ProgramUpdate, QCoreApplication)
 #include "tst_ProgramUpdate.moc"

@@ -1,4 +1,5 @@
 #include "tests/support/ProgramSandbox.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QFileInfo>
@@ -130,5 +131,5 @@ void tst_QmlModule::contextPropertiesOfTheRoot()
     QCOMPARE(properties.value("engine"_L1).toString(), u"corvane::Engine"_s);
 }
 
-QTEST_GUILESS_MAIN(tst_QmlModule)
+CORVANE_TEST(tst_QmlModule, QCoreApplication)
 #include "tst_QmlModule.moc"

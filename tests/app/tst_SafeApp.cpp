@@ -1,4 +1,5 @@
 #include "app/SafeApp.h"
+#include "tests/support/Runner.h"
 
 #include <QEvent>
 #include <QTest>
@@ -247,10 +248,5 @@ void tst_SafeApp::logsEveryExceptionOfMany()
     QCOMPARE(logged.lines, QStringList({known, unknown, known, unknown}));
 }
 
-int main(int argc, char *argv[])
-{
-    SafeApp app(argc, argv);
-    tst_SafeApp test;
-    return QTest::qExec(&test, argc, argv);
-}
+CORVANE_TEST(tst_SafeApp, corvane::SafeApp)
 #include "tst_SafeApp.moc"

@@ -1,5 +1,6 @@
 #include "app/ScanOptions.h"
 #include "engine/host/Capabilities.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -99,5 +100,5 @@ void tst_ScanOptions::namesWhatARuntimeFinds()
     QCOMPARE(timeouts, QList<int>{1500});
 }
 
-QTEST_GUILESS_MAIN(tst_ScanOptions)
+CORVANE_TEST(tst_ScanOptions, QCoreApplication)
 #include "tst_ScanOptions.moc"

@@ -1,4 +1,5 @@
 #include "builder/CommandBuilder.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -318,5 +319,5 @@ void tst_CommandBuilder::fieldsThatReachNoArgument()
     QCOMPARE(CommandBuilder::build(config, true), before);
 }
 
-QTEST_GUILESS_MAIN(tst_CommandBuilder)
+CORVANE_TEST(tst_CommandBuilder, QCoreApplication)
 #include "tst_CommandBuilder.moc"

@@ -1,4 +1,5 @@
 #include "builder/CommandBuilder.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -115,5 +116,5 @@ void tst_CommandBuilderAudio::scaleFilter()
         QCOMPARE(args.mid(13, 2), (QStringList{u"-vf"_s, filter}));
 }
 
-QTEST_GUILESS_MAIN(tst_CommandBuilderAudio)
+CORVANE_TEST(tst_CommandBuilderAudio, QCoreApplication)
 #include "tst_CommandBuilderAudio.moc"

@@ -1,4 +1,5 @@
 #include "builder/CommandBuilder.h"
+#include "tests/support/Runner.h"
 
 #include <QProcess>
 #include <QStandardPaths>
@@ -133,5 +134,5 @@ void tst_CommandBuilderFfmpeg::acceptsTheList()
     QCOMPARE(streamsOf(m_ffprobe, path), streams);
 }
 
-QTEST_GUILESS_MAIN(tst_CommandBuilderFfmpeg)
+CORVANE_TEST(tst_CommandBuilderFfmpeg, QCoreApplication)
 #include "tst_CommandBuilderFfmpeg.moc"

@@ -1,4 +1,5 @@
 #include "builder/CommandBuilder.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -9,7 +10,7 @@ using namespace corvane;
 
 namespace {
 
-struct Row
+struct InputRow
 {
     const char *name;
     int kind;
@@ -24,7 +25,7 @@ const QStringList silence{u"-f"_s, u"lavfi"_s, u"-i"_s,
                           u"anullsrc=channel_layout=stereo:sample_rate=48000"_s};
 
 // The pipe path counts for NDI alone.
-const Row rows[] = {
+const InputRow inputRows[] = {
     {"NDI through ffmpeg",
      0,
      false,
@@ -110,7 +111,7 @@ void tst_CommandBuilderInputs::everyCombination_data()
     QTest::addColumn<QStringList>("video");
     QTest::addColumn<QStringList>("audio");
 
-    for (const Row &row : rows) {
+    for (const InputRow &row : inputRows) {
         for (const Dante &dante : danteRows) {
             QStringList audio;
             if (!dante.input.isEmpty())
@@ -209,5 +210,5 @@ void tst_CommandBuilderInputs::sizeAndRate()
     QTEST(args.at(7), "rawRate");
 }
 
-QTEST_GUILESS_MAIN(tst_CommandBuilderInputs)
+CORVANE_TEST(tst_CommandBuilderInputs, QCoreApplication)
 #include "tst_CommandBuilderInputs.moc"

@@ -1,4 +1,5 @@
 #include "builder/CommandBuilder.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -10,7 +11,7 @@ using namespace corvane;
 namespace {
 
 /// One output with every field that a target may hold, and its two targets.
-struct Row
+struct OutputRow
 {
     const char *name;
     int kind;
@@ -37,7 +38,7 @@ const QStringList localUdp{u"-f"_s, u"mpegts"_s, u"udp://127.0.0.1:8900?pkt_size
 const QString localUdpSlave = CORVANE_SLAVE("mpegts", "udp://127.0.0.1:8900?pkt_size=1316");
 const QString plainSlave = CORVANE_SLAVE("flv", "srt://host:9000");
 
-const Row rows[] = {
+const OutputRow outputRows[] = {
     {"RTMP", 0, false, {u"-f"_s, u"flv"_s, u"srt://host:9000"_s}, plainSlave},
     {"RTMP, SRT in ffmpeg", 0, true, {u"-f"_s, u"flv"_s, u"srt://host:9000"_s}, plainSlave},
     {"SRT", 1, false, localUdp, localUdpSlave},
@@ -93,7 +94,7 @@ void tst_CommandBuilderOutputs::oneOutput_data()
     QTest::addColumn<bool>("ffmpegHasSrt");
     QTest::addColumn<QStringList>("single");
     QTest::addColumn<QString>("slave");
-    for (const Row &row : rows)
+    for (const OutputRow &row : outputRows)
         QTest::newRow(row.name) << row.kind << row.ffmpegHasSrt << row.single << row.slave;
 }
 
@@ -123,10 +124,11 @@ void tst_CommandBuilderOutputs::severalOutputs_data()
     QTest::addColumn<int>("first");
     QTest::addColumn<int>("second");
 
-    for (int first = 0; first < int(std::size(rows)); ++first) {
-        for (int second = 0; second < int(std::size(rows)); ++second) {
-            if (rows[first].ffmpegHasSrt == rows[second].ffmpegHasSrt)
-                QTest::addRow("%s and %s", rows[first].name, rows[second].name) << first << second;
+    for (int first = 0; first < int(std::size(outputRows)); ++first) {
+        for (int second = 0; second < int(std::size(outputRows)); ++second) {
+            if (outputRows[first].ffmpegHasSrt == outputRows[second].ffmpegHasSrt)
+                QTest::addRow("%s and %s", outputRows[first].name, outputRows[second].name)
+                    << first << second;
         }
     }
 }
@@ -136,13 +138,13 @@ void tst_CommandBuilderOutputs::severalOutputs()
     QFETCH(const int, first);
     QFETCH(const int, second);
 
-    const bool ffmpegHasSrt = rows[first].ffmpegHasSrt;
-    const OutputConfig one = outputOf(rows[first].kind);
-    const OutputConfig two = outputOf(rows[second].kind);
+    const bool ffmpegHasSrt = outputRows[first].ffmpegHasSrt;
+    const OutputConfig one = outputOf(outputRows[first].kind);
+    const OutputConfig two = outputOf(outputRows[second].kind);
     QCOMPARE(CommandBuilder::teeOutputArgs({one, two}, ffmpegHasSrt),
-             tee({rows[first].slave, rows[second].slave}));
+             tee({outputRows[first].slave, outputRows[second].slave}));
     QCOMPARE(CommandBuilder::teeOutputArgs({one, two, one}, ffmpegHasSrt),
-             tee({rows[first].slave, rows[second].slave, rows[first].slave}));
+             tee({outputRows[first].slave, outputRows[second].slave, outputRows[first].slave}));
 }
 
 void tst_CommandBuilderOutputs::teeOfRtmpAndSrt()
@@ -276,5 +278,5 @@ void tst_CommandBuilderOutputs::bondedPorts()
     QTEST(CommandBuilder::singleOutputArgs(output, false).last(), "bridged");
 }
 
-QTEST_GUILESS_MAIN(tst_CommandBuilderOutputs)
+CORVANE_TEST(tst_CommandBuilderOutputs, QCoreApplication)
 #include "tst_CommandBuilderOutputs.moc"

@@ -1,4 +1,5 @@
 #include "builder/CommandBuilder.h"
+#include "tests/support/Runner.h"
 
 #include <QRandomGenerator>
 #include <QTest>
@@ -309,5 +310,5 @@ void tst_CommandBuilderRandom::srtUrlKeepsItsForm()
     QVERIFY(withId > records / 2);
 }
 
-QTEST_GUILESS_MAIN(tst_CommandBuilderRandom)
+CORVANE_TEST(tst_CommandBuilderRandom, QCoreApplication)
 #include "tst_CommandBuilderRandom.moc"

@@ -1,4 +1,5 @@
 #include "builder/CommandBuilder.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -162,5 +163,5 @@ void tst_CommandBuilderSrtUrl::streamIdOfEveryAsciiCharacter()
     }
 }
 
-QTEST_GUILESS_MAIN(tst_CommandBuilderSrtUrl)
+CORVANE_TEST(tst_CommandBuilderSrtUrl, QCoreApplication)
 #include "tst_CommandBuilderSrtUrl.moc"

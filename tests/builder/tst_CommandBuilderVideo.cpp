@@ -1,4 +1,5 @@
 #include "builder/CommandBuilder.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -321,5 +322,5 @@ void tst_CommandBuilderVideo::lowerRateChangesRatesAlone()
     QCOMPARE(differing, words(changed));
 }
 
-QTEST_GUILESS_MAIN(tst_CommandBuilderVideo)
+CORVANE_TEST(tst_CommandBuilderVideo, QCoreApplication)
 #include "tst_CommandBuilderVideo.moc"

@@ -19,7 +19,7 @@ enum class SrtPath {
 [[nodiscard]] QStringList encoderFailures(const QStringList &logLines);
 
 /// One pipeline of an Engine with the machine's real tools: a small test pattern, outputs as a test adds
-/// them. srtla_send is tests/support/srtla_relay.
+/// them. srtla_send is tests/children/srtla_relay.
 class OnAir
 {
 public:

@@ -1,6 +1,7 @@
 #include "tests/e2e/OnAir.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Recording.h"
+#include "tests/support/Runner.h"
 #include "tests/support/SrtListener.h"
 #include "tests/support/TestSupport.h"
 
@@ -112,5 +113,5 @@ void tst_Bonding::comesBackOnlyWithTheOperator()
     QCOMPARE(air.linesWith(u"[srtla] srtla_send "_s).size(), 2);
 }
 
-QTEST_GUILESS_MAIN(tst_Bonding)
+CORVANE_TEST(tst_Bonding, QCoreApplication)
 #include "tst_Bonding.moc"

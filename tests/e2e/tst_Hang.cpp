@@ -1,5 +1,6 @@
 #include "pipeline/Pipeline.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QRegularExpression>
@@ -73,5 +74,5 @@ void tst_Hang::comesBackOnAir()
     QCOMPARE(recorder.events().last(), u"state stopped"_s);
 }
 
-QTEST_GUILESS_MAIN(tst_Hang)
+CORVANE_TEST(tst_Hang, QCoreApplication)
 #include "tst_Hang.moc"

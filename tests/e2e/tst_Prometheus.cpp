@@ -1,6 +1,8 @@
 #include "tests/engine/EngineTestSupport.h"
 #include "tests/support/ChildLife.h"
+#include "tests/support/Files.h"
 #include "tests/support/ProgramSandbox.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -223,5 +225,5 @@ void tst_Prometheus::valuesFollowTheEncoder()
     QCOMPARE(prometheus.seriesOf(other), series);
 }
 
-QTEST_GUILESS_MAIN(tst_Prometheus)
+CORVANE_TEST(tst_Prometheus, QCoreApplication)
 #include "tst_Prometheus.moc"

@@ -1,5 +1,7 @@
 #include "pipeline/Pipeline.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QElapsedTimer>
@@ -96,5 +98,5 @@ void tst_Restart::waitsAsLongAsItSays()
     QCOMPARE(recorder.events().last(), u"state stopped"_s);
 }
 
-QTEST_GUILESS_MAIN(tst_Restart)
+CORVANE_TEST(tst_Restart, QCoreApplication)
 #include "tst_Restart.moc"

@@ -2,6 +2,7 @@
 #include "tests/e2e/OnAir.h"
 #include "tests/support/Recording.h"
 #include "tests/support/RtmpServer.h"
+#include "tests/support/Runner.h"
 #include "tests/support/SrtListener.h"
 #include "tests/support/TestSupport.h"
 
@@ -150,5 +151,5 @@ void tst_SeveralOutputs::throughTheShim()
     }
 }
 
-QTEST_GUILESS_MAIN(tst_SeveralOutputs)
+CORVANE_TEST(tst_SeveralOutputs, QCoreApplication)
 #include "tst_SeveralOutputs.moc"

@@ -1,5 +1,6 @@
 #include "tests/e2e/OnAir.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/SrtListener.h"
 #include "tests/support/TestSupport.h"
 
@@ -215,5 +216,5 @@ void tst_SrtBridgeFailure::badInputOnTheDirectWay()
     QVERIFY2(!air.linesWith(target + ": "_L1).isEmpty(), qPrintable(air.engine().log()));
 }
 
-QTEST_GUILESS_MAIN(tst_SrtBridgeFailure)
+CORVANE_TEST(tst_SrtBridgeFailure, QCoreApplication)
 #include "tst_SrtBridgeFailure.moc"

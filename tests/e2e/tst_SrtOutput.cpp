@@ -1,5 +1,6 @@
 #include "tests/e2e/OnAir.h"
 #include "tests/support/Recording.h"
+#include "tests/support/Runner.h"
 #include "tests/support/SrtListener.h"
 #include "tests/support/TestSupport.h"
 
@@ -157,5 +158,5 @@ void tst_SrtOutput::latency()
     QCOMPARE(listener.said(), u"accepted x, latency %1\n"_s.arg(agreedMs));
 }
 
-QTEST_GUILESS_MAIN(tst_SrtOutput)
+CORVANE_TEST(tst_SrtOutput, QCoreApplication)
 #include "tst_SrtOutput.moc"

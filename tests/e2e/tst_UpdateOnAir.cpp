@@ -1,6 +1,7 @@
 #include "tests/e2e/OnAir.h"
 #include "tests/support/Recording.h"
 #include "tests/support/RtmpServer.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/update/UpdateTestSupport.h"
 
@@ -83,5 +84,5 @@ void tst_UpdateOnAir::neverTakesDownAStream()
     QVERIFY(QFile::exists(bench.runtimeDir() + "/update/apply-now"_L1));
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateOnAir)
+CORVANE_TEST(tst_UpdateOnAir, QCoreApplication)
 #include "tst_UpdateOnAir.moc"

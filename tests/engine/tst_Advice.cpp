@@ -1,4 +1,5 @@
 #include "engine/Advice.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -189,5 +190,5 @@ void tst_Advice::srtMapHasTheseKeysAndTypes()
     QCOMPARE(formOf(srtParamAdvice(u"no such scenario"_s)), form);
 }
 
-QTEST_APPLESS_MAIN(tst_Advice)
+CORVANE_TEST(tst_Advice, corvane::test::NoApplication)
 #include "tst_Advice.moc"

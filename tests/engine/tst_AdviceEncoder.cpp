@@ -1,5 +1,6 @@
 #include "engine/Advice.h"
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Runner.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -273,5 +274,5 @@ void tst_AdviceEncoder::changesNothing()
     QCOMPARE(logged.count(), 0);
 }
 
-QTEST_GUILESS_MAIN(tst_AdviceEncoder)
+CORVANE_TEST(tst_AdviceEncoder, QCoreApplication)
 #include "tst_AdviceEncoder.moc"

@@ -1,4 +1,5 @@
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Runner.h"
 
 #include <QPointer>
 #include <QSignalSpy>
@@ -375,5 +376,5 @@ void tst_EngineEdits::editsOneOutputOfThree()
     QCOMPARE(outputs(), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_EngineEdits)
+CORVANE_TEST(tst_EngineEdits, QCoreApplication)
 #include "tst_EngineEdits.moc"

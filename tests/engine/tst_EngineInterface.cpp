@@ -1,4 +1,5 @@
 #include "engine/Engine.h"
+#include "tests/support/Runner.h"
 
 #include <QMetaMethod>
 #include <QMetaProperty>
@@ -27,7 +28,7 @@ namespace {
 const QMetaObject &engineMeta = Engine::staticMetaObject;
 
 /// "QString name(QString)", a cloned default marked with a star.
-QString formOf(const QMetaMethod &method)
+QString methodForm(const QMetaMethod &method)
 {
     QString form =
         QString::fromLatin1(method.typeName()) + u' ' + QString::fromLatin1(method.methodSignature());
@@ -41,7 +42,7 @@ QStringList formsOf(QMetaMethod::MethodType type)
     QStringList forms;
     for (int i = engineMeta.methodOffset(); i < engineMeta.methodCount(); ++i) {
         if (engineMeta.method(i).methodType() == type)
-            forms << formOf(engineMeta.method(i));
+            forms << methodForm(engineMeta.method(i));
     }
     return forms;
 }
@@ -148,5 +149,5 @@ void tst_EngineInterface::operationsAreMethods()
         QCOMPARE(engineMeta.indexOfMethod(hidden), -1);
 }
 
-QTEST_APPLESS_MAIN(tst_EngineInterface)
+CORVANE_TEST(tst_EngineInterface, corvane::test::NoApplication)
 #include "tst_EngineInterface.moc"

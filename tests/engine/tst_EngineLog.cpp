@@ -1,4 +1,5 @@
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Runner.h"
 
 #include <QSignalSpy>
 #include <QTime>
@@ -196,5 +197,5 @@ void tst_EngineLog::previewsWithoutFfmpeg()
              u"ffmpeg=NÃO ENCONTRADO | NDI=não | SRT(srt-live-transmit)=não | srtla=não | encoders="_s);
 }
 
-QTEST_GUILESS_MAIN(tst_EngineLog)
+CORVANE_TEST(tst_EngineLog, QCoreApplication)
 #include "tst_EngineLog.moc"

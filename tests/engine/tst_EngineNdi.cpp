@@ -1,5 +1,6 @@
 #include "engine/host/Capabilities.h"
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -74,5 +75,5 @@ void tst_EngineNdi::namesTheSources()
     QCOMPARE(bench.logLines(), QStringList(2, line));
 }
 
-QTEST_GUILESS_MAIN(tst_EngineNdi)
+CORVANE_TEST(tst_EngineNdi, QCoreApplication)
 #include "tst_EngineNdi.moc"

@@ -1,4 +1,5 @@
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QPointer>
@@ -248,5 +249,5 @@ void tst_EngineRegistry::saysNothingWhileItEnds()
     QCOMPARE(changes, 0);
 }
 
-QTEST_GUILESS_MAIN(tst_EngineRegistry)
+CORVANE_TEST(tst_EngineRegistry, QCoreApplication)
 #include "tst_EngineRegistry.moc"

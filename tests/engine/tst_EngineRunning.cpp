@@ -1,4 +1,5 @@
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QFile>
@@ -321,5 +322,5 @@ void tst_EngineRunning::keepAwakeEndsWithAnEdit()
     QCOMPARE(keepAwakeLines(bench), QStringList({heldLine, releasedLine}));
 }
 
-QTEST_GUILESS_MAIN(tst_EngineRunning)
+CORVANE_TEST(tst_EngineRunning, QCoreApplication)
 #include "tst_EngineRunning.moc"

@@ -1,4 +1,5 @@
 #include "tests/engine/StoreTestSupport.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QRegularExpression>
@@ -169,15 +170,15 @@ void tst_EngineStore::givesTheToolsToRestoredPipelines()
     QCOMPARE(bench.column(u"state"_s), QStringList{u"stopped"_s});
 }
 
-using Say = std::function<bool(Pipeline *)>;
+using StoredSay = std::function<bool(Pipeline *)>;
 
 void tst_EngineStore::wiresRestoredPipelines_data()
 {
-    QTest::addColumn<Say>("say");
+    QTest::addColumn<StoredSay>("say");
     QTest::addColumn<QStringList>("log");
     QTest::addColumn<int>("changes");
 
-    const auto row = [](const char *name, const Say &say, const QStringList &log, int changes) {
+    const auto row = [](const char *name, const StoredSay &say, const QStringList &log, int changes) {
         QTest::newRow(name) << say << log << changes;
     };
     row(
@@ -215,7 +216,7 @@ void tst_EngineStore::wiresRestoredPipelines_data()
 
 void tst_EngineStore::wiresRestoredPipelines()
 {
-    QFETCH(Say, say);
+    QFETCH(StoredSay, say);
 
     StoreBench bench;
     bench.write("[pipelines]\n1\\id=a\n2\\id=b\nsize=2\n");
@@ -263,5 +264,5 @@ void tst_EngineStore::storesTheLoweredBitRate()
     QCOMPARE(bench.column(u"level"_s).first(), u"0"_s);
 }
 
-QTEST_GUILESS_MAIN(tst_EngineStore)
+CORVANE_TEST(tst_EngineStore, QCoreApplication)
 #include "tst_EngineStore.moc"

@@ -1,4 +1,6 @@
 #include "tests/engine/StoreTestSupport.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QDir>
@@ -201,5 +203,5 @@ void tst_EngineStoreFailing::goesOnOnAReadOnlyDisk()
     QCOMPARE(bench.bytes(), before);
 }
 
-QTEST_GUILESS_MAIN(tst_EngineStoreFailing)
+CORVANE_TEST(tst_EngineStoreFailing, QCoreApplication)
 #include "tst_EngineStoreFailing.moc"

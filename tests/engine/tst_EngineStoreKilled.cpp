@@ -1,3 +1,5 @@
+#include "tests/support/Runner.h"
+
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -151,5 +153,5 @@ void tst_EngineStoreKilled::holdsWhatHadReturned()
     QCOMPARE(ids, storedIds);
 }
 
-QTEST_GUILESS_MAIN(tst_EngineStoreKilled)
+CORVANE_TEST(tst_EngineStoreKilled, QCoreApplication)
 #include "tst_EngineStoreKilled.moc"

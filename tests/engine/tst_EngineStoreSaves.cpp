@@ -1,4 +1,5 @@
 #include "tests/engine/StoreTestSupport.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTest>
@@ -236,5 +237,5 @@ void tst_EngineStoreSaves::showsNoSecret()
         QVERIFY(!bench.bytes().contains(secret));
 }
 
-QTEST_GUILESS_MAIN(tst_EngineStoreSaves)
+CORVANE_TEST(tst_EngineStoreSaves, QCoreApplication)
 #include "tst_EngineStoreSaves.moc"

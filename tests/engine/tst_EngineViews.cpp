@@ -1,4 +1,5 @@
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTest>
@@ -235,5 +236,5 @@ void tst_EngineViews::outputsViewHidesSecretsAndPorts()
         QVERIFY(!shown.contains(QString::number(port)));
 }
 
-QTEST_GUILESS_MAIN(tst_EngineViews)
+CORVANE_TEST(tst_EngineViews, QCoreApplication)
 #include "tst_EngineViews.moc"

@@ -1,4 +1,5 @@
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QSignalSpy>
@@ -184,5 +185,5 @@ void tst_EngineWiring::runsOfEditedPipelinesReportNoLevel()
     QCOMPARE(bench.config(id).encoder.bitrate, 4500);
 }
 
-QTEST_GUILESS_MAIN(tst_EngineWiring)
+CORVANE_TEST(tst_EngineWiring, QCoreApplication)
 #include "tst_EngineWiring.moc"

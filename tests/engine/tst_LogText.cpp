@@ -1,4 +1,5 @@
 #include "engine/LogText.h"
+#include "tests/support/Runner.h"
 
 #include <QTime>
 
@@ -88,5 +89,5 @@ void tst_LogText::keepsTheEndOfTheText()
     QCOMPARE(log, QString(9987, u'a') + QString(30000, u'b') + u"00:00:02 fim\n"_s);
 }
 
-QTEST_APPLESS_MAIN(tst_LogText)
+CORVANE_TEST(tst_LogText, corvane::test::NoApplication)
 #include "tst_LogText.moc"

@@ -1,4 +1,5 @@
 #include "engine/PipelineStore.h"
+#include "tests/support/Runner.h"
 #include "tests/support/SettingsSandbox.h"
 
 #include <QSettings>
@@ -317,5 +318,5 @@ void tst_PipelineStore::leavesOtherSettingsAlone()
     QCOMPARE(QSettings().value(u"pipelinesOld/1/id"_s).toString(), u"x"_s);
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineStore)
+CORVANE_TEST(tst_PipelineStore, QCoreApplication)
 #include "tst_PipelineStore.moc"

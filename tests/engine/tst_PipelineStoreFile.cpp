@@ -1,4 +1,5 @@
 #include "tests/engine/StoreTestSupport.h"
+#include "tests/support/Runner.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -239,5 +240,5 @@ void tst_PipelineStoreFile::maybeADirectory()
     QVERIFY(QDir().rmdir(bench.filePath()));
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineStoreFile)
+CORVANE_TEST(tst_PipelineStoreFile, QCoreApplication)
 #include "tst_PipelineStoreFile.moc"

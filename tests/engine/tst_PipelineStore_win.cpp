@@ -1,4 +1,5 @@
 #include "engine/PipelineStore.h"
+#include "tests/support/Runner.h"
 #include "tests/support/SettingsSandbox.h"
 
 #include <QCoreApplication>
@@ -164,5 +165,5 @@ void tst_PipelineStore_win::readsWhatOthersHaveChanged()
     QCOMPARE(PipelineStore::load().first().name, u"changed"_s);
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineStore_win)
+CORVANE_TEST(tst_PipelineStore_win, QCoreApplication)
 #include "tst_PipelineStore_win.moc"

@@ -1,4 +1,5 @@
 #include "tests/guardian/GuardedFolder.h"
+#include "tests/support/Files.h"
 
 #include "tests/support/Processes.h"
 #include "tools/guardian/FileNames.h"
@@ -15,20 +16,6 @@
 namespace corvane::test {
 
 using namespace Qt::StringLiterals;
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
 
 GuardedFolder::GuardedFolder()
 {

@@ -48,7 +48,4 @@ private:
     QTemporaryDir m_folder;
 };
 
-[[nodiscard]] QByteArray contentsOf(const QString &path);     ///< empty too if there is no such file
-void writeFile(const QString &path, const QByteArray &bytes); ///< with the directories that it takes
-
 } // namespace corvane::test

@@ -1,3 +1,5 @@
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tools/guardian/DirectorySwap.h"
 
 #include <QDir>
@@ -10,22 +12,9 @@
 
 using namespace Qt::StringLiterals;
 using namespace corvane::guardian;
+using namespace corvane::test;
 
 namespace {
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 constexpr int parts = 5;
 
@@ -305,5 +294,5 @@ void tst_DirectorySwap::aJournalThatCantBeWritten()
     QCOMPARE(kept(), QStringList{u"journal.json"_s});
 }
 
-QTEST_GUILESS_MAIN(tst_DirectorySwap)
+CORVANE_TEST(tst_DirectorySwap, QCoreApplication)
 #include "tst_DirectorySwap.moc"

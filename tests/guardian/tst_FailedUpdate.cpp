@@ -1,4 +1,5 @@
 #include "tests/guardian/GuardianBench.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "update/UpdateFiles.h"
 
@@ -255,5 +256,5 @@ void tst_FailedUpdate::anInstallationThatCantBeReplaced()
     QVERIFY(m_bench->waitForLine(u"version 0.3.0 is up"_s));
 }
 
-QTEST_GUILESS_MAIN(tst_FailedUpdate)
+CORVANE_TEST(tst_FailedUpdate, QCoreApplication)
 #include "tst_FailedUpdate.moc"

@@ -1,4 +1,6 @@
 #include "tests/guardian/GuardedFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tools/guardian/Guardian.h"
 
@@ -235,5 +237,5 @@ void tst_Guardian::theProgramGetsItsArgumentsAndDirectory()
     QCOMPARE(m_folder->starts(), QStringList{u"-a b|ü|%1|"_s.arg(settings.runtimeDirectory)});
 }
 
-QTEST_GUILESS_MAIN(tst_Guardian)
+CORVANE_TEST(tst_Guardian, QCoreApplication)
 #include "tst_Guardian.moc"

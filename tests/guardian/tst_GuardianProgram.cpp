@@ -1,5 +1,7 @@
 #include "tests/guardian/GuardedFolder.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 #include "tools/guardian/FileNames.h"
@@ -144,5 +146,5 @@ void tst_GuardianProgram::theProgramOutlivesItsGuardian()
     QCOMPARE(m_folder->starts().size(), 1);
 }
 
-QTEST_GUILESS_MAIN(tst_GuardianProgram)
+CORVANE_TEST(tst_GuardianProgram, QCoreApplication)
 #include "tst_GuardianProgram.moc"

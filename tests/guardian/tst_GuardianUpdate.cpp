@@ -1,4 +1,6 @@
 #include "tests/guardian/GuardianBench.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tools/publish/PublishKey.h"
 #include "tools/publish/SignedManifest.h"
@@ -382,5 +384,5 @@ void tst_GuardianUpdate::aTrialThatWasCutOff()
     }
 }
 
-QTEST_GUILESS_MAIN(tst_GuardianUpdate)
+CORVANE_TEST(tst_GuardianUpdate, QCoreApplication)
 #include "tst_GuardianUpdate.moc"

@@ -1,4 +1,6 @@
 #include "tests/guardian/GuardedFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tools/guardian/HeartbeatWatch.h"
 
 #include <QTemporaryDir>
@@ -84,5 +86,5 @@ void tst_HeartbeatWatch::aFileThatIsBeingWritten()
     QCOMPARE(watch.beats(), 1);
 }
 
-QTEST_GUILESS_MAIN(tst_HeartbeatWatch)
+CORVANE_TEST(tst_HeartbeatWatch, QCoreApplication)
 #include "tst_HeartbeatWatch.moc"

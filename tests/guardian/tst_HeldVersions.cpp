@@ -1,4 +1,6 @@
 #include "tests/guardian/GuardedFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tests/update/UpdateTestSupport.h"
 #include "tools/guardian/HeldVersions.h"
 #include "update/UpdateFiles.h"
@@ -124,5 +126,5 @@ void tst_HeldVersions::theProgramPassesAHeldVersionBy()
     QVERIFY(staged(u"0.2.0"_s));
 }
 
-QTEST_GUILESS_MAIN(tst_HeldVersions)
+CORVANE_TEST(tst_HeldVersions, QCoreApplication)
 #include "tst_HeldVersions.moc"

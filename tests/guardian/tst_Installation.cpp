@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tools/guardian/Installation.h"
 
 #include <QDir>
@@ -57,5 +58,5 @@ void tst_Installation::places()
     QVERIFY2(problem.isEmpty() ? answer.isEmpty() : answer.contains(problem), qPrintable(answer));
 }
 
-QTEST_GUILESS_MAIN(tst_Installation)
+CORVANE_TEST(tst_Installation, QCoreApplication)
 #include "tst_Installation.moc"

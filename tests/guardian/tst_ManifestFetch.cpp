@@ -1,4 +1,5 @@
 #include "tests/support/HttpServer.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tools/guardian/ManifestFetch.h"
 
@@ -133,5 +134,5 @@ void tst_ManifestFetch::onlyHttpsIsAsked()
     QCOMPARE(got.error, u"the feed “%1” isn't HTTPS"_s.arg(feed));
 }
 
-QTEST_GUILESS_MAIN(tst_ManifestFetch)
+CORVANE_TEST(tst_ManifestFetch, QCoreApplication)
 #include "tst_ManifestFetch.moc"

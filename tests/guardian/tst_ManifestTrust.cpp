@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tools/guardian/ManifestFetch.h"
 #include "tools/publish/PublishKey.h"
 #include "tools/publish/SignedManifest.h"
@@ -94,5 +95,5 @@ void tst_ManifestTrust::signatures()
     QTEST(manifestProblem(manifest, key, u"0.2.0"_s, {}).isEmpty(), "trusted");
 }
 
-QTEST_GUILESS_MAIN(tst_ManifestTrust)
+CORVANE_TEST(tst_ManifestTrust, QCoreApplication)
 #include "tst_ManifestTrust.moc"

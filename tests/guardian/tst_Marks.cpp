@@ -1,4 +1,6 @@
 #include "tests/guardian/GuardedFolder.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tools/guardian/Marks.h"
 
 #include <QTemporaryDir>
@@ -91,5 +93,5 @@ void tst_Marks::request()
     QVERIFY(!marks.updateRequested());
 }
 
-QTEST_GUILESS_MAIN(tst_Marks)
+CORVANE_TEST(tst_Marks, QCoreApplication)
 #include "tst_Marks.moc"

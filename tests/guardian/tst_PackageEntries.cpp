@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tools/guardian/PackageEntries.h"
 
 #include <QTest>
@@ -215,5 +216,5 @@ void tst_PackageEntries::tooManyEntries()
     QCOMPARE(entriesProblem(entries, 1'000'000, "corvane"), u"it has more than 20000 entries"_s);
 }
 
-QTEST_GUILESS_MAIN(tst_PackageEntries)
+CORVANE_TEST(tst_PackageEntries, QCoreApplication)
 #include "tst_PackageEntries.moc"

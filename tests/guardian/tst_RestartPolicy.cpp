@@ -1,8 +1,9 @@
+#include "tests/support/Runner.h"
 #include "tools/guardian/RestartPolicy.h"
 
 #include <QTest>
 
-using corvane::guardian::RestartPolicy;
+using namespace corvane;
 
 namespace {
 
@@ -40,12 +41,12 @@ void tst_RestartPolicy::pauses()
 {
     QFETCH(const QList<qint64>, crashesAt);
     constexpr qint64 someDay = 1'790'000'000'000;
-    RestartPolicy policy;
+    guardian::RestartPolicy policy;
     QList<qint64> given;
     for (const qint64 at : crashesAt)
         given << policy.onCrash(someDay + at).value_or(giveUp);
     QTEST(given, "pauses");
 }
 
-QTEST_GUILESS_MAIN(tst_RestartPolicy)
+CORVANE_TEST(tst_RestartPolicy, QCoreApplication)
 #include "tst_RestartPolicy.moc"

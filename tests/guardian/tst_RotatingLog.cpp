@@ -1,3 +1,5 @@
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tools/guardian/RotatingLog.h"
 
 #include <QDateTime>
@@ -13,12 +15,6 @@ using corvane::guardian::RotatingLog;
 namespace {
 
 const QDateTime someTime = QDateTime(QDate(2026, 11, 21), QTime(7, 30, 5), QTimeZone::utc()).toUTC();
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 } // namespace
 
@@ -93,5 +89,5 @@ void tst_RotatingLog::whereNothingCanBeWritten()
     QVERIFY(!QFile::exists(log.path()));
 }
 
-QTEST_GUILESS_MAIN(tst_RotatingLog)
+CORVANE_TEST(tst_RotatingLog, QCoreApplication)
 #include "tst_RotatingLog.moc"

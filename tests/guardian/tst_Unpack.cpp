@@ -1,4 +1,6 @@
 #include "tests/guardian/ZipMaker.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tools/guardian/Unpack.h"
 
 #include <QDir>
@@ -15,12 +17,6 @@ using corvane::test::writeZip;
 using corvane::test::ZipItem;
 
 namespace {
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 ZipItem program()
 {
@@ -215,5 +211,5 @@ void tst_Unpack::theTargetHasToBeNew()
     QCOMPARE(left(), QStringList{u"in"_s});
 }
 
-QTEST_GUILESS_MAIN(tst_Unpack)
+CORVANE_TEST(tst_Unpack, QCoreApplication)
 #include "tst_Unpack.moc"

@@ -1,4 +1,5 @@
 #include "engine/host/Capabilities.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -34,5 +35,5 @@ void tst_Capabilities::neitherLocksMemoryNorFeelsHeat()
     QCOMPARE(thermalState(), 0);
 }
 
-QTEST_APPLESS_MAIN(tst_Capabilities)
+CORVANE_TEST(tst_Capabilities, corvane::test::NoApplication)
 #include "tst_Capabilities.moc"

@@ -1,4 +1,5 @@
 #include "engine/host/EnvironmentProbe.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -196,5 +197,5 @@ void tst_EnvironmentProbe::summarises()
     QTEST(probe.summary(), "summary");
 }
 
-QTEST_GUILESS_MAIN(tst_EnvironmentProbe)
+CORVANE_TEST(tst_EnvironmentProbe, QCoreApplication)
 #include "tst_EnvironmentProbe.moc"

@@ -1,4 +1,5 @@
 #include "engine/host/EnvironmentProbe.h"
+#include "tests/support/Runner.h"
 
 #include <QStandardPaths>
 
@@ -27,5 +28,5 @@ void tst_EnvironmentProbeMachine::findsTheToolsOfThisMachine()
     QVERIFY(found.srtAvailable);
 }
 
-QTEST_GUILESS_MAIN(tst_EnvironmentProbeMachine)
+CORVANE_TEST(tst_EnvironmentProbeMachine, QCoreApplication)
 #include "tst_EnvironmentProbeMachine.moc"

@@ -1,4 +1,5 @@
 #include "engine/Engine.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -77,5 +78,5 @@ void tst_EnvironmentProbeTools::findsTools()
     QCOMPARE(engine.log().count(line), 1);
 }
 
-QTEST_GUILESS_MAIN(tst_EnvironmentProbeTools)
+CORVANE_TEST(tst_EnvironmentProbeTools, QCoreApplication)
 #include "tst_EnvironmentProbeTools.moc"

@@ -1,4 +1,5 @@
 #include "tests/host/PrivateBus.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTest>
@@ -268,5 +269,5 @@ void tst_KeepAwake::passesOverARefusal()
     QCOMPARE(services.lines(u"screen"_s), QStringList{screenRequest.arg(1)});
 }
 
-QTEST_GUILESS_MAIN(tst_KeepAwake)
+CORVANE_TEST(tst_KeepAwake, QCoreApplication)
 #include "tst_KeepAwake.moc"

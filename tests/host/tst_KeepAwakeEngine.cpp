@@ -1,5 +1,6 @@
 #include "engine/Engine.h"
 #include "tests/host/PrivateBus.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -63,5 +64,5 @@ void tst_KeepAwakeEngine::asksWhileSomethingTransmits()
     QCOMPARE(services.lines(u"screen inhibit"_s).size(), 2);
 }
 
-QTEST_GUILESS_MAIN(tst_KeepAwakeEngine)
+CORVANE_TEST(tst_KeepAwakeEngine, QCoreApplication)
 #include "tst_KeepAwakeEngine.moc"

@@ -1,6 +1,7 @@
 #include "engine/host/KeepAwake.h"
 #include "engine/host/KeepAwake_win.h"
 #include "tests/engine/EngineTestSupport.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QList>
@@ -106,5 +107,5 @@ void tst_KeepAwake_win::letsGoBetweenAFailureAndTheNextStart()
     engine->stopPipeline(id);
 }
 
-QTEST_GUILESS_MAIN(tst_KeepAwake_win)
+CORVANE_TEST(tst_KeepAwake_win, QCoreApplication)
 #include "tst_KeepAwake_win.moc"

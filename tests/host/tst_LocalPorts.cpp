@@ -1,5 +1,6 @@
 #include "engine/Engine.h"
 #include "engine/host/LocalPorts.h"
+#include "tests/support/Runner.h"
 #include "tests/support/ToolPath.h"
 
 #include <QSet>
@@ -274,5 +275,5 @@ void tst_LocalPorts::warnsWhenTheRangeIsTaken()
     QCOMPARE(engine.log().count(exhaustedLine), 3);
 }
 
-QTEST_GUILESS_MAIN(tst_LocalPorts)
+CORVANE_TEST(tst_LocalPorts, QCoreApplication)
 #include "tst_LocalPorts.moc"

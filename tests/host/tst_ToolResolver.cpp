@@ -1,5 +1,6 @@
 #include "engine/host/ToolResolver.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/ToolPath.h"
 
 #include <QCoreApplication>
@@ -190,5 +191,5 @@ void tst_ToolResolver::findsNothingWithoutPath()
     QCOMPARE(resolveTool(tool), QString());
 }
 
-QTEST_GUILESS_MAIN(tst_ToolResolver)
+CORVANE_TEST(tst_ToolResolver, QCoreApplication)
 #include "tst_ToolResolver.moc"

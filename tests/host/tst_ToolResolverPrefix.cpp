@@ -1,3 +1,5 @@
+#include "tests/support/Runner.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
@@ -54,5 +56,5 @@ void tst_ToolResolverPrefix::looksInUsrLocalBeforePath()
     QCOMPARE(found(QStringLiteral(CORVANE_TOOL_PROBE)), onPath.fileName());
 }
 
-QTEST_GUILESS_MAIN(tst_ToolResolverPrefix)
+CORVANE_TEST(tst_ToolResolverPrefix, QCoreApplication)
 #include "tst_ToolResolverPrefix.moc"

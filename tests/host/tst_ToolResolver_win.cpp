@@ -1,5 +1,6 @@
 #include "engine/host/ToolResolver.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 
 #include <QDir>
 #include <QFile>
@@ -116,5 +117,5 @@ void tst_ToolResolver_win::besideTheProgramTheNameStandsAsItIs()
     QCOMPARE(find(path.join(QDir::listSeparator())), found);
 }
 
-QTEST_GUILESS_MAIN(tst_ToolResolver_win)
+CORVANE_TEST(tst_ToolResolver_win, QCoreApplication)
 #include "tst_ToolResolver_win.moc"

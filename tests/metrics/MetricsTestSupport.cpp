@@ -11,6 +11,7 @@
 namespace corvane::test {
 
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 Client::Client(quint16 port)
 {
@@ -65,6 +66,12 @@ ToolRun runTool(const QString &program, const QStringList &arguments, const QByt
     const bool orderly =
         ended && tool.exitStatus() == QProcess::NormalExit && tool.error() != QProcess::FailedToStart;
     return {tool.readAll(), orderly ? tool.exitCode() : -1};
+}
+
+QString metricsHeader()
+{
+    return u"# HELP corvane_pipeline_up Pipeline em execução (1) ou não (0)\n"
+           "# TYPE corvane_pipeline_up gauge\n"_s;
 }
 
 } // namespace corvane::test

@@ -64,4 +64,7 @@ struct ToolRun
 [[nodiscard]] ToolRun runTool(const QString &program, const QStringList &arguments,
                               const QByteArray &input = {});
 
+/// Lines that open every scrape.
+[[nodiscard]] QString metricsHeader();
+
 } // namespace corvane::test

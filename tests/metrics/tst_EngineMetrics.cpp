@@ -1,6 +1,7 @@
 #include "metrics/MetricsServer.h"
 #include "tests/engine/EngineTestSupport.h"
 #include "tests/metrics/MetricsTestSupport.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QElapsedTimer>
@@ -17,9 +18,6 @@ namespace {
 
 constexpr quint16 metricsPort = 9105;
 const QString metricsLine = u"métricas Prometheus em http://127.0.0.1:9105/metrics"_s;
-const QString header = u"# HELP corvane_pipeline_up Pipeline em execução (1) ou não (0)\n"
-                       "# TYPE corvane_pipeline_up gauge\n"_s;
-
 QString portProblem()
 {
     QTcpServer probe;
@@ -77,10 +75,10 @@ void tst_EngineMetrics::saysWhereItListens()
 {
     const EngineBench bench;
     QCOMPARE(bench.logCount(metricsLine), 1);
-    QCOMPARE(bench.engine.metricsText(), header);
+    QCOMPARE(bench.engine.metricsText(), metricsHeader());
     QCOMPARE(ask(metricsPort), "HTTP/1.1 200 OK\r\nContent-Type: text/plain; version=0.0.4\r\n"
                                "Content-Length: 99\r\nConnection: close\r\n\r\n" +
-                                   header.toUtf8());
+                                   metricsHeader().toUtf8());
 }
 
 void tst_EngineMetrics::secondEngineRunsSilently()
@@ -95,9 +93,9 @@ void tst_EngineMetrics::secondEngineRunsSilently()
         const QString other = second.addFake(u"b"_s, u"progress"_s);
         second->startPipeline(other);
         QVERIFY(waitUntil([&] { return second.column(u"state"_s) == QStringList{u"running"_s}; }));
-        QCOMPARE(scraped(), header + samples(id, "0", "0", "0", "0"));
+        QCOMPARE(scraped(), metricsHeader() + samples(id, "0", "0", "0", "0"));
     }
-    QCOMPARE(scraped(), header + samples(id, "0", "0", "0", "0"));
+    QCOMPARE(scraped(), metricsHeader() + samples(id, "0", "0", "0", "0"));
 }
 
 void tst_EngineMetrics::figuresFollowThePipelines()
@@ -107,22 +105,24 @@ void tst_EngineMetrics::figuresFollowThePipelines()
     const QString second = bench.addFake(
         u"b"_s,
         u"stderr="_s + stepText("frame= 9 fps=29.97 q=28.0 bitrate=6012.3kbits/s drop=1234567 speed=1x\n"));
-    QCOMPARE(scraped(), header + samples(first, "0", "0", "0", "0") + samples(second, "0", "0", "0", "0"));
+    QCOMPARE(scraped(),
+             metricsHeader() + samples(first, "0", "0", "0", "0") + samples(second, "0", "0", "0", "0"));
 
     bench->startPipeline(second);
     QVERIFY(waitUntil([&] { return bench.pipeline(second)->telemetry().valid; }));
-    QCOMPARE(scraped(), header + samples(first, "0", "0", "0", "0") +
+    QCOMPARE(scraped(), metricsHeader() + samples(first, "0", "0", "0", "0") +
                             samples(second, "1", "29.97", "6012.3", "1.23457e+06"));
 
     bench->stopPipeline(second); // the figures stay
-    QCOMPARE(scraped(), header + samples(first, "0", "0", "0", "0") +
+    QCOMPARE(scraped(), metricsHeader() + samples(first, "0", "0", "0", "0") +
                             samples(second, "0", "29.97", "6012.3", "1.23457e+06"));
 
     bench->renamePipeline(second, u"c"_s); // a new object under the old id
-    QCOMPARE(scraped(), header + samples(first, "0", "0", "0", "0") + samples(second, "0", "0", "0", "0"));
+    QCOMPARE(scraped(),
+             metricsHeader() + samples(first, "0", "0", "0", "0") + samples(second, "0", "0", "0", "0"));
 
     bench->removePipeline(first);
-    QCOMPARE(scraped(), header + samples(second, "0", "0", "0", "0"));
+    QCOMPARE(scraped(), metricsHeader() + samples(second, "0", "0", "0", "0"));
 }
 
 void tst_EngineMetrics::portIsFreeAfterTheEngine()
@@ -135,5 +135,5 @@ void tst_EngineMetrics::portIsFreeAfterTheEngine()
     QCOMPARE(next.logCount(metricsLine), 1);
 }
 
-QTEST_GUILESS_MAIN(tst_EngineMetrics)
+CORVANE_TEST(tst_EngineMetrics, QCoreApplication)
 #include "tst_EngineMetrics.moc"

@@ -2,6 +2,7 @@
 #include "metrics/MetricsServer.h"
 #include "tests/metrics/MetricsTestSupport.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -172,5 +173,5 @@ void tst_MetricsClients::closesMidResponse()
     expectNextScrapeInTime();
 }
 
-QTEST_GUILESS_MAIN(tst_MetricsClients)
+CORVANE_TEST(tst_MetricsClients, QCoreApplication)
 #include "tst_MetricsClients.moc"

@@ -1,6 +1,7 @@
 #include "metrics/MetricsServer.h"
 #include "tests/metrics/MetricsTestSupport.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QNetworkInterface>
@@ -351,5 +352,5 @@ void tst_MetricsServer::deletesTheSocketOfAClientThatGoesAway()
     QCOMPARE(bodyOf(ask(server.port())).size(), largeBody);
 }
 
-QTEST_GUILESS_MAIN(tst_MetricsServer)
+CORVANE_TEST(tst_MetricsServer, QCoreApplication)
 #include "tst_MetricsServer.moc"

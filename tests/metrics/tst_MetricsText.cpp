@@ -1,5 +1,7 @@
 #include "engine/MetricsText.h"
+#include "tests/metrics/MetricsTestSupport.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTest>
@@ -9,9 +11,6 @@ using namespace corvane;
 using namespace corvane::test;
 
 namespace {
-
-const QString header = u"# HELP corvane_pipeline_up Pipeline em execução (1) ou não (0)\n"
-                       "# TYPE corvane_pipeline_up gauge\n"_s;
 
 PipelineConfig configOf(const QString &id, const QString &steps)
 {
@@ -46,21 +45,22 @@ private Q_SLOTS:
 
 void tst_MetricsText::noPipelines()
 {
-    QCOMPARE(metricsText({}), header);
+    QCOMPARE(metricsText({}), metricsHeader());
 }
 
 void tst_MetricsText::onePipeline()
 {
     Pipeline pipeline(configOf(u"0a1b2c3d"_s, u""_s), fakeFfmpeg(), false);
-    QCOMPARE(metricsText({&pipeline}), header + u"corvane_pipeline_up{pipeline=\"0a1b2c3d\"} 0\n"
-                                                "corvane_fps{pipeline=\"0a1b2c3d\"} 0\n"
-                                                "corvane_bitrate_kbps{pipeline=\"0a1b2c3d\"} 0\n"
-                                                "corvane_dropped_frames{pipeline=\"0a1b2c3d\"} 0\n"
-                                                "corvane_srt_rtt_ms{pipeline=\"0a1b2c3d\"} 0\n"
-                                                "corvane_srt_pkt_snd_drop{pipeline=\"0a1b2c3d\"} 0\n"
-                                                "corvane_srt_pkt_retrans{pipeline=\"0a1b2c3d\"} 0\n"
-                                                "corvane_degradation_level{pipeline=\"0a1b2c3d\"} 0\n"
-                                                "corvane_thermal_state{pipeline=\"0a1b2c3d\"} 0\n"_s);
+    QCOMPARE(metricsText({&pipeline}), metricsHeader() +
+                                           u"corvane_pipeline_up{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_fps{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_bitrate_kbps{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_dropped_frames{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_srt_rtt_ms{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_srt_pkt_snd_drop{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_srt_pkt_retrans{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_degradation_level{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_thermal_state{pipeline=\"0a1b2c3d\"} 0\n"_s);
 }
 
 void tst_MetricsText::severalPipelines()
@@ -82,42 +82,43 @@ void tst_MetricsText::severalPipelines()
     QCOMPARE(starting.state(), launchedState());
 
     QCOMPARE(metricsText({&stopped, &running, &failed, &starting}),
-             header + u"corvane_pipeline_up{pipeline=\"00000001\"} 0\n"
-                      "corvane_fps{pipeline=\"00000001\"} 0\n"
-                      "corvane_bitrate_kbps{pipeline=\"00000001\"} 0\n"
-                      "corvane_dropped_frames{pipeline=\"00000001\"} 0\n"
-                      "corvane_srt_rtt_ms{pipeline=\"00000001\"} 0\n"
-                      "corvane_srt_pkt_snd_drop{pipeline=\"00000001\"} 0\n"
-                      "corvane_srt_pkt_retrans{pipeline=\"00000001\"} 0\n"
-                      "corvane_degradation_level{pipeline=\"00000001\"} 0\n"
-                      "corvane_thermal_state{pipeline=\"00000001\"} 0\n"
-                      "corvane_pipeline_up{pipeline=\"00000002\"} 1\n"
-                      "corvane_fps{pipeline=\"00000002\"} 29.97\n"
-                      "corvane_bitrate_kbps{pipeline=\"00000002\"} 6012.3\n"
-                      "corvane_dropped_frames{pipeline=\"00000002\"} 12\n"
-                      "corvane_srt_rtt_ms{pipeline=\"00000002\"} 0\n"
-                      "corvane_srt_pkt_snd_drop{pipeline=\"00000002\"} 0\n"
-                      "corvane_srt_pkt_retrans{pipeline=\"00000002\"} 0\n"
-                      "corvane_degradation_level{pipeline=\"00000002\"} 0\n"
-                      "corvane_thermal_state{pipeline=\"00000002\"} 0\n"
-                      "corvane_pipeline_up{pipeline=\"00000003\"} 0\n"
-                      "corvane_fps{pipeline=\"00000003\"} 24\n"
-                      "corvane_bitrate_kbps{pipeline=\"00000003\"} 900.5\n"
-                      "corvane_dropped_frames{pipeline=\"00000003\"} 1\n"
-                      "corvane_srt_rtt_ms{pipeline=\"00000003\"} 0\n"
-                      "corvane_srt_pkt_snd_drop{pipeline=\"00000003\"} 0\n"
-                      "corvane_srt_pkt_retrans{pipeline=\"00000003\"} 0\n"
-                      "corvane_degradation_level{pipeline=\"00000003\"} 0\n"
-                      "corvane_thermal_state{pipeline=\"00000003\"} 0\n"
-                      "corvane_pipeline_up{pipeline=\"00000004\"} %1\n"
-                      "corvane_fps{pipeline=\"00000004\"} 0\n"
-                      "corvane_bitrate_kbps{pipeline=\"00000004\"} 0\n"
-                      "corvane_dropped_frames{pipeline=\"00000004\"} 0\n"
-                      "corvane_srt_rtt_ms{pipeline=\"00000004\"} 0\n"
-                      "corvane_srt_pkt_snd_drop{pipeline=\"00000004\"} 0\n"
-                      "corvane_srt_pkt_retrans{pipeline=\"00000004\"} 0\n"
-                      "corvane_degradation_level{pipeline=\"00000004\"} 0\n"
-                      "corvane_thermal_state{pipeline=\"00000004\"} 0\n"_s.arg(startsAtOnce() ? 1 : 0));
+             metricsHeader() +
+                 u"corvane_pipeline_up{pipeline=\"00000001\"} 0\n"
+                 "corvane_fps{pipeline=\"00000001\"} 0\n"
+                 "corvane_bitrate_kbps{pipeline=\"00000001\"} 0\n"
+                 "corvane_dropped_frames{pipeline=\"00000001\"} 0\n"
+                 "corvane_srt_rtt_ms{pipeline=\"00000001\"} 0\n"
+                 "corvane_srt_pkt_snd_drop{pipeline=\"00000001\"} 0\n"
+                 "corvane_srt_pkt_retrans{pipeline=\"00000001\"} 0\n"
+                 "corvane_degradation_level{pipeline=\"00000001\"} 0\n"
+                 "corvane_thermal_state{pipeline=\"00000001\"} 0\n"
+                 "corvane_pipeline_up{pipeline=\"00000002\"} 1\n"
+                 "corvane_fps{pipeline=\"00000002\"} 29.97\n"
+                 "corvane_bitrate_kbps{pipeline=\"00000002\"} 6012.3\n"
+                 "corvane_dropped_frames{pipeline=\"00000002\"} 12\n"
+                 "corvane_srt_rtt_ms{pipeline=\"00000002\"} 0\n"
+                 "corvane_srt_pkt_snd_drop{pipeline=\"00000002\"} 0\n"
+                 "corvane_srt_pkt_retrans{pipeline=\"00000002\"} 0\n"
+                 "corvane_degradation_level{pipeline=\"00000002\"} 0\n"
+                 "corvane_thermal_state{pipeline=\"00000002\"} 0\n"
+                 "corvane_pipeline_up{pipeline=\"00000003\"} 0\n"
+                 "corvane_fps{pipeline=\"00000003\"} 24\n"
+                 "corvane_bitrate_kbps{pipeline=\"00000003\"} 900.5\n"
+                 "corvane_dropped_frames{pipeline=\"00000003\"} 1\n"
+                 "corvane_srt_rtt_ms{pipeline=\"00000003\"} 0\n"
+                 "corvane_srt_pkt_snd_drop{pipeline=\"00000003\"} 0\n"
+                 "corvane_srt_pkt_retrans{pipeline=\"00000003\"} 0\n"
+                 "corvane_degradation_level{pipeline=\"00000003\"} 0\n"
+                 "corvane_thermal_state{pipeline=\"00000003\"} 0\n"
+                 "corvane_pipeline_up{pipeline=\"00000004\"} %1\n"
+                 "corvane_fps{pipeline=\"00000004\"} 0\n"
+                 "corvane_bitrate_kbps{pipeline=\"00000004\"} 0\n"
+                 "corvane_dropped_frames{pipeline=\"00000004\"} 0\n"
+                 "corvane_srt_rtt_ms{pipeline=\"00000004\"} 0\n"
+                 "corvane_srt_pkt_snd_drop{pipeline=\"00000004\"} 0\n"
+                 "corvane_srt_pkt_retrans{pipeline=\"00000004\"} 0\n"
+                 "corvane_degradation_level{pipeline=\"00000004\"} 0\n"
+                 "corvane_thermal_state{pipeline=\"00000004\"} 0\n"_s.arg(startsAtOnce() ? 1 : 0));
 }
 
 void tst_MetricsText::keepsTheFiguresOfARunThatEnded()
@@ -130,10 +131,10 @@ void tst_MetricsText::keepsTheFiguresOfARunThatEnded()
 
     pipeline.stop();
     QVERIFY(metricsText({&pipeline})
-                .startsWith(header + u"corvane_pipeline_up{pipeline=\"cafe0001\"} 0\n"
-                                     "corvane_fps{pipeline=\"cafe0001\"} 50\n"
-                                     "corvane_bitrate_kbps{pipeline=\"cafe0001\"} 4000.5\n"
-                                     "corvane_dropped_frames{pipeline=\"cafe0001\"} 3\n"_s));
+                .startsWith(metricsHeader() + u"corvane_pipeline_up{pipeline=\"cafe0001\"} 0\n"
+                                              "corvane_fps{pipeline=\"cafe0001\"} 50\n"
+                                              "corvane_bitrate_kbps{pipeline=\"cafe0001\"} 4000.5\n"
+                                              "corvane_dropped_frames{pipeline=\"cafe0001\"} 3\n"_s));
 }
 
 void tst_MetricsText::showsTheLevelOfTheLadder()
@@ -212,5 +213,5 @@ void tst_MetricsText::orderIsThatOfTheList()
     QCOMPARE(lines.size(), 2 + 3 * 9);
 }
 
-QTEST_GUILESS_MAIN(tst_MetricsText)
+CORVANE_TEST(tst_MetricsText, QCoreApplication)
 #include "tst_MetricsText.moc"

@@ -1,5 +1,6 @@
 #include "engine/MetricsText.h"
 #include "tests/metrics/MetricsTestSupport.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -179,5 +180,5 @@ void tst_Monitoring::namesOnlyWhatThereIs()
         QCOMPARE(named, known);
 }
 
-QTEST_GUILESS_MAIN(tst_Monitoring)
+CORVANE_TEST(tst_Monitoring, QCoreApplication)
 #include "tst_Monitoring.moc"

@@ -1,4 +1,5 @@
 #include "engine/model/PipelineConfig.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -298,5 +299,5 @@ void tst_PipelineConfig::bondPort()
     QTEST(output.bondPort(), "port");
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineConfig)
+CORVANE_TEST(tst_PipelineConfig, QCoreApplication)
 #include "tst_PipelineConfig.moc"

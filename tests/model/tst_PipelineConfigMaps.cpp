@@ -1,4 +1,5 @@
 #include "engine/model/PipelineConfig.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -423,5 +424,5 @@ void tst_PipelineConfigMaps::danteStaysOn()
     }
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineConfigMaps)
+CORVANE_TEST(tst_PipelineConfigMaps, QCoreApplication)
 #include "tst_PipelineConfigMaps.moc"

@@ -43,6 +43,9 @@ private:
     std::shared_ptr<State> m_state;
 };
 
+/// Bytes of a frame of 16 by 4 pixels, the small format of the tests.
+constexpr qsizetype smallFrameSize = qsizetype(16) * 2 * 4;
+
 /// A valid record.
 [[nodiscard]] NdiFrameInfo frameInfo(int width, int height, int frameRateN, int frameRateD = 1);
 

@@ -1,6 +1,8 @@
 #include "ndi/FramePipe.h"
 #include "tests/ndi/PipeReader.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTest>
@@ -356,5 +358,5 @@ void tst_FramePipe::keepsNoDescriptors()
     QCOMPARE(openDescriptors(), descriptors);
 }
 
-QTEST_GUILESS_MAIN(tst_FramePipe)
+CORVANE_TEST(tst_FramePipe, QCoreApplication)
 #include "tst_FramePipe.moc"

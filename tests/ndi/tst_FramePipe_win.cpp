@@ -1,6 +1,7 @@
 #include "ndi/FramePipe.h"
 #include "ndi/ThreadPriority.h"
 #include "tests/ndi/ReceiverBench.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QProcess>
@@ -21,7 +22,7 @@ namespace {
 
 constexpr qsizetype fullHd = 1920 * 1080 * 2;
 
-QByteArray frameOf(char fill, qsizetype size = fullHd)
+QByteArray fullHdFrame(char fill, qsizetype size = fullHd)
 {
     return QByteArray(size, fill);
 }
@@ -125,8 +126,8 @@ void tst_FramePipe_win::framesReachAnotherProcess()
     Reader reader(path, 3 * fullHd);
     bool written = false;
     const auto pump = onAThread([&] {
-        written = pipe.waitForReader() == 0 && pipe.write(frameOf('a')) && pipe.write(frameOf('b')) &&
-                  pipe.write(frameOf('c'));
+        written = pipe.waitForReader() == 0 && pipe.write(fullHdFrame('a')) && pipe.write(fullHdFrame('b')) &&
+                  pipe.write(fullHdFrame('c'));
     });
     QVERIFY(reader.opens());
     QVERIFY(reader.ends());
@@ -134,7 +135,7 @@ void tst_FramePipe_win::framesReachAnotherProcess()
 
     QVERIFY(written);
     QCOMPARE(reader.exitCode(), 0);
-    QVERIFY(reader.received() == frameOf('a') + frameOf('b') + frameOf('c'));
+    QVERIFY(reader.received() == fullHdFrame('a') + fullHdFrame('b') + fullHdFrame('c'));
 }
 
 void tst_FramePipe_win::readerGoes()
@@ -147,7 +148,7 @@ void tst_FramePipe_win::readerGoes()
     const auto pump = onAThread([&] {
         if (pipe.waitForReader() != 0)
             return;
-        while (frames < 100 && pipe.write(frameOf('x')))
+        while (frames < 100 && pipe.write(fullHdFrame('x')))
             ++frames;
     });
     QVERIFY(reader.opens());
@@ -244,7 +245,7 @@ void tst_FramePipe_win::closeEndsAWrite()
     const auto pump = onAThread([&] {
         if (pipe.waitForReader() != 0)
             return;
-        while (pipe.write(frameOf('x')))
+        while (pipe.write(fullHdFrame('x')))
             ++frames;
     });
     QVERIFY(waitUntil([&] { return frames >= 1; }));
@@ -265,5 +266,5 @@ void tst_FramePipe_win::pumpComesBeforeEverythingElse()
     QCOMPARE(GetThreadPriority(GetCurrentThread()), 0); // that thread alone
 }
 
-QTEST_GUILESS_MAIN(tst_FramePipe_win)
+CORVANE_TEST(tst_FramePipe_win, QCoreApplication)
 #include "tst_FramePipe_win.moc"

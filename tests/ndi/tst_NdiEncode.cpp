@@ -3,6 +3,7 @@
 #include "pipeline/Pipeline.h"
 #include "tests/ndi/FrameFeed.h"
 #include "tests/support/Recording.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -231,5 +232,5 @@ void tst_NdiEncode::sourceThatComesStallsAndComesBack()
     QCOMPARE_GE(distinct(61, 120), 30);
 }
 
-QTEST_GUILESS_MAIN(tst_NdiEncode)
+CORVANE_TEST(tst_NdiEncode, QCoreApplication)
 #include "tst_NdiEncode.moc"

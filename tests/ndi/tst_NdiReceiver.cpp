@@ -3,6 +3,7 @@
 #include "tests/ndi/FrameFeed.h"
 #include "tests/ndi/PipeReader.h"
 #include "tests/ndi/ReceiverBench.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QElapsedTimer>
@@ -19,7 +20,6 @@ using namespace corvane::test;
 
 namespace {
 
-constexpr qsizetype frameSize = qsizetype(16) * 2 * 4;
 constexpr int stopLimitMs = 3000; ///< of each of the two threads
 
 NdiFrameInfo smallFormat()
@@ -164,7 +164,7 @@ void tst_NdiReceiver::saysTheRate()
 
     const QString path = freshPipePath();
     const FrameFeed feed(frameInfo(16, 4, numerator, denominator));
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     const ReceiverLog log(receiver);
     if (probed)
@@ -180,7 +180,7 @@ void tst_NdiReceiver::readerIsThereFirst()
 {
     const QString path = freshPipePath();
     const FrameFeed feed(smallFormat());
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     const ReceiverLog log(receiver);
     QVERIFY(receiver.probe(3000).valid);
@@ -197,7 +197,7 @@ void tst_NdiReceiver::readerComesLater()
 {
     const QString path = freshPipePath();
     const FrameFeed feed(smallFormat());
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     const ReceiverLog log(receiver);
     QVERIFY(receiver.probe(3000).valid);
@@ -242,7 +242,7 @@ void tst_NdiReceiver::secondStart()
 {
     const QString path = freshPipePath();
     const FrameFeed feed(smallFormat());
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     const ReceiverLog log(receiver);
     QVERIFY(receiver.probe(3000).valid);
@@ -310,7 +310,7 @@ void tst_NdiReceiver::stopEndsTheStream()
 {
     const QString path = freshPipePath();
     const FrameFeed feed(smallFormat());
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     QVERIFY(receiver.probe(3000).valid);
     QVERIFY(receiver.createPipe(path));
@@ -370,7 +370,7 @@ void tst_NdiReceiver::destructorStops()
 
     const QString path = freshPipePath();
     const FrameFeed feed(smallFormat());
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     auto receiver = std::make_unique<NdiReceiver>(u"fonte"_s);
     QVERIFY(receiver->probe(3000).valid);
     if (pipe)
@@ -410,5 +410,5 @@ void tst_NdiReceiver::linesComeOnTheMainThread()
     QCOMPARE(elsewhere, QStringList()); // both were said on the pump's own
 }
 
-QTEST_GUILESS_MAIN(tst_NdiReceiver)
+CORVANE_TEST(tst_NdiReceiver, QCoreApplication)
 #include "tst_NdiReceiver.moc"

@@ -2,6 +2,7 @@
 #include "tests/ndi/FrameFeed.h"
 #include "tests/ndi/PipeReader.h"
 #include "tests/ndi/ReceiverBench.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTest>
@@ -18,8 +19,6 @@ using Thrower = std::function<void()>;
 Q_DECLARE_METATYPE(Thrower)
 
 namespace {
-
-constexpr qsizetype frameSize = qsizetype(16) * 2 * 4;
 
 const QString readerGone = u"NDI: pipe fechado pelo leitor (ffmpeg) — encerrando pump"_s;
 
@@ -61,15 +60,15 @@ void tst_NdiReceiverFailures::captureThrows()
 
     const QString path = freshPipePath();
     FrameFeed feed(frameInfo(16, 4, 100));
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     const ReceiverLog log(receiver);
     QVERIFY(receiver.probe(3000).valid);
     QVERIFY(receiver.createPipe(path));
     reader.open(path);
     receiver.start(path);
-    feed.show(QByteArray(frameSize, 'a'));
-    QVERIFY(waitUntil([&] { return reader.lastFrame() == QByteArray(frameSize, 'a'); }));
+    feed.show(QByteArray(smallFrameSize, 'a'));
+    QVERIFY(waitUntil([&] { return reader.lastFrame() == QByteArray(smallFrameSize, 'a'); }));
 
     feed.failWith(thrower);
     QVERIFY(waitUntil([&] { return log.contains("NDI cap: "_L1 + words); }));
@@ -78,7 +77,7 @@ void tst_NdiReceiverFailures::captureThrows()
     QVERIFY(waitUntil([&] { return log.contains(u"NDI: fonte sem frames novos — freeze"_s); }));
     const qsizetype before = reader.frames();
     QVERIFY(waitUntil([&] { return reader.frames() > before + 10; }));
-    QCOMPARE(reader.lastFrame(), QByteArray(frameSize, 'a'));
+    QCOMPARE(reader.lastFrame(), QByteArray(smallFrameSize, 'a'));
     QCOMPARE(log.lines().size(), 4);
 
     receiver.stop();
@@ -92,7 +91,7 @@ void tst_NdiReceiverFailures::pumpThrows()
 
     const QString path = freshPipePath();
     const FrameFeed feed(frameInfo(16, 4, 100));
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     const ReceiverLog log(receiver);
     // Whatever is called on the pump's thread may throw: here, one that hears what it says.
@@ -124,7 +123,7 @@ void tst_NdiReceiverFailures::readerGoesAway()
 {
     const QString path = freshPipePath();
     const FrameFeed feed(frameInfo(16, 4, 100));
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     const ReceiverLog log(receiver);
     QVERIFY(receiver.probe(3000).valid);
@@ -165,5 +164,5 @@ void tst_NdiReceiverFailures::readerGoesAwayInTheMiddleOfAFrame()
     QVERIFY(waitUntil([&] { return log.contains(readerGone); }));
 }
 
-QTEST_GUILESS_MAIN(tst_NdiReceiverFailures)
+CORVANE_TEST(tst_NdiReceiverFailures, QCoreApplication)
 #include "tst_NdiReceiverFailures.moc"

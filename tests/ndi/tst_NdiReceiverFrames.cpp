@@ -2,6 +2,7 @@
 #include "tests/ndi/FrameFeed.h"
 #include "tests/ndi/PipeReader.h"
 #include "tests/ndi/ReceiverBench.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QElapsedTimer>
@@ -16,11 +17,9 @@ using namespace corvane::test;
 
 namespace {
 
-constexpr qsizetype frameSize = qsizetype(16) * 2 * 4;
-
 const QString freezeLine = u"NDI: fonte sem frames novos — freeze"_s;
 
-QByteArray frameOf(char byte, qsizetype size = frameSize)
+QByteArray frameOf(char byte, qsizetype size = smallFrameSize)
 {
     return QByteArray(size, byte);
 }
@@ -151,8 +150,8 @@ void tst_NdiReceiverFrames::neverFasterThanItsInterval()
 
 void tst_NdiReceiverFrames::frameGoesOutAsItIs()
 {
-    QByteArray frame(frameSize, Qt::Uninitialized);
-    for (qsizetype i = 0; i < frameSize; ++i)
+    QByteArray frame(smallFrameSize, Qt::Uninitialized);
+    for (qsizetype i = 0; i < smallFrameSize; ++i)
         frame[i] = static_cast<char>(i * 7);
     OnAir onAir(frameInfo(16, 4, 100));
     QVERIFY(onAir.valid);
@@ -219,8 +218,8 @@ void tst_NdiReceiverFrames::frameOfAnotherSizeIsDropped()
     OnAir onAir(frameInfo(16, 4, 100));
     QVERIFY(onAir.valid);
     QVERIFY(onAir.show(frameOf('a')));
-    onAir.feed.show(frameOf('b', frameSize - 1));
-    onAir.feed.show(frameOf('c', frameSize + 1));
+    onAir.feed.show(frameOf('b', smallFrameSize - 1));
+    onAir.feed.show(frameOf('c', smallFrameSize + 1));
     onAir.feed.show(QByteArray());
     QVERIFY(onAir.show(frameOf('d')));
     QVERIFY(onAir.outline().endsWith("ad"));
@@ -275,5 +274,5 @@ void tst_NdiReceiverFrames::slowReaderHoldsUpNoSource()
         QCOMPARE(run.frame, frameOf(run.frame.at(0), size));
 }
 
-QTEST_GUILESS_MAIN(tst_NdiReceiverFrames)
+CORVANE_TEST(tst_NdiReceiverFrames, QCoreApplication)
 #include "tst_NdiReceiverFrames.moc"

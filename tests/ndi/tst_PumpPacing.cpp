@@ -1,4 +1,5 @@
 #include "ndi/PumpPacing.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -170,5 +171,5 @@ void tst_PumpPacing::freeze()
     QCOMPARE(found, begins);
 }
 
-QTEST_APPLESS_MAIN(tst_PumpPacing)
+CORVANE_TEST(tst_PumpPacing, corvane::test::NoApplication)
 #include "tst_PumpPacing.moc"

@@ -1,4 +1,5 @@
 #include "tests/pipeline/TransportTestSupport.h"
+#include "tests/support/Files.h"
 
 namespace corvane::test {
 
@@ -89,6 +90,21 @@ QStringList transportCommands(const Recorder &recorder)
             commands << line;
     }
     return commands;
+}
+
+QString plainSrtLine()
+{
+    return u"[srt] srt-live-transmit udp://:8900 srt://127.0.0.1:9000?latency=120&mode=caller"_s;
+}
+
+QString launcherLine()
+{
+    return u"[srtla] srtla_send 8911 127.0.0.1 5000"_s;
+}
+
+QString bondedBridgeLine()
+{
+    return u"[srtla-bridge] srt-live-transmit udp://:8910 srt://127.0.0.1:8911?latency=120&mode=caller"_s;
 }
 
 } // namespace corvane::test

@@ -42,4 +42,9 @@ private:
 /// The log lines of a start that name a transport command: those of transport tools, with their prefixes.
 [[nodiscard]] QStringList transportCommands(const Recorder &recorder);
 
+/// Log lines of the transports of srtOutput(8900), and of a bonded output with the bridge port 8910.
+[[nodiscard]] QString plainSrtLine();
+[[nodiscard]] QString launcherLine();
+[[nodiscard]] QString bondedBridgeLine();
+
 } // namespace corvane::test

@@ -1,4 +1,6 @@
 #include "pipeline/Pipeline.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QMetaEnum>
@@ -265,5 +267,5 @@ void tst_Pipeline::ownsACopyOfItsRecord()
     QVERIFY(waitUntil([&] { return pipeline.state() == Pipeline::State::Running; }));
 }
 
-QTEST_GUILESS_MAIN(tst_Pipeline)
+CORVANE_TEST(tst_Pipeline, QCoreApplication)
 #include "tst_Pipeline.moc"

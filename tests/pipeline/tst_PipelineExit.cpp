@@ -1,5 +1,8 @@
 #include "pipeline/Pipeline.h"
+#include "tests/support/Files.h"
+#include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QFile>
@@ -28,12 +31,6 @@ private Q_SLOTS:
 };
 
 namespace {
-
-QStringList launched()
-{
-    return {u"state starting"_s, u"log ffmpeg <arguments>"_s, u"state running"_s,
-            u"log ffmpeg rodando (pid <pid>)"_s};
-}
 
 } // namespace
 
@@ -193,5 +190,5 @@ void tst_PipelineExit::buildFailure()
     QCOMPARE(recorder.events(), QStringList{u"state stopped"_s});
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineExit)
+CORVANE_TEST(tst_PipelineExit, QCoreApplication)
 #include "tst_PipelineExit.moc"

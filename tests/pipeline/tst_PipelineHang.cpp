@@ -1,5 +1,6 @@
 #include "pipeline/Pipeline.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QRegularExpression>
@@ -143,5 +144,5 @@ void tst_PipelineHang::hangsAndCrashesCountAlike()
     QCOMPARE(hangs, 1);
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineHang)
+CORVANE_TEST(tst_PipelineHang, QCoreApplication)
 #include "tst_PipelineHang.moc"

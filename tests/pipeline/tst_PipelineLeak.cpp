@@ -1,5 +1,6 @@
 #include "pipeline/Pipeline.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTest>
@@ -70,5 +71,5 @@ void tst_PipelineLeak::automaticRestarts()
     QCOMPARE(openDescriptors(), descriptors);
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineLeak)
+CORVANE_TEST(tst_PipelineLeak, QCoreApplication)
 #include "tst_PipelineLeak.moc"

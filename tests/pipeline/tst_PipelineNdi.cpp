@@ -4,6 +4,7 @@
 #include "pipeline/Pipeline.h"
 #include "tests/ndi/FrameFeed.h"
 #include "tests/ndi/ReceiverBench.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTest>
@@ -345,5 +346,5 @@ void tst_PipelineNdi::listThatCannotBeBuilt()
     QCOMPARE(ndiLines(recorder), QStringList());
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineNdi)
+CORVANE_TEST(tst_PipelineNdi, QCoreApplication)
 #include "tst_PipelineNdi.moc"

@@ -6,7 +6,9 @@
 #include "tests/ndi/PipeReader.h"
 #include "tests/ndi/ReceiverBench.h"
 #include "tests/pipeline/TransportTestSupport.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 
 #include <QPointer>
 #include <QTest>
@@ -22,7 +24,7 @@ namespace {
 
 constexpr qsizetype frameSize = qsizetype(16) * 2 * 4;
 
-PipelineConfig ndiConfig(PipelineConfig config)
+PipelineConfig withNdiSource(PipelineConfig config)
 {
     config.id = QUuid::createUuid().toString(QUuid::Id128);
     config.source.kind = SourceKind::Ndi;
@@ -88,7 +90,7 @@ void tst_PipelineNdiStop::encodersEnd()
 
     const QTemporaryDir dir;
     const QString sign = dir.filePath(u"sign"_s);
-    PipelineConfig config = ndiConfig(fakeConfig(u"await=%1,%2"_s.arg(stepText(sign.toUtf8()), ending)));
+    PipelineConfig config = withNdiSource(fakeConfig(u"await=%1,%2"_s.arg(stepText(sign.toUtf8()), ending)));
     config.autoRestart = false;
     PipeReader reader(frameSize);
     Pipeline pipeline(config, fakeFfmpeg(), false);
@@ -110,7 +112,7 @@ void tst_PipelineNdiStop::encodersEnd()
 void tst_PipelineNdiStop::automaticRestart()
 {
     const QTemporaryDir dir;
-    PipelineConfig config = ndiConfig(
+    PipelineConfig config = withNdiSource(
         fakeConfig(u"once=%1,pause=50,exit=3,end,progress"_s.arg(stepText(dir.filePath(u"run"_s).toUtf8()))));
     config.restart.initialBackoffMs = 0;
     PipeReader reader(frameSize);
@@ -134,7 +136,7 @@ void tst_PipelineNdiStop::automaticRestart()
 
 void tst_PipelineNdiStop::encoderThatCannotBeLaunched()
 {
-    const PipelineConfig config = ndiConfig(fakeConfig(u"progress"_s));
+    const PipelineConfig config = withNdiSource(fakeConfig(u"progress"_s));
     Pipeline pipeline(config, u"/no/such/ffmpeg"_s, false);
     const Recorder recorder(pipeline);
     pipeline.start();
@@ -151,7 +153,7 @@ void tst_PipelineNdiStop::encoderThatCannotBeLaunched()
 
 void tst_PipelineNdiStop::pumpsUntilTheEncoderHasGone()
 {
-    const PipelineConfig config = ndiConfig(fakeConfig(u"ignore-q,progress"_s));
+    const PipelineConfig config = withNdiSource(fakeConfig(u"ignore-q,progress"_s));
     PipeReader reader(frameSize);
     Pipeline pipeline(config, fakeFfmpeg(), false);
     const Recorder recorder(pipeline);
@@ -168,7 +170,7 @@ void tst_PipelineNdiStop::pumpsUntilTheEncoderHasGone()
 void tst_PipelineNdiStop::pumpsUntilTheTransportHasGone()
 {
     const TransportTools tools(u"ignore-term"_s);
-    const PipelineConfig config = ndiConfig(transportConfig({srtOutput(8900)}, u"progress"_s));
+    const PipelineConfig config = withNdiSource(transportConfig({srtOutput(8900)}, u"progress"_s));
     PipeReader reader(frameSize);
     Pipeline pipeline(config, fakeFfmpeg(), false);
     pipeline.start();
@@ -183,7 +185,7 @@ void tst_PipelineNdiStop::pumpsUntilTheTransportHasGone()
 
 void tst_PipelineNdiStop::receiverDoesNotEndTheRun()
 {
-    const PipelineConfig config = ndiConfig(fakeConfig(u"progress"_s));
+    const PipelineConfig config = withNdiSource(fakeConfig(u"progress"_s));
     PipeReader reader(frameSize);
     Pipeline pipeline(config, fakeFfmpeg(), false);
     const Recorder recorder(pipeline);
@@ -204,7 +206,7 @@ void tst_PipelineNdiStop::receiverDoesNotEndTheRun()
 
 void tst_PipelineNdiStop::destructor()
 {
-    const PipelineConfig config = ndiConfig(fakeConfig(u"progress"_s));
+    const PipelineConfig config = withNdiSource(fakeConfig(u"progress"_s));
     PipeReader reader(frameSize);
     auto pipeline = std::make_unique<Pipeline>(config, fakeFfmpeg(), false);
     pipeline->start();
@@ -218,7 +220,7 @@ void tst_PipelineNdiStop::destructor()
 
 void tst_PipelineNdiStop::leavesNothing()
 {
-    Pipeline pipeline(ndiConfig(fakeConfig(u"progress"_s)), fakeFfmpeg(), false);
+    Pipeline pipeline(withNdiSource(fakeConfig(u"progress"_s)), fakeFfmpeg(), false);
     const auto cycle = [&] {
         pipeline.start();
         if (!waitUntil([&] { return pipeline.state() == Pipeline::State::Running; }))
@@ -235,5 +237,5 @@ void tst_PipelineNdiStop::leavesNothing()
     QCOMPARE(childProcesses(), QList<qint64>());
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineNdiStop)
+CORVANE_TEST(tst_PipelineNdiStop, QCoreApplication)
 #include "tst_PipelineNdiStop.moc"

@@ -1,4 +1,6 @@
 #include "pipeline/Pipeline.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTemporaryDir>
@@ -168,5 +170,5 @@ void tst_PipelineOutput::floodArrivesWhole()
     QVERIFY(heard == expected);
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineOutput)
+CORVANE_TEST(tst_PipelineOutput, QCoreApplication)
 #include "tst_PipelineOutput.moc"

@@ -1,5 +1,8 @@
 #include "pipeline/Pipeline.h"
+#include "tests/support/Files.h"
+#include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTemporaryDir>
@@ -13,14 +16,6 @@ using namespace corvane::test;
 namespace {
 
 const QString stepLine = u"log DEGRADAÇÃO: nível 1 (bitrate-75) — bitrate 6000→4500 kbps"_s;
-const QString relaunchLine = u"log aplicando novo bitrate (degradação) — restart imediato"_s;
-
-QStringList launched()
-{
-    return {u"state starting"_s, u"log ffmpeg <arguments>"_s, u"state running"_s,
-            u"log ffmpeg rodando (pid <pid>)"_s};
-}
-
 } // namespace
 
 /// Drops end a run at a lower rate.
@@ -48,11 +43,11 @@ void tst_PipelineQuality::threeBadSecondsEndTheRun()
     pipeline.start();
     QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
     QVERIFY(fileLines(arguments).join(u' ').contains(u" -b:v 6000k "_s));
-    QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine); }, 60000));
+    QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine()); }, 60000));
     const qint64 pid = lastPid(recorder);
 
     QCOMPARE(outline(recorder), launched() + QStringList({stepLine, u"quality 1 bitrate-75"_s,
-                                                          u"log ffmpeg errorOccurred: 1"_s, relaunchLine}));
+                                                          u"log ffmpeg errorOccurred: 1"_s, relaunchLine()}));
     // A first second to compare with and three bad ones; each goes out before it is acted on.
     QCOMPARE_GE(recorder.count(u"telemetry"_s), 4);
     const qsizetype step = recorder.events().indexOf(stepLine);
@@ -94,7 +89,7 @@ void tst_PipelineQuality::stopBeforeTheRelaunch()
     Pipeline pipeline(fakeConfig(u"append=%1,drops=50"_s.arg(stepText(pids.toUtf8()))), fakeFfmpeg(), false);
     Recorder recorder(pipeline);
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine); }, 60000));
+    QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine()); }, 60000));
 
     recorder.clear();
     pipeline.stop();
@@ -119,5 +114,5 @@ void tst_PipelineQuality::dropsFromTheFirstSecondAreForgiven()
     QCOMPARE(pipeline.level(), 0);
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineQuality)
+CORVANE_TEST(tst_PipelineQuality, QCoreApplication)
 #include "tst_PipelineQuality.moc"

@@ -1,4 +1,6 @@
 #include "pipeline/Pipeline.h"
+#include "tests/support/PipelineStory.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTemporaryDir>
@@ -10,14 +12,12 @@ using namespace corvane::test;
 
 namespace {
 
-const QString relaunchLine = u"log aplicando novo bitrate (degradação) — restart imediato"_s;
-
 /// Lets a run go on until the ladder ends it; gives the lines that tell of a step.
 QStringList runUntilAStep(Pipeline &pipeline)
 {
     const Recorder recorder(pipeline);
     pipeline.start();
-    if (!waitUntil([&] { return recorder.contains(relaunchLine); }, 60000))
+    if (!waitUntil([&] { return recorder.contains(relaunchLine()); }, 60000))
         return {};
     QStringList steps;
     for (const QString &event : recorder.events()) {
@@ -88,5 +88,5 @@ void tst_PipelineQualitySteps::downAndUpAgain()
     QCOMPARE(pipeline.config().encoder.bitrate, 6000);
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineQualitySteps)
+CORVANE_TEST(tst_PipelineQualitySteps, QCoreApplication)
 #include "tst_PipelineQualitySteps.moc"

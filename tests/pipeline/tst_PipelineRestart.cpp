@@ -1,4 +1,6 @@
 #include "pipeline/Pipeline.h"
+#include "tests/support/PipelineStory.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTemporaryDir>
@@ -9,12 +11,6 @@ using namespace corvane;
 using namespace corvane::test;
 
 namespace {
-
-QStringList launched()
-{
-    return {u"state starting"_s, u"log ffmpeg <arguments>"_s, u"state running"_s,
-            u"log ffmpeg rodando (pid <pid>)"_s};
-}
 
 QStringList failed()
 {
@@ -230,5 +226,5 @@ void tst_PipelineRestart::processesOfEarlierRunsStay()
     QVERIFY(waitUntil([&] { return processes() == 4; }));
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineRestart)
+CORVANE_TEST(tst_PipelineRestart, QCoreApplication)
 #include "tst_PipelineRestart.moc"

@@ -1,5 +1,6 @@
 #include "pipeline/Pipeline.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QElapsedTimer>
@@ -204,5 +205,5 @@ void tst_PipelineStop::parentTakesItAlong()
     QVERIFY(!processExists(pid));
 }
 
-QTEST_GUILESS_MAIN(tst_PipelineStop)
+CORVANE_TEST(tst_PipelineStop, QCoreApplication)
 #include "tst_PipelineStop.moc"

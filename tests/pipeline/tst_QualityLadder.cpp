@@ -1,5 +1,6 @@
 #include "pipeline/QualityLadder.h"
 #include "pipeline/Telemetry.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -294,5 +295,5 @@ void tst_QualityLadder::limitsAreThoseOfTheRecord()
     QCOMPARE(ladder.evaluate(good), 1);
 }
 
-QTEST_GUILESS_MAIN(tst_QualityLadder)
+CORVANE_TEST(tst_QualityLadder, QCoreApplication)
 #include "tst_QualityLadder.moc"

@@ -1,4 +1,5 @@
 #include "pipeline/RestartGate.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -287,5 +288,5 @@ void tst_RestartGate::clearForgetsEverything()
     QCOMPARE(decision.failuresInWindow, 1);
 }
 
-QTEST_GUILESS_MAIN(tst_RestartGate)
+CORVANE_TEST(tst_RestartGate, QCoreApplication)
 #include "tst_RestartGate.moc"

@@ -1,4 +1,6 @@
 #include "pipeline/SrtTransmit.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -149,5 +151,5 @@ void tst_SrtTransmit::arguments()
     qunsetenv("FAKE_TRANSPORT");
 }
 
-QTEST_GUILESS_MAIN(tst_SrtTransmit)
+CORVANE_TEST(tst_SrtTransmit, QCoreApplication)
 #include "tst_SrtTransmit.moc"

@@ -1,4 +1,6 @@
 #include "pipeline/SrtlaLauncher.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -72,5 +74,5 @@ void tst_SrtlaLauncher::arguments()
     qunsetenv("FAKE_TRANSPORT");
 }
 
-QTEST_GUILESS_MAIN(tst_SrtlaLauncher)
+CORVANE_TEST(tst_SrtlaLauncher, QCoreApplication)
 #include "tst_SrtlaLauncher.moc"

@@ -1,4 +1,5 @@
 #include "pipeline/Telemetry.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -179,5 +180,5 @@ void tst_Telemetry::leavesTheOtherFiguresAlone()
     QCOMPARE(telemetry.thermalState, 0);
 }
 
-QTEST_GUILESS_MAIN(tst_Telemetry)
+CORVANE_TEST(tst_Telemetry, QCoreApplication)
 #include "tst_Telemetry.moc"

@@ -1,6 +1,8 @@
 #include "pipeline/SrtTransmit.h"
 #include "pipeline/SrtlaLauncher.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
@@ -407,5 +409,5 @@ void tst_TransportChild::destructorEndsTheChild()
     QCOMPARE(wrapper.lines(), QStringList{wrapper.commandLine()});
 }
 
-QTEST_GUILESS_MAIN(tst_TransportChild)
+CORVANE_TEST(tst_TransportChild, QCoreApplication)
 #include "tst_TransportChild.moc"

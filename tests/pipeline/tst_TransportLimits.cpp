@@ -3,6 +3,7 @@
 #include "pipeline/SrtlaLauncher.h"
 #include "tests/pipeline/TransportTestSupport.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -108,5 +109,5 @@ void tst_TransportLimits::hundredRestarts()
     QCOMPARE(childProcesses(), QList<qint64>());
 }
 
-QTEST_GUILESS_MAIN(tst_TransportLimits)
+CORVANE_TEST(tst_TransportLimits, QCoreApplication)
 #include "tst_TransportLimits.moc"

@@ -1,6 +1,7 @@
 #include "pipeline/Pipeline.h"
 #include "tests/pipeline/TransportTestSupport.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -12,11 +13,6 @@ namespace {
 
 const QString secondSrt =
     u"[srt] srt-live-transmit udp://:8930 srt://127.0.0.1:9000?latency=120&mode=caller"_s;
-const QString plainSrt =
-    u"[srt] srt-live-transmit udp://:8900 srt://127.0.0.1:9000?latency=120&mode=caller"_s;
-const QString launcher = u"[srtla] srtla_send 8911 127.0.0.1 5000"_s;
-const QString bondedBridge =
-    u"[srtla-bridge] srt-live-transmit udp://:8910 srt://127.0.0.1:8911?latency=120&mode=caller"_s;
 
 OutputConfig disabled(OutputConfig output)
 {
@@ -81,25 +77,27 @@ void tst_TransportPipeline::childrenOfOutputs_data()
     const OutputConfig srt = srtOutput(8900);
     const OutputConfig bonded = bondedOutput(8910, 8911);
     row("RTMP alone", {}, {}, {});
-    row("SRT", {srt}, {plainSrt}, {});
-    row("bonded", {bonded}, {launcher, bondedBridge}, {launcher});
-    row("bonded without a second port", {bondedOutput(8910, 0)}, {launcher, bondedBridge}, {launcher});
+    row("SRT", {srt}, {plainSrtLine()}, {});
+    row("bonded", {bonded}, {launcherLine(), bondedBridgeLine()}, {launcherLine()});
+    row("bonded without a second port", {bondedOutput(8910, 0)}, {launcherLine(), bondedBridgeLine()},
+        {launcherLine()});
     row("all sorts, in list order", {srt, bonded, srtOutput(8930)},
-        {plainSrt, launcher, bondedBridge, secondSrt}, {launcher});
-    row("bonded first", {bonded, srt}, {launcher, bondedBridge, plainSrt}, {launcher});
-    row("a second bonded output gets nothing", {bonded, bondedOutput(8920, 8921)}, {launcher, bondedBridge},
-        {launcher});
+        {plainSrtLine(), launcherLine(), bondedBridgeLine(), secondSrt}, {launcherLine()});
+    row("bonded first", {bonded, srt}, {launcherLine(), bondedBridgeLine(), plainSrtLine()},
+        {launcherLine()});
+    row("a second bonded output gets nothing", {bonded, bondedOutput(8920, 8921)},
+        {launcherLine(), bondedBridgeLine()}, {launcherLine()});
     row("a bonded output after a disabled one", {disabled(bondedOutput(8920, 8921)), bonded},
-        {launcher, bondedBridge}, {launcher});
+        {launcherLine(), bondedBridgeLine()}, {launcherLine()});
     row("disabled outputs", {disabled(srt), disabled(bonded)}, {}, {});
     row("kinds without transport", {ofKind(OutputKind::Decklink), ofKind(OutputKind::File), ofKind(7)}, {},
         {});
-    row("the passphrase stays before the launcher's bridge", {secretBonded()}, {launcher, bondedBridge},
-        {launcher});
+    row("the passphrase stays before the launcher's bridge", {secretBonded()},
+        {launcherLine(), bondedBridgeLine()}, {launcherLine()});
     row("latency and stream id go along", {namedBonded()},
-        {launcher,
+        {launcherLine(),
          u"[srtla-bridge] srt-live-transmit udp://:8910 srt://127.0.0.1:8911?latency=800&streamid=live%2Fcam%201&mode=caller"_s},
-        {launcher});
+        {launcherLine()});
 }
 
 void tst_TransportPipeline::childrenOfOutputs()
@@ -141,8 +139,8 @@ void tst_TransportPipeline::childrenComeBeforeTheEncoder()
     QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
 
     QCOMPARE(outline(recorder),
-             QStringList({u"state starting"_s, "log "_L1 + launcher, "log "_L1 + bondedBridge,
-                          "log "_L1 + plainSrt, u"log ffmpeg <arguments>"_s, u"state running"_s,
+             QStringList({u"state starting"_s, "log "_L1 + launcherLine(), "log "_L1 + bondedBridgeLine(),
+                          "log "_L1 + plainSrtLine(), u"log ffmpeg <arguments>"_s, u"state running"_s,
                           u"log ffmpeg rodando (pid <pid>)"_s}));
 }
 
@@ -202,10 +200,10 @@ void tst_TransportPipeline::deadChild_data()
         << QList<OutputConfig>{srtOutput(8900)} << u"srt-live-transmit"_s
         << QStringList{u"log [srt] errorOccurred=1"_s,
                        u"log [srt] MORREU (code=%1, crash) — SRT interrompido"_s.arg(killedExitCode())};
-    QTest::newRow("launcher") << QList<OutputConfig>{bondedOutput(8910, 8911)} << u"srtla_send"_s
-                              << QStringList{u"log [srtla] errorOccurred=1"_s,
-                                             u"log [srtla] MORREU (code=%1) — bonding interrompido"_s.arg(
-                                                 killedExitCode())};
+    QTest::newRow("launcher")
+        << QList<OutputConfig>{bondedOutput(8910, 8911)} << u"srtla_send"_s
+        << QStringList{u"log [srtla] errorOccurred=1"_s,
+                       u"log [srtla] MORREU (code=%1) — bonding interrompido"_s.arg(killedExitCode())};
     QTest::newRow("launcher's bridge")
         << QList<OutputConfig>{bondedOutput(8910, 8911)} << u"srt-live-transmit"_s
         << QStringList{
@@ -274,5 +272,5 @@ void tst_TransportPipeline::recordThatCannotBeBuilt()
     QCOMPARE(childProcesses(), QList<qint64>());
 }
 
-QTEST_GUILESS_MAIN(tst_TransportPipeline)
+CORVANE_TEST(tst_TransportPipeline, QCoreApplication)
 #include "tst_TransportPipeline.moc"

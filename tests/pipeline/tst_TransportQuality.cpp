@@ -1,6 +1,8 @@
 #include "pipeline/Pipeline.h"
 #include "tests/pipeline/TransportTestSupport.h"
+#include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -9,8 +11,6 @@ using namespace corvane;
 using namespace corvane::test;
 
 namespace {
-
-const QString relaunchLine = u"log aplicando novo bitrate (degradação) — restart imediato"_s;
 
 /// Nothing comes back by itself after a step: no encoder, no transport.
 void staysDark(const Pipeline &pipeline, Recorder &recorder)
@@ -45,7 +45,7 @@ void tst_TransportQuality::downAndUp()
     Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine); }, 60000));
+    QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine()); }, 60000));
     QVERIFY(recorder.contains(u"log DEGRADAÇÃO: nível 1 (bitrate-75) — bitrate 6000→4500 kbps"_s));
     QVERIFY(!recorder.containsPart(u"MORREU"_s));
     staysDark(pipeline, recorder);
@@ -62,7 +62,7 @@ void tst_TransportQuality::downAndUp()
     QCOMPARE(pipeline.level(), 1);
 
     // Ten good seconds end that run in the same way.
-    QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine); }, 60000));
+    QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine()); }, 60000));
     QCOMPARE(recorder.count(u"telemetry"_s), 10);
     QVERIFY(recorder.contains(u"log DEGRADAÇÃO: nível 0 (full) — bitrate 4500→6000 kbps"_s));
     QVERIFY(recorder.contains(u"quality 0 full"_s));
@@ -71,5 +71,5 @@ void tst_TransportQuality::downAndUp()
     staysDark(pipeline, recorder);
 }
 
-QTEST_GUILESS_MAIN(tst_TransportQuality)
+CORVANE_TEST(tst_TransportQuality, QCoreApplication)
 #include "tst_TransportQuality.moc"

@@ -2,7 +2,9 @@
 #include "pipeline/SrtTransmit.h"
 #include "pipeline/SrtlaLauncher.h"
 #include "tests/pipeline/TransportTestSupport.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -11,12 +13,6 @@ using namespace corvane;
 using namespace corvane::test;
 
 namespace {
-
-const QString plainSrt =
-    u"[srt] srt-live-transmit udp://:8900 srt://127.0.0.1:9000?latency=120&mode=caller"_s;
-const QString launcher = u"[srtla] srtla_send 8911 127.0.0.1 5000"_s;
-const QString bondedBridge =
-    u"[srtla-bridge] srt-live-transmit udp://:8910 srt://127.0.0.1:8911?latency=120&mode=caller"_s;
 
 /// An encoder that ends in its first run as soon as `sign` exists, and keeps going in the next.
 QString endsOnce(const TransportTools &tools, const QString &ending)
@@ -80,7 +76,7 @@ void tst_TransportRestart::nextRunWithoutAStop()
 
     pipeline.start();
     QVERIFY(waitUntil([&] { return tools.started().size() == 3; }));
-    QCOMPARE(transportCommands(recorder), QStringList({launcher, bondedBridge, plainSrt}));
+    QCOMPARE(transportCommands(recorder), QStringList({launcherLine(), bondedBridgeLine(), plainSrtLine()}));
     QCOMPARE(bridges(pipeline), 2);
     QCOMPARE(launchers(pipeline), 1);
     const QList<SrtTransmit *> before = pipeline.findChildren<SrtTransmit *>();
@@ -96,7 +92,7 @@ void tst_TransportRestart::nextRunWithoutAStop()
         waitUntil([&] { return recorder.containsPart(u"stats frame="_s) && tools.started().size() == 4; }));
 
     // The plain output has a new bridge; the bonded one has nothing, though ffmpeg sends to it as before.
-    QCOMPARE(transportCommands(recorder), QStringList{plainSrt});
+    QCOMPARE(transportCommands(recorder), QStringList{plainSrtLine()});
     QCOMPARE(tools.started().constLast(), u"srt-live-transmit"_s);
     QCOMPARE(childProcesses().size(), 2);
     QVERIFY(recorder.containsPart(u"]udp://127.0.0.1:8910?pkt_size=1316|"_s));
@@ -112,7 +108,7 @@ void tst_TransportRestart::nextRunWithoutAStop()
     pipeline.start();
     QVERIFY(
         waitUntil([&] { return recorder.containsPart(u"stats frame="_s) && tools.started().size() == 7; }));
-    QCOMPARE(transportCommands(recorder), QStringList({launcher, bondedBridge, plainSrt}));
+    QCOMPARE(transportCommands(recorder), QStringList({launcherLine(), bondedBridgeLine(), plainSrtLine()}));
     QCOMPARE(bridges(pipeline), 2);
     QCOMPARE(launchers(pipeline), 1);
     QCOMPARE(childProcesses().size(), 4);
@@ -138,5 +134,5 @@ void tst_TransportRestart::bridgesOfEarlierRuns()
     QVERIFY(waitUntil([&] { return bridges(pipeline) == 0 && launchers(pipeline) == 0; }));
 }
 
-QTEST_GUILESS_MAIN(tst_TransportRestart)
+CORVANE_TEST(tst_TransportRestart, QCoreApplication)
 #include "tst_TransportRestart.moc"

@@ -1,6 +1,8 @@
 #include "pipeline/Pipeline.h"
 #include "tests/pipeline/TransportTestSupport.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 
 #include <QElapsedTimer>
 #include <QTest>
@@ -142,5 +144,5 @@ void tst_TransportStop::destructorEndsEverything()
     QCOMPARE(tools.deaths().size(), 4);
 }
 
-QTEST_GUILESS_MAIN(tst_TransportStop)
+CORVANE_TEST(tst_TransportStop, QCoreApplication)
 #include "tst_TransportStop.moc"

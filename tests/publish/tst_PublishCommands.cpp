@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tools/publish/Commands.h"
 #include "tools/publish/PackageDigest.h"
 
@@ -282,5 +283,5 @@ void tst_PublishCommands::progressOfABigPackage()
     QCOMPARE(answer.errors.trimmed().split(u'\n'), expected);
 }
 
-QTEST_GUILESS_MAIN(tst_PublishCommands)
+CORVANE_TEST(tst_PublishCommands, QCoreApplication)
 #include "tst_PublishCommands.moc"

@@ -1,3 +1,5 @@
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tools/publish/PublishKey.h"
 #include "update/UpdateSignature.h"
 
@@ -6,16 +8,11 @@
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
+using namespace corvane::test;
 
 namespace {
 
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void write(const QString &path, const QByteArray &text, QFile::Permissions permissions)
+void writeWith(const QString &path, const QByteArray &text, QFile::Permissions permissions)
 {
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
@@ -135,7 +132,7 @@ void tst_PublishKey::nothingIsOverwritten()
 {
     QFETCH(const QString, existing);
     const QTemporaryDir folder;
-    write(folder.filePath(existing), "precious", ownerOnly);
+    writeWith(folder.filePath(existing), "precious", ownerOnly);
 
     QString error;
     QVERIFY(!PublishKey::generate().save(folder.filePath(u"key"_s), error));
@@ -162,7 +159,7 @@ void tst_PublishKey::whatIsNoKeyIsRefused()
     QFETCH(const QByteArray, text);
     const QTemporaryDir folder;
     const QString path = folder.filePath(u"key"_s);
-    write(path, text, ownerOnly);
+    writeWith(path, text, ownerOnly);
 
     QString error;
     QVERIFY(!PublishKey::load(path, error));
@@ -183,5 +180,5 @@ void tst_PublishKey::aKeyThatOthersMayReadIsRefused()
     QVERIFY2(error.contains("open to others"_L1), qPrintable(error));
 }
 
-QTEST_GUILESS_MAIN(tst_PublishKey)
+CORVANE_TEST(tst_PublishKey, QCoreApplication)
 #include "tst_PublishKey.moc"

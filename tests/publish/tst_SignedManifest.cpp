@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tools/publish/PublishKey.h"
 #include "tools/publish/SignedManifest.h"
 
@@ -140,5 +141,5 @@ void tst_SignedManifest::urls()
     QTEST(urlProblem(url).isEmpty(), "good");
 }
 
-QTEST_GUILESS_MAIN(tst_SignedManifest)
+CORVANE_TEST(tst_SignedManifest, QCoreApplication)
 #include "tst_SignedManifest.moc"

@@ -1,4 +1,5 @@
 #include "tests/support/ProgramRun.h"
+#include "tests/support/Files.h"
 
 #include "tests/support/Processes.h"
 #include "tests/support/ProgramSandbox.h"
@@ -6,10 +7,6 @@
 #include "tests/support/XServer.h"
 
 #include <QDateTime>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QTest>
 
 namespace corvane::test {
 
@@ -55,20 +52,6 @@ QString ProgramRun::standardError()
 {
     m_standardError += program.readAllStandardError();
     return QString::fromUtf8(ownWords(m_standardError));
-}
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
 }
 
 } // namespace corvane::test

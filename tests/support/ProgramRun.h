@@ -35,7 +35,4 @@ private:
     QByteArray m_standardError;
 };
 
-[[nodiscard]] QByteArray contentsOf(const QString &path);     ///< empty too if there is no such file
-void writeFile(const QString &path, const QByteArray &bytes); ///< makes the directories that it takes
-
 } // namespace corvane::test

@@ -1,5 +1,7 @@
 #include "tests/support/RtmpServer.h"
 
+#include "tests/support/TestSupport.h"
+
 #include <QFile>
 #include <QHostAddress>
 #include <QStandardPaths>
@@ -13,8 +15,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const QString rtmpModule = u"/usr/lib/nginx/modules/ngx_rtmp_module.so"_s;
-constexpr int startAttempts = 5; // another program may take the port between the question and its use
-constexpr int startTimeoutMs = 10000;
 
 quint16 freeTcpPort()
 {
@@ -67,7 +67,7 @@ QString RtmpServer::missing()
 
 bool RtmpServer::start()
 {
-    for (int attempt = 0; attempt < startAttempts; ++attempt) {
+    for (int attempt = 0; attempt < serverStartAttempts; ++attempt) {
         m_port = freeTcpPort();
         QFile file(m_directory.filePath(u"nginx.conf"_s));
         if (!file.open(QIODevice::WriteOnly)) {
@@ -82,7 +82,7 @@ bool RtmpServer::start()
         m_nginx->start(nginx(), {u"-p"_s, m_directory.path(), u"-e"_s, m_directory.filePath(u"error.log"_s),
                                  u"-c"_s, file.fileName()});
         // Each look costs a connection attempt; nginx ending is the other way out.
-        for (int waited = 0; waited < startTimeoutMs && !m_nginx->waitForFinished(50); waited += 50) {
+        for (int waited = 0; waited < serverStartTimeoutMs && !m_nginx->waitForFinished(50); waited += 50) {
             QTcpSocket probe;
             probe.connectToHost(QHostAddress::LocalHost, m_port);
             if (probe.waitForConnected(1000))

@@ -15,8 +15,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int startAttempts = 5; // another program may take the port between the question and its use
-constexpr int startTimeoutMs = 10000;
 constexpr int stopTimeoutMs = 5000;
 
 QString gate()
@@ -71,7 +69,7 @@ bool SrtListener::start(const Demands &demands)
         m_error = u"no SRT listener is installed"_s;
         return false;
     }
-    for (int attempt = 0; attempt < startAttempts; ++attempt) {
+    for (int attempt = 0; attempt < serverStartAttempts; ++attempt) {
         m_port = freeUdpPort();
         m_process = std::make_unique<QProcess>();
         endWithParent(*m_process);
@@ -86,7 +84,7 @@ bool SrtListener::start(const Demands &demands)
         }
         const bool decided =
             waitUntil([&] { return udpPortTaken(m_port) || m_process->state() == QProcess::NotRunning; },
-                      startTimeoutMs);
+                      serverStartTimeoutMs);
         if (decided && m_process->state() == QProcess::Running)
             return true;
         m_error = said();

@@ -17,7 +17,7 @@ public:
     struct Demands
     {
         QString passphrase;
-        QString streamId; ///< srt-live-transmit can't demand one: tests/support/srt_gate listens instead
+        QString streamId; ///< srt-live-transmit can't demand one: tests/children/srt_gate listens instead
     };
 
     SrtListener();

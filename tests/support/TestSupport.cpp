@@ -5,7 +5,6 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
-#include <QFile>
 #include <QRegularExpression>
 #include <QTimer>
 
@@ -160,21 +159,6 @@ qint64 lastPid(const Recorder &recorder)
             pid = match.capturedView(1).toLongLong();
     }
     return pid;
-}
-
-QStringList fileLines(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
-}
-
-void createFile(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        qFatal("no file can be made at %s", qPrintable(path));
 }
 
 } // namespace corvane::test

@@ -10,10 +10,15 @@
 /// What tests of several folders share.
 namespace corvane::test {
 
-[[nodiscard]] QString fakeFfmpeg();     ///< path of tests/support/fake_ffmpeg
-[[nodiscard]] QString fakeTransport();  ///< path of tests/support/fake_transport
-[[nodiscard]] QString srtlaRelay();     ///< path of tests/support/srtla_relay
+[[nodiscard]] QString fakeFfmpeg();     ///< path of tests/children/fake_ffmpeg
+[[nodiscard]] QString fakeTransport();  ///< path of tests/children/fake_transport
+[[nodiscard]] QString srtlaRelay();     ///< path of tests/children/srtla_relay
 [[nodiscard]] QString corvaneProgram(); ///< path of the built program
+
+/// Patience with a server of a test: another program may take its port between the question for one and its
+/// use.
+constexpr int serverStartAttempts = 5;
+constexpr int serverStartTimeoutMs = 10000;
 
 /// Percent-encodes `bytes` as an argument of a step of fake_ffmpeg.
 [[nodiscard]] QString stepText(const QByteArray &bytes);
@@ -59,12 +64,6 @@ void passTimersOf(int ms);
 
 /// Process id in the last "ffmpeg rodando" line; 0 without one.
 [[nodiscard]] qint64 lastPid(const Recorder &recorder);
-
-/// The lines of the file at `path`; none if there is no such file.
-[[nodiscard]] QStringList fileLines(const QString &path);
-
-/// Makes the file at `path`, empty: the sign for which a fake child awaits.
-void createFile(const QString &path);
 
 /// State in which start() leaves a pipeline whose encoder can be launched.
 [[nodiscard]] Pipeline::State launchedState();

@@ -55,4 +55,9 @@ QString ShimCall::argumentsStep() const
     return "fake:args="_L1 + stepText(filePath(u"arguments"_s).toUtf8()) + ",exit=0"_L1;
 }
 
+QByteArray noOtherEncoder()
+{
+    return "ffmpeg (tee-shim): no other ffmpeg on PATH\n";
+}
+
 } // namespace corvane::test

@@ -34,4 +34,7 @@ private:
     QProcess m_process;
 };
 
+/// Words of the shim that finds nothing to run.
+[[nodiscard]] QByteArray noOtherEncoder();
+
 } // namespace corvane::test

@@ -2,6 +2,7 @@
 
 #include "builder/CommandBuilder.h"
 #include "engine/model/PipelineConfig.h"
+#include "tests/support/Runner.h"
 
 #include <QTest>
 
@@ -201,5 +202,5 @@ void tst_TeeRewrite::twiceIsOnce()
     QCOMPARE(rewritten(once), once);
 }
 
-QTEST_GUILESS_MAIN(tst_TeeRewrite)
+CORVANE_TEST(tst_TeeRewrite, QCoreApplication)
 #include "tst_TeeRewrite.moc"

@@ -1,3 +1,5 @@
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/tools/ShimCall.h"
 
@@ -7,12 +9,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
-
-namespace {
-
-const QByteArray noOther = "ffmpeg (tee-shim): no other ffmpeg on PATH\n";
-
-} // namespace
 
 /// The built shim before a fake encoder.
 class tst_TeeShim : public QObject
@@ -149,9 +145,9 @@ void tst_TeeShim::search()
     call.setPath(path);
 
     QCOMPARE(call.run({u"fake:exit=3"_s}), exitCode);
-    QCOMPARE(call.process().readAllStandardError(), exitCode == 127 ? noOther : QByteArray());
+    QCOMPARE(call.process().readAllStandardError(), exitCode == 127 ? noOtherEncoder() : QByteArray());
     QCOMPARE(call.process().readAllStandardOutput(), QByteArray());
 }
 
-QTEST_GUILESS_MAIN(tst_TeeShim)
+CORVANE_TEST(tst_TeeShim, QCoreApplication)
 #include "tst_TeeShim.moc"

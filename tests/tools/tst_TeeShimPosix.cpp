@@ -1,4 +1,6 @@
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/tools/ShimCall.h"
 
@@ -10,12 +12,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
-
-namespace {
-
-const QByteArray noOther = "ffmpeg (tee-shim): no other ffmpeg on PATH\n";
-
-} // namespace
 
 /// The shim where it becomes the encoder: process, signals, links, rights.
 class tst_TeeShimPosix : public QObject
@@ -125,7 +121,7 @@ void tst_TeeShimPosix::passesOverLinksAndPlainFiles()
     call.setPath(path);
 
     QCOMPARE(call.run({u"fake:exit=3"_s}), exitCode);
-    QCOMPARE(call.process().readAllStandardError(), exitCode == 127 ? noOther : QByteArray());
+    QCOMPARE(call.process().readAllStandardError(), exitCode == 127 ? noOtherEncoder() : QByteArray());
     QCOMPARE(call.process().readAllStandardOutput(), QByteArray());
 }
 
@@ -143,5 +139,5 @@ void tst_TeeShimPosix::encoderThatCannotBeRun()
              u"ffmpeg (tee-shim): %1: Exec format error\n"_s.arg(call.at(u"b"_s)));
 }
 
-QTEST_GUILESS_MAIN(tst_TeeShimPosix)
+CORVANE_TEST(tst_TeeShimPosix, QCoreApplication)
 #include "tst_TeeShimPosix.moc"

@@ -1,4 +1,6 @@
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/tools/ShimCall.h"
 
@@ -59,5 +61,5 @@ void tst_TeeShim_win::encoderThatCannotBeRun()
              said.constData()); // ERROR_BAD_EXE_FORMAT
 }
 
-QTEST_GUILESS_MAIN(tst_TeeShim_win)
+CORVANE_TEST(tst_TeeShim_win, QCoreApplication)
 #include "tst_TeeShim_win.moc"

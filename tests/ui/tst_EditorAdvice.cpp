@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/EditorBench.h"
 
 #include <QTest>
@@ -211,5 +212,5 @@ void tst_EditorAdvice::adviceChangesNothing()
     QCOMPARE(ui.warnings(), QStringList());
 }
 
-QTEST_MAIN(tst_EditorAdvice)
+CORVANE_TEST(tst_EditorAdvice, corvane::test::WindowApplication)
 #include "tst_EditorAdvice.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/EditorBench.h"
 
 #include <QTest>
@@ -217,5 +218,5 @@ void tst_EditorEncoder::changeSendsOneKeyToTheNewSelection()
     QCOMPARE(others.edits(), 1);
 }
 
-QTEST_MAIN(tst_EditorEncoder)
+CORVANE_TEST(tst_EditorEncoder, corvane::test::WindowApplication)
 #include "tst_EditorEncoder.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/EditorBench.h"
 
 #include <QSignalSpy>
@@ -410,5 +411,5 @@ void tst_EditorKeyboard::arrowsSelectInTheList()
     m_ui->select(m_id);
 }
 
-QTEST_MAIN(tst_EditorKeyboard)
+CORVANE_TEST(tst_EditorKeyboard, corvane::test::WindowApplication)
 #include "tst_EditorKeyboard.moc"

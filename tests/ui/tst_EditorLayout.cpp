@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/EditorBench.h"
 
 #include <QTest>
@@ -298,5 +299,5 @@ void tst_EditorLayout::logFollowsItsEnd()
     QCOMPARE(m_ui->warnings(), QStringList());
 }
 
-QTEST_MAIN(tst_EditorLayout)
+CORVANE_TEST(tst_EditorLayout, corvane::test::WindowApplication)
 #include "tst_EditorLayout.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/EditorBench.h"
 
 #include <QRegularExpression>
@@ -249,5 +250,5 @@ void tst_EditorNumbers::pastedNumbers()
     QCOMPARE(recorded(u"resW"_s), now == 1920 ? 322 : now);
 }
 
-QTEST_MAIN(tst_EditorNumbers)
+CORVANE_TEST(tst_EditorNumbers, corvane::test::WindowApplication)
 #include "tst_EditorNumbers.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/EditorBench.h"
 
 #include <QGuiApplication>
@@ -305,5 +306,5 @@ void tst_EditorOutputs::clearAllAtOnce()
     QVERIFY(!m_ui->isShown(u"noOutputsLabel"_s));
 }
 
-QTEST_MAIN(tst_EditorOutputs)
+CORVANE_TEST(tst_EditorOutputs, corvane::test::WindowApplication)
 #include "tst_EditorOutputs.moc"

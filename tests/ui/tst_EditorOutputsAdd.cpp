@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/EditorBench.h"
 
 #include <QSignalSpy>
@@ -341,5 +342,5 @@ void tst_EditorOutputsAdd::noControlOfTheFormSends()
     QCOMPARE(record.edits(), 0);
 }
 
-QTEST_MAIN(tst_EditorOutputsAdd)
+CORVANE_TEST(tst_EditorOutputsAdd, corvane::test::WindowApplication)
 #include "tst_EditorOutputsAdd.moc"

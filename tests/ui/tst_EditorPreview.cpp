@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/ui/EditorBench.h"
 
@@ -242,5 +243,5 @@ void tst_EditorPreview::vanishedPipeline()
     QVERIFY(m_ui->isShown(u"emptyState"_s));
 }
 
-QTEST_MAIN(tst_EditorPreview)
+CORVANE_TEST(tst_EditorPreview, corvane::test::WindowApplication)
 #include "tst_EditorPreview.moc"

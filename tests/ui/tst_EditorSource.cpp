@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/EditorBench.h"
 
 #include <QTest>
@@ -352,5 +353,5 @@ void tst_EditorSource::unfinishedEditGoesToTheSelectedPipeline()
     QCOMPARE(others.changes(), QStringList({u"source.uri half way"_s}));
 }
 
-QTEST_MAIN(tst_EditorSource)
+CORVANE_TEST(tst_EditorSource, corvane::test::WindowApplication)
 #include "tst_EditorSource.moc"

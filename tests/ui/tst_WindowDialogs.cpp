@@ -1,4 +1,6 @@
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
+#include "tests/ui/Browser.h"
 #include "tests/ui/LookTable.h"
 
 #include <QCoreApplication>
@@ -10,18 +12,6 @@
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
-
-/// Takes the place of the system's browser.
-class Browser : public QObject
-{
-    Q_OBJECT
-
-public:
-    QStringList opened;
-
-public Q_SLOTS:
-    void open(const QUrl &url) { opened << url.toString(); }
-};
 
 class tst_WindowDialogs : public QObject
 {
@@ -273,5 +263,5 @@ void tst_WindowDialogs::linkOpensInTheBrowser()
     QVERIFY(isOpen("aboutDialog"));
 }
 
-QTEST_MAIN(tst_WindowDialogs)
+CORVANE_TEST(tst_WindowDialogs, corvane::test::WindowApplication)
 #include "tst_WindowDialogs.moc"

@@ -1,6 +1,7 @@
 // The window's garbage collection on a machine so busy that a look at the clock outlasts one slice of it.
 
 #include "app/GarbageCollection.h"
+#include "tests/support/Runner.h"
 #include "tests/ui/Interface.h"
 
 #include <QDeadlineTimer>
@@ -83,5 +84,5 @@ void tst_WindowGarbage::settingFromOutsideStays()
     qunsetenv("QV4_GC_TIMELIMIT");
 }
 
-QTEST_MAIN(tst_WindowGarbage)
+CORVANE_TEST(tst_WindowGarbage, corvane::test::WindowApplication)
 #include "tst_WindowGarbage.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/LookTable.h"
 
 #include <QQuickItem>
@@ -126,5 +127,5 @@ void tst_WindowHostile::shownLiterally()
     QCOMPARE(ui.warnings(), QStringList());
 }
 
-QTEST_MAIN(tst_WindowHostile)
+CORVANE_TEST(tst_WindowHostile, corvane::test::WindowApplication)
 #include "tst_WindowHostile.moc"

@@ -1,3 +1,5 @@
+#include "tests/support/Runner.h"
+#include "tests/ui/Browser.h"
 #include "tests/ui/EditorBench.h"
 
 #include <QDesktopServices>
@@ -10,18 +12,6 @@
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
-
-/// Takes the place of the system's browser.
-class Browser : public QObject
-{
-    Q_OBJECT
-
-public:
-    QStringList opened;
-
-public Q_SLOTS:
-    void open(const QUrl &url) { opened << url.toString(); }
-};
 
 /// What comes and goes in the window, without a mouse and for a screen reader: a row's stop button, the field
 /// for a new name, the dialogs.
@@ -297,5 +287,5 @@ void tst_WindowKeyboard::dialogsKeepTheFocus()
     }
 }
 
-QTEST_MAIN(tst_WindowKeyboard)
+CORVANE_TEST(tst_WindowKeyboard, corvane::test::WindowApplication)
 #include "tst_WindowKeyboard.moc"

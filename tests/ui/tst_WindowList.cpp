@@ -1,4 +1,5 @@
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/ui/LookTable.h"
 
 #include <QSignalSpy>
@@ -263,5 +264,5 @@ void tst_WindowList::clickOnAVanishedRow()
     QCOMPARE(m_ui->selectedId(), QString());
 }
 
-QTEST_MAIN(tst_WindowList)
+CORVANE_TEST(tst_WindowList, corvane::test::WindowApplication)
 #include "tst_WindowList.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/ui/LookTable.h"
 
@@ -270,5 +271,5 @@ void tst_WindowLog::oneLineOverTheBound()
     QVERIFY(shown().endsWith("depois\n"_L1));
 }
 
-QTEST_MAIN(tst_WindowLog)
+CORVANE_TEST(tst_WindowLog, corvane::test::WindowApplication)
 #include "tst_WindowLog.moc"

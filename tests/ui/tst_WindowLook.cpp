@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/ui/LookTable.h"
 
@@ -416,5 +417,5 @@ void tst_WindowLook::emptyStateIsCentred()
     QVERIFY(!m_ui->item(u"emptyState"_s)->isVisible());
 }
 
-QTEST_MAIN(tst_WindowLook)
+CORVANE_TEST(tst_WindowLook, corvane::test::WindowApplication)
 #include "tst_WindowLook.moc"

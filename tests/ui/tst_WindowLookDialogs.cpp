@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/LookTable.h"
 
 #include <QCoreApplication>
@@ -105,5 +106,5 @@ void tst_WindowLookDialogs::aboutLook_data()
     });
 }
 
-QTEST_MAIN(tst_WindowLookDialogs)
+CORVANE_TEST(tst_WindowLookDialogs, corvane::test::WindowApplication)
 #include "tst_WindowLookDialogs.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/LookTable.h"
 
 #include <QTest>
@@ -374,5 +375,5 @@ void tst_WindowLookEditor::boxesAreAsHighAsTheirContent()
     QTRY_COMPARE(box->height(), text->implicitHeight() + 24);
 }
 
-QTEST_MAIN(tst_WindowLookEditor)
+CORVANE_TEST(tst_WindowLookEditor, corvane::test::WindowApplication)
 #include "tst_WindowLookEditor.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/LookTable.h"
 
 #include <QTest>
@@ -169,5 +170,5 @@ void tst_WindowLookOutputs::rules()
     QCOMPARE(lookText(rule, u"Layout.topMargin"_s), topMargin);
 }
 
-QTEST_MAIN(tst_WindowLookOutputs)
+CORVANE_TEST(tst_WindowLookOutputs, corvane::test::WindowApplication)
 #include "tst_WindowLookOutputs.moc"

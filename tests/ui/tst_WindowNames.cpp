@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/Interface.h"
 #include "update/UpdateChecker.h"
 
@@ -213,5 +214,5 @@ void tst_WindowNames::standInHasTheUpdatersFace()
     QCOMPARE(propertiesOf(standIn), propertiesOf(updater));
 }
 
-QTEST_MAIN(tst_WindowNames)
+CORVANE_TEST(tst_WindowNames, corvane::test::WindowApplication)
 #include "tst_WindowNames.moc"

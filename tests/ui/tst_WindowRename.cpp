@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/LookTable.h"
 
 #include <QClipboard>
@@ -237,5 +238,5 @@ void tst_WindowRename::goneBeforeReturn()
     QVERIFY(m_ui->engine().pipelines().isEmpty());
 }
 
-QTEST_MAIN(tst_WindowRename)
+CORVANE_TEST(tst_WindowRename, corvane::test::WindowApplication)
 #include "tst_WindowRename.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/ui/LookTable.h"
 
@@ -328,5 +329,5 @@ void tst_WindowRows::stopOfAVanishedPipeline()
     QVERIFY(m_ui->engine().pipelines().isEmpty());
 }
 
-QTEST_MAIN(tst_WindowRows)
+CORVANE_TEST(tst_WindowRows, corvane::test::WindowApplication)
 #include "tst_WindowRows.moc"

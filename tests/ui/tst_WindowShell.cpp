@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/ui/Interface.h"
 
 #include <QTest>
@@ -34,5 +35,5 @@ void tst_WindowShell::plusAddsAndSelects()
     QCOMPARE(ui.warnings(), QStringList());
 }
 
-QTEST_MAIN(tst_WindowShell)
+CORVANE_TEST(tst_WindowShell, corvane::test::WindowApplication)
 #include "tst_WindowShell.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/ui/LookTable.h"
 
@@ -196,5 +197,5 @@ void tst_WindowToolbar::aboutButtonOpensTheDialog()
     QCOMPARE(ui.warnings(), QStringList());
 }
 
-QTEST_MAIN(tst_WindowToolbar)
+CORVANE_TEST(tst_WindowToolbar, corvane::test::WindowApplication)
 #include "tst_WindowToolbar.moc"

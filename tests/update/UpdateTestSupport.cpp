@@ -190,4 +190,9 @@ Application apply(UpdateChecker &updater)
     return result;
 }
 
+QString readyEvent()
+{
+    return u"readyToApply DIR/update/CORVANE-0.2.0.zip 0.2.0"_s;
+}
+
 } // namespace corvane::test

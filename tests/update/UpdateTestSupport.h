@@ -85,4 +85,10 @@ struct Application
 };
 [[nodiscard]] Application apply(UpdateChecker &updater);
 
+/// Path of the package on the servers of the tests.
+constexpr QLatin1StringView packagePath("/package.zip");
+
+/// Event with which an UpdateBench reports the version 0.2.0 ready.
+[[nodiscard]] QString readyEvent();
+
 } // namespace corvane::test

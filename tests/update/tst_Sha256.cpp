@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "update/Sha256.h"
 
 #include <QBuffer>
@@ -113,5 +114,5 @@ void tst_Sha256::deviceThatIsClosed()
     QVERIFY(!sha256Of(closed));
 }
 
-QTEST_GUILESS_MAIN(tst_Sha256)
+CORVANE_TEST(tst_Sha256, QCoreApplication)
 #include "tst_Sha256.moc"

@@ -1,4 +1,5 @@
 #include "engine/Engine.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 #include "tests/update/UpdateTestSupport.h"
@@ -254,5 +255,5 @@ void tst_UpdateApply::again()
     QVERIFY(QFile::exists(request(bench)));
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateApply)
+CORVANE_TEST(tst_UpdateApply, QCoreApplication)
 #include "tst_UpdateApply.moc"

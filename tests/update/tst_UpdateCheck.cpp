@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/update/UpdateTestSupport.h"
 
@@ -280,5 +281,5 @@ void tst_UpdateCheck::gone()
     QVERIFY(!other.events.isEmpty());
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateCheck)
+CORVANE_TEST(tst_UpdateCheck, QCoreApplication)
 #include "tst_UpdateCheck.moc"

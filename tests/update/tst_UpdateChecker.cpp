@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/update/UpdateTestSupport.h"
 
 #include <QMetaMethod>
@@ -124,5 +125,5 @@ void tst_UpdateChecker::nothingToDownload()
     QVERIFY(!QFile::exists(bench.runtimeDir()));
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateChecker)
+CORVANE_TEST(tst_UpdateChecker, QCoreApplication)
 #include "tst_UpdateChecker.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "update/UpdateFiles.h"
 
 #include <QTest>
@@ -109,5 +110,5 @@ void tst_UpdateFiles::otherTextsAreNone()
     QVERIFY(!parseReadyUpdate(text).has_value());
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateFiles)
+CORVANE_TEST(tst_UpdateFiles, QCoreApplication)
 #include "tst_UpdateFiles.moc"

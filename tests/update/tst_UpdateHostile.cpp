@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/update/UpdateTestSupport.h"
 
 #include <QDir>
@@ -162,5 +163,5 @@ void tst_UpdateHostile::deepManifest()
              qPrintable(bench.updater.status()));
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateHostile)
+CORVANE_TEST(tst_UpdateHostile, QCoreApplication)
 #include "tst_UpdateHostile.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "update/UpdateManifest.h"
 
 #include <QTest>
@@ -284,5 +285,5 @@ void tst_UpdateManifest::comparison()
     QTEST(isNewer(offered, current), "newer");
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateManifest)
+CORVANE_TEST(tst_UpdateManifest, QCoreApplication)
 #include "tst_UpdateManifest.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "update/UpdateManifest.h"
 #include "update/UpdateSignature.h"
 
@@ -218,5 +219,5 @@ void tst_UpdateSignature::signsWhatItChecks()
     QVERIFY(checkUpdateSignature(signature, key, message));
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateSignature)
+CORVANE_TEST(tst_UpdateSignature, QCoreApplication)
 #include "tst_UpdateSignature.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/update/UpdateTestSupport.h"
 #include "update/UpdateSignature.h"
 
@@ -33,7 +34,6 @@ namespace {
 
 const auto noSignature = u"manifesto sem assinatura ed25519 válida — rejeitado"_s;
 const auto wrongSignature = u"assinatura ed25519 do manifesto NÃO confere — update rejeitado"_s;
-const auto ready = u"readyToApply DIR/update/CORVANE-0.2.0.zip 0.2.0"_s;
 
 Publisher &publisher()
 {
@@ -94,7 +94,7 @@ void tst_UpdateSigned::pinnedKeys()
 
     QCOMPARE(bench.events.count(u"log [update] "_s + said), 1);
     const bool accepted = said.endsWith("OK"_L1) || said.contains("desativado"_L1);
-    QCOMPARE(bench.events.contains(ready), accepted);
+    QCOMPARE(bench.events.contains(readyEvent()), accepted);
     QCOMPARE(bench.events.contains(u"checkFailed assinatura ed25519 inválida"_s), !accepted);
     if (!accepted)
         QCOMPARE(bench.updater.status(), said);
@@ -112,7 +112,7 @@ void tst_UpdateSigned::signedRoad()
                           // a line of the log alone, with no status of its own
                           u"log [update] assinatura ed25519 do manifesto OK"_s, u"changed 0.2.0 available"_s,
                           u"log [update] nova versão disponível: 0.2.0 — baixando..."_s}));
-    QCOMPARE(bench.events.constLast(), ready);
+    QCOMPARE(bench.events.constLast(), readyEvent());
 }
 
 void tst_UpdateSigned::believed_data()
@@ -145,7 +145,7 @@ void tst_UpdateSigned::believed()
     UpdateBench bench;
     bench.publish(u"0.2.0"_s, "a package", change);
     QVERIFY(bench.check());
-    QCOMPARE(bench.events.constLast(), ready);
+    QCOMPARE(bench.events.constLast(), readyEvent());
 }
 
 void tst_UpdateSigned::refused_data()
@@ -260,9 +260,9 @@ void tst_UpdateSigned::withoutAKeyNoSignatureIsLookedAt()
         bench.publish(u"0.2.0"_s, "a package",
                       [&](UpdateManifest &manifest) { manifest.ed25519_sig = signature; });
         QVERIFY(bench.check());
-        QCOMPARE(bench.events.constLast(), ready);
+        QCOMPARE(bench.events.constLast(), readyEvent());
     }
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateSigned)
+CORVANE_TEST(tst_UpdateSigned, QCoreApplication)
 #include "tst_UpdateSigned.moc"

@@ -1,4 +1,6 @@
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/update/UpdateTestSupport.h"
 
@@ -45,8 +47,6 @@ namespace {
 
 const auto readyName = u"runtime/update/update-ready.json"_s;
 const auto packageName = u"runtime/update/CORVANE-0.2.0.zip"_s;
-const auto ready = u"readyToApply DIR/update/CORVANE-0.2.0.zip 0.2.0"_s;
-constexpr auto packagePath = "/package.zip"_L1;
 
 QByteArray readyText(const UpdateBench &bench, const QString &version)
 {
@@ -55,7 +55,7 @@ QByteArray readyText(const UpdateBench &bench, const QString &version)
         .toUtf8();
 }
 
-HttpAnswer answerOf(const QByteArray &body, HttpAnswer::End end = HttpAnswer::End::Orderly)
+HttpAnswer answerWith(const QByteArray &body, HttpAnswer::End end = HttpAnswer::End::Orderly)
 {
     HttpAnswer answer;
     answer.body = body;
@@ -136,7 +136,7 @@ void tst_UpdateStaging::digests()
 
     QCOMPARE(bench.updater.status(), status);
     const bool staged = status.startsWith("update "_L1);
-    QCOMPARE(bench.events.contains(ready), staged);
+    QCOMPARE(bench.events.contains(readyEvent()), staged);
     QCOMPARE(bench.files(), staged ? QStringList({packageName, readyName}) : QStringList());
     QVERIFY(bench.updater.updateAvailable());
     QCOMPARE(bench.events.filter(u"checkFailed"_s), QStringList());
@@ -164,7 +164,7 @@ void tst_UpdateStaging::sameVersionAgain()
     bench.publish(u"0.2.0"_s, "a second");
     QVERIFY(bench.check());
     QCOMPARE(bench.content(packageName), QByteArray("a second"));
-    QCOMPARE(bench.events.count(ready), 2);
+    QCOMPARE(bench.events.count(readyEvent()), 2);
 }
 
 void tst_UpdateStaging::newerOneTakesOver()
@@ -186,8 +186,8 @@ void tst_UpdateStaging::failureLeavesTheStagedOne_data()
 
     HttpAnswer gone;
     gone.status = 404;
-    QTest::newRow("digest of the newer one is wrong") << sha256Of("other") << answerOf("a newer one");
-    QTest::newRow("newer one has no digest") << QString() << answerOf("a newer one");
+    QTest::newRow("digest of the newer one is wrong") << sha256Of("other") << answerWith("a newer one");
+    QTest::newRow("newer one has no digest") << QString() << answerWith("a newer one");
     QTest::newRow("newer one isn't there") << sha256Of("a newer one") << gone;
 }
 
@@ -230,7 +230,7 @@ void tst_UpdateStaging::packageCannotBeWritten()
     QVERIFY(bench.check());
     QCOMPARE(bench.updater.status(), u"não gravou "_s + bench.package(u"0.2.0"_s));
     QVERIFY(QFileInfo(bench.package(u"0.2.0"_s)).isDir()); // nothing was written, nothing is removed
-    QVERIFY(!bench.events.contains(ready));
+    QVERIFY(!bench.events.contains(readyEvent()));
 }
 
 void tst_UpdateStaging::diskIsFull()
@@ -264,7 +264,7 @@ void tst_UpdateStaging::packageCannotBeReadBack()
     }
     QCOMPARE(bench.updater.status(), u"não abriu p/ hash"_s);
     QCOMPARE(bench.files(), QStringList());
-    QVERIFY(!bench.events.contains(ready));
+    QVERIFY(!bench.events.contains(readyEvent()));
 }
 
 void tst_UpdateStaging::readingFails()
@@ -281,7 +281,7 @@ void tst_UpdateStaging::readingFails()
     QVERIFY(bench.check());
     QCOMPARE(bench.updater.status(), opens ? u"falha no hash"_s : u"não abriu p/ hash"_s);
     QCOMPARE(bench.files(), QStringList());
-    QVERIFY(!bench.events.contains(ready));
+    QVERIFY(!bench.events.contains(readyEvent()));
 }
 #endif
 
@@ -292,7 +292,7 @@ void tst_UpdateStaging::readyFileCannotBeWritten()
     bench.publish(u"0.2.0"_s, "a package");
     QVERIFY(bench.check());
     // The run goes on as if it were there.
-    QCOMPARE(bench.events.constLast(), ready);
+    QCOMPARE(bench.events.constLast(), readyEvent());
     QVERIFY(apply(bench.updater).quits);
 }
 
@@ -329,7 +329,7 @@ void tst_UpdateStaging::manifestThatComesMeanwhile()
 
     UpdateBench bench;
     bench.publish(u"0.2.0"_s, "a package");
-    bench.server.put(packagePath, answerOf("a package", HttpAnswer::End::Held));
+    bench.server.put(packagePath, answerWith("a package", HttpAnswer::End::Held));
     bench.updater.checkNow();
     QVERIFY(waitUntil([&] { return bench.server.asked().contains(packagePath); }));
 
@@ -342,10 +342,10 @@ void tst_UpdateStaging::manifestThatComesMeanwhile()
 
     bench.server.release();
     QVERIFY(bench.settle());
-    QCOMPARE(bench.events.constLast(), ready);
+    QCOMPARE(bench.events.constLast(), readyEvent());
     QCOMPARE(bench.content(packageName), QByteArray("a package"));
     QCOMPARE(bench.content(readyName), readyText(bench, u"0.2.0"_s));
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateStaging)
+CORVANE_TEST(tst_UpdateStaging, QCoreApplication)
 #include "tst_UpdateStaging.moc"

@@ -1,3 +1,4 @@
+#include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/update/UpdateTestSupport.h"
 
@@ -45,7 +46,6 @@ private Q_SLOTS:
 namespace {
 
 constexpr auto manifestPath = "/latest.json"_L1;
-constexpr auto packagePath = "/package.zip"_L1;
 
 HttpAnswer answerOf(int status, const QByteArray &body = {}, End end = End::Orderly, qint64 announced = -1)
 {
@@ -359,5 +359,5 @@ void tst_UpdateTransport::slowPackage()
     QCOMPARE(bench.events.constLast(), u"readyToApply DIR/update/CORVANE-0.2.0.zip 0.2.0"_s);
 }
 
-QTEST_GUILESS_MAIN(tst_UpdateTransport)
+CORVANE_TEST(tst_UpdateTransport, QCoreApplication)
 #include "tst_UpdateTransport.moc"

@@ -8,12 +8,12 @@
 
 namespace corvane::test {
 
-/// tests/app/crasher from its start to its death. It lives in a directory of its own.
-class Crasher
+/// tests/children/crasher from its start to its death. It lives in a directory of its own.
+class CrasherRun
 {
 public:
     /// `death`: how it dies and in which circumstances. `directory`: where its runtime directory lies.
-    explicit Crasher(const QStringList &death, const QString &directory = {});
+    explicit CrasherRun(const QStringList &death, const QString &directory = {});
 
     [[nodiscard]] QString path(const QString &name) const; ///< within its own directory
     [[nodiscard]] QString crashDir() const;
@@ -29,9 +29,6 @@ public:
 
     [[nodiscard]] QByteArray log() const;  ///< of all reports
     [[nodiscard]] QByteArray dump() const; ///< empty if there is none
-
-    /// By the clock that names the files: a tick behind QDateTime's.
-    [[nodiscard]] static qint64 coarseSeconds();
 
     QProcess program;
 

@@ -1,4 +1,4 @@
-#include "tests/support/FakeChild.h"
+#include "tests/children/FakeChild.h"
 
 #include <algorithm>
 #include <chrono>

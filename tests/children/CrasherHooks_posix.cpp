@@ -1,4 +1,4 @@
-#include "tests/app/CrasherHooks.h"
+#include "tests/children/CrasherHooks.h"
 
 #include <atomic>
 #include <csignal>

@@ -11,7 +11,7 @@
 // The heap is watched: "heap used" on standard error says that the dying thread allocated or released.
 
 #include "app/CrashGuard.h"
-#include "tests/app/CrasherHooks.h"
+#include "tests/children/CrasherHooks.h"
 
 #include <QString>
 

@@ -31,7 +31,7 @@
 // environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead, FAKE_FFMPEG_PROBE=exit1 answers with
 // code 1, FAKE_FFMPEG_PROBE=long says more before the answer than any pipe holds.
 
-#include "tests/support/FakeChild.h"
+#include "tests/children/FakeChild.h"
 
 #include <algorithm>
 #include <chrono>

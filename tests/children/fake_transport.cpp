@@ -19,7 +19,7 @@
 //   death=PATH        append the program's name, its first argument and the time to PATH when asked to
 //                     terminate: microseconds since the Unix epoch
 
-#include "tests/support/FakeChild.h"
+#include "tests/children/FakeChild.h"
 
 #include <chrono>
 #include <condition_variable>

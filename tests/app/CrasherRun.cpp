@@ -1,6 +1,7 @@
-#include "tests/app/Crasher.h"
+#include "tests/app/CrasherRun.h"
 
 #include "tests/support/ChildLife.h"
+#include "tests/support/Files.h"
 
 #include <QDir>
 #include <QFile>
@@ -11,7 +12,7 @@ namespace corvane::test {
 
 using namespace Qt::StringLiterals;
 
-Crasher::Crasher(const QStringList &death, const QString &directory)
+CrasherRun::CrasherRun(const QStringList &death, const QString &directory)
     : m_runtime(m_directory.filePath(directory.isEmpty() ? u"runtime"_s : directory))
 {
     endWithParent(program);
@@ -20,17 +21,17 @@ Crasher::Crasher(const QStringList &death, const QString &directory)
     program.setWorkingDirectory(m_directory.path());
 }
 
-QString Crasher::path(const QString &name) const
+QString CrasherRun::path(const QString &name) const
 {
     return m_directory.filePath(name);
 }
 
-QString Crasher::crashDir() const
+QString CrasherRun::crashDir() const
 {
     return m_runtime + "/crashes"_L1;
 }
 
-bool Crasher::start()
+bool CrasherRun::start()
 {
     m_startedAt = coarseSeconds();
     program.start();
@@ -38,14 +39,14 @@ bool Crasher::start()
     return program.waitForReadyRead(20000) && program.readAllStandardOutput().trimmed() == "ready";
 }
 
-bool Crasher::die()
+bool CrasherRun::die()
 {
     m_guardedAt = coarseSeconds();
     program.write("\n");
     return program.waitForFinished(deathLimitMs + deathSlackMs);
 }
 
-QStringList Crasher::entries() const
+QStringList CrasherRun::entries() const
 {
     QStringList names =
         QDir(crashDir()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
@@ -56,22 +57,17 @@ QStringList Crasher::entries() const
     return names;
 }
 
-QByteArray Crasher::log() const
+QByteArray CrasherRun::log() const
 {
     return contents(u"crash-*.log"_s);
 }
 
-QByteArray Crasher::dump() const
+QByteArray CrasherRun::dump() const
 {
     return contents(u"crash-*.dmp"_s);
 }
 
-qint64 Crasher::coarseSeconds()
-{
-    return static_cast<qint64>(std::time(nullptr));
-}
-
-QByteArray Crasher::contents(const QString &pattern) const
+QByteArray CrasherRun::contents(const QString &pattern) const
 {
     QByteArray bytes;
     const QDir directory(crashDir());

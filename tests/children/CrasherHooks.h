@@ -1,6 +1,6 @@
 #pragma once
 
-/// What tests/app/crasher does with the platform's own means.
+/// What tests/children/crasher does with the platform's own means.
 #include <string_view>
 
 namespace corvane::crasher {
