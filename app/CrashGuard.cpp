@@ -1,6 +1,7 @@
 #include "app/CrashGuard.h"
 
 #include "app/CrashReport.h"
+#include "update/RuntimeFiles.h"
 
 #include <QByteArray>
 #include <QDir>
@@ -38,7 +39,7 @@ void install(const QString &crashDir)
     const QByteArray directory = crashDir.toUtf8();
     copyPath(CrashReport::crashDir, directory);
 
-    const QByteArray running = directory + "/.running";
+    const QByteArray running = sentinelPath(crashDir).toUtf8();
     abnormal = CrashReport::exists(running.constData());
     copyPath(CrashReport::runningPath, running);
     copyPath(CrashReport::crashLogPath, timedPath(directory, ".log"));

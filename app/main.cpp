@@ -5,13 +5,13 @@
 #include "app/Version.h"
 #include "engine/Engine.h"
 #include "engine/host/Capabilities.h"
+#include "engine/host/Clock.h"
+#include "update/RuntimeFiles.h"
 #include "update/UpdateChecker.h"
 
-#include <QDateTime>
 #include <QFile>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
-#include <QStandardPaths>
 #include <QTimer>
 #include <QUrl>
 
@@ -23,24 +23,15 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto heartbeatInterval = 2000ms;
 constexpr auto firstUpdateCheck = 5000ms;
 constexpr auto updateCheckInterval = 6h;
-
-/// The one place for files that the program shares with its supervisor.
-QString runtimeDirectory()
-{
-    const QString given = qEnvironmentVariable("CORVANE_RUNTIME_DIR");
-    return given.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + "/runtime"_L1
-                           : given;
-}
 
 /// Milliseconds since the epoch, replaced in place; a beat that can't be written is skipped.
 void writeHeartbeat(const QString &path)
 {
     QFile file(path);
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        file.write(QByteArray::number(QDateTime::currentMSecsSinceEpoch()));
+        file.write(QByteArray::number(corvane::nowMs()));
 }
 
 /// An empty file: the mark of an orderly exit.
@@ -75,31 +66,28 @@ int main(int argc, char *argv[])
 
     corvane::disableIncrementalCollection();
     corvane::SafeApp app(argc, argv);
-    QCoreApplication::setApplicationName(u"CORVANE"_s);
-    QCoreApplication::setOrganizationName(u"halvorndev"_s);
-    QCoreApplication::setOrganizationDomain(QStringLiteral(CORVANE_ORGANIZATION_DOMAIN));
+    corvane::setApplicationIdentity();
     QCoreApplication::setApplicationVersion(QString::fromLatin1(corvane::version()));
 
-    const QString runtimeDir = runtimeDirectory();
-    corvane::CrashGuard::install(runtimeDir + "/crashes"_L1);
+    const QString runtimeDir = corvane::runtimeDirectory();
+    corvane::CrashGuard::install(corvane::crashDirectory(runtimeDir));
     if (corvane::CrashGuard::previousRunAbnormal()) {
         qWarning("Execução anterior terminou de forma anormal (crash/kill). Logs em %s/crashes",
                  runtimeDir.toLocal8Bit().constData());
     }
 
-    const QString heartbeatPath = runtimeDir + "/.heartbeat"_L1;
+    const QString heartbeatPath = corvane::heartbeatPath(runtimeDir);
     QTimer heartbeatTimer;
     QObject::connect(&heartbeatTimer, &QTimer::timeout, &app,
                      [&heartbeatPath] { writeHeartbeat(heartbeatPath); });
-    heartbeatTimer.start(heartbeatInterval);
+    heartbeatTimer.start(corvane::heartbeatInterval);
 
     if (corvane::lockProcessMemory())
         qInfo("memória travada (mlockall)");
 
     corvane::Engine engine;
 
-    const QString updateFeed =
-        qEnvironmentVariable("CORVANE_UPDATE_FEED", QStringLiteral(CORVANE_UPDATE_FEED_URL));
+    const QString updateFeed = corvane::updateFeed();
     corvane::UpdateChecker updater(QCoreApplication::applicationVersion(), updateFeed, runtimeDir);
     updater.isStreamActive = [&engine] { return engine.anyPipelineTransmitting(); };
     QObject::connect(&updater, &corvane::UpdateChecker::readyToApply, &updater,
@@ -118,6 +106,6 @@ int main(int argc, char *argv[])
 
     const int exitCode = QGuiApplication::exec();
     corvane::CrashGuard::markCleanExit();
-    leaveCleanExitMark(runtimeDir + "/.cleanexit"_L1);
+    leaveCleanExitMark(corvane::cleanExitPath(runtimeDir));
     return exitCode;
 }

@@ -1,10 +1,10 @@
 #include "ndi/NdiReceiver.h"
 
+#include "engine/host/Clock.h"
 #include "ndi/FrameSource.h"
 #include "ndi/PumpPacing.h"
 #include "ndi/ThreadPriority.h"
 
-#include <QDateTime>
 #include <QMutexLocker>
 #include <QThread>
 
@@ -19,11 +19,6 @@ namespace {
 
 constexpr unsigned long joinTimeoutMs = 3000;
 constexpr char slateByte = '\x80'; // mid-grey luma, neutral chroma
-
-qint64 nowMs()
-{
-    return QDateTime::currentMSecsSinceEpoch();
-}
 
 void endThread(QThread *&thread)
 {

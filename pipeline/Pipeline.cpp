@@ -2,13 +2,13 @@
 
 #include "builder/CommandBuilder.h"
 #include "engine/host/Capabilities.h"
+#include "engine/host/Clock.h"
 #include "ndi/FramePipe.h"
 #include "ndi/NdiReceiver.h"
 #include "ndi/PumpPacing.h"
 #include "pipeline/SrtTransmit.h"
 #include "pipeline/SrtlaLauncher.h"
 
-#include <QDateTime>
 #include <QTimer>
 
 #include <chrono>
@@ -27,11 +27,6 @@ constexpr int ndiProbeTimeoutMs = 3000;
 constexpr auto hangCheckInterval = 2000ms;
 constexpr auto qualityTickInterval = 1000ms;
 constexpr auto relaunchDelay = 200ms;
-
-qint64 nowMs()
-{
-    return QDateTime::currentMSecsSinceEpoch();
-}
 
 } // namespace
 

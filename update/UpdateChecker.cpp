@@ -3,6 +3,7 @@
 #include "update/PinnedUpdateKey.h"
 #include "update/Sha256.h"
 #include "update/UpdateFiles.h"
+#include "update/UpdateRequest.h"
 #include "update/UpdateSignature.h"
 
 #include <QCoreApplication>
@@ -26,14 +27,6 @@ constexpr qint64 pieceSize = 0x100000;
 /// A package up to this size is received into one buffer of its size. Beyond, or if the server doesn't say
 /// how long it is, the reply collects it piece by piece, which takes twice the memory.
 constexpr qint64 wholeBufferSize = 512 * pieceSize;
-
-/// What is fetched over HTTPS can't be redirected to plain HTTP.
-QNetworkRequest request(const QUrl &url)
-{
-    QNetworkRequest made(url);
-    made.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-    return made;
-}
 
 } // namespace
 
@@ -62,12 +55,12 @@ void UpdateChecker::checkNow()
         return;
     }
     const QUrl feed(m_feedUrl);
-    if (feed.scheme() != "https"_L1) {
+    if (!isAcceptedFeed(feed)) {
         setStatus(u"feed precisa ser HTTPS (anti-MITM)"_s);
         return;
     }
     setStatus(u"checando atualizações..."_s);
-    QNetworkReply *reply = m_network->get(request(feed));
+    QNetworkReply *reply = m_network->get(updateRequest(feed));
     connect(reply, &QNetworkReply::finished, this, [this, reply] { onManifestReply(reply); });
 }
 
@@ -146,7 +139,7 @@ void UpdateChecker::downloadAndStage()
     const QString path = updateDirectory(m_runtimeDir) + u'/' + packageFileName(m_latestVersion);
     setStatus("baixando "_L1 + m_latestVersion + "..."_L1);
 
-    QNetworkRequest package = request(QUrl(m_manifest.url));
+    QNetworkRequest package = updateRequest(QUrl(m_manifest.url));
     package.setAttribute(QNetworkRequest::MaximumDownloadBufferSizeAttribute, wholeBufferSize);
     QNetworkReply *reply = m_network->get(package);
     // With the manifest that has just been verified: a later check may put another one in its place

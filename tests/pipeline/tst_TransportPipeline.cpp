@@ -200,10 +200,10 @@ void tst_TransportPipeline::deadChild_data()
         << QList<OutputConfig>{srtOutput(8900)} << u"srt-live-transmit"_s
         << QStringList{u"log [srt] errorOccurred=1"_s,
                        u"log [srt] MORREU (code=%1, crash) — SRT interrompido"_s.arg(killedExitCode())};
-    QTest::newRow("launcher")
-        << QList<OutputConfig>{bondedOutput(8910, 8911)} << u"srtla_send"_s
-        << QStringList{u"log [srtla] errorOccurred=1"_s,
-                       u"log [srtla] MORREU (code=%1) — bonding interrompido"_s.arg(killedExitCode())};
+    QTest::newRow("launcher") << QList<OutputConfig>{bondedOutput(8910, 8911)} << u"srtla_send"_s
+                              << QStringList{u"log [srtla] errorOccurred=1"_s,
+                                             u"log [srtla] MORREU (code=%1) — bonding interrompido"_s.arg(
+                                                 killedExitCode())};
     QTest::newRow("launcher's bridge")
         << QList<OutputConfig>{bondedOutput(8910, 8911)} << u"srt-live-transmit"_s
         << QStringList{

@@ -2,6 +2,8 @@
 #include "update/Sha256.h"
 
 #include <QBuffer>
+#include <QFile>
+#include <QLibrary>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -13,12 +15,24 @@ class tst_Sha256 : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
+    void initTestCase_data();
     void published_data();
     void published();
     void whatIsLeft();
     void deviceThatFails_data();
     void deviceThatFails();
     void deviceThatIsClosed();
+    void theLibraryIsUsed();
+    void inPieces();
+
+private:
+    /// Whose code it is in this pass over the tests.
+    [[nodiscard]] static Sha256::Code code()
+    {
+        QFETCH_GLOBAL(const int, code);
+        return static_cast<Sha256::Code>(code);
+    }
 };
 
 namespace {
@@ -50,7 +64,28 @@ private:
     qint64 m_left;
 };
 
+bool isLibraryLoaded()
+{
+    QFile maps(u"/proc/self/maps"_s);
+    return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("/libcrypto.so.3");
+}
+
 } // namespace
+
+void tst_Sha256::initTestCase_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::newRow("the fastest") << static_cast<int>(Sha256::Code::Fastest);
+    QTest::newRow("Qt") << static_cast<int>(Sha256::Code::Qt);
+}
+
+/// Nothing has been hashed so far: a program that only starts doesn't load the library.
+void tst_Sha256::initTestCase()
+{
+#ifdef Q_OS_LINUX
+    QVERIFY2(!isLibraryLoaded(), "libcrypto is there from the start");
+#endif
+}
 
 void tst_Sha256::published_data()
 {
@@ -75,7 +110,7 @@ void tst_Sha256::published()
     QFETCH(const QByteArray, expected);
     QBuffer device(&bytes);
     QVERIFY(device.open(QIODevice::ReadOnly));
-    const auto digest = sha256Of(device);
+    const auto digest = sha256Of(device, code());
     QVERIFY(digest);
     QCOMPARE(digest->toHex(), expected);
 }
@@ -86,7 +121,7 @@ void tst_Sha256::whatIsLeft()
     QBuffer device(&bytes);
     QVERIFY(device.open(QIODevice::ReadOnly));
     QVERIFY(device.seek(7));
-    QCOMPARE(sha256Of(device)->toHex(),
+    QCOMPARE(sha256Of(device, code())->toHex(),
              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"_ba);
     QVERIFY(device.atEnd());
 }
@@ -104,14 +139,40 @@ void tst_Sha256::deviceThatFails()
 {
     QFETCH(const qint64, before);
     Failing device(before);
-    QVERIFY(!sha256Of(device));
+    QVERIFY(!sha256Of(device, code()));
 }
 
 void tst_Sha256::deviceThatIsClosed()
 {
     QBuffer closed;
     QTest::ignoreMessage(QtWarningMsg, "QIODevice::read (QBuffer): device not open");
-    QVERIFY(!sha256Of(closed));
+    QVERIFY(!sha256Of(closed, code()));
+}
+
+void tst_Sha256::theLibraryIsUsed()
+{
+    const Sha256 hash(code());
+    if (code() == Sha256::Code::Qt) {
+        QVERIFY(hash.isQt());
+        return;
+    }
+#ifdef Q_OS_LINUX
+    if (!QLibrary(u"crypto"_s, 3).load())
+        QSKIP("OpenSSL 3 isn't installed");
+    QVERIFY(!hash.isQt());
+    QVERIFY(isLibraryLoaded());
+#else
+    QVERIFY(hash.isQt());
+#endif
+}
+
+void tst_Sha256::inPieces()
+{
+    Sha256 hash(code());
+    hash.add("a");
+    hash.add({});
+    hash.add("bc");
+    QCOMPARE(hash.result().toHex(), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"_ba);
 }
 
 CORVANE_TEST(tst_Sha256, QCoreApplication)

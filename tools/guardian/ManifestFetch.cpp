@@ -1,6 +1,7 @@
 #include "tools/guardian/ManifestFetch.h"
 
 #include "update/UpdateManifest.h"
+#include "update/UpdateRequest.h"
 #include "update/UpdateSignature.h"
 
 #include <QNetworkAccessManager>
@@ -24,14 +25,11 @@ ManifestSource httpsSource(const QString &feed, QObject *parent, std::chrono::mi
     auto *network = new QNetworkAccessManager(parent);
     return [network, feed, patience](const ManifestAnswer &answer) {
         const QUrl url(feed);
-        if (url.scheme() != "https"_L1) {
+        if (!isAcceptedFeed(url)) {
             answer({}, u"the feed “%1” isn't HTTPS"_s.arg(feed));
             return;
         }
-        QNetworkRequest request(url);
-        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                             QNetworkRequest::NoLessSafeRedirectPolicy);
-        QNetworkReply *reply = network->get(request);
+        QNetworkReply *reply = network->get(updateRequest(url));
         // Of the whole answer: a feed that drips would keep the program away for as long as it likes.
         QTimer::singleShot(patience, reply, &QNetworkReply::abort);
         QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received) {

@@ -1,5 +1,7 @@
 #include "tools/guardian/Marks.h"
 
+#include "update/RuntimeFiles.h"
+
 #include <QFile>
 #include <QFileInfo>
 
@@ -15,7 +17,7 @@ constexpr qint64 largestReadyFile = 65'536;
 
 std::optional<qint64> Marks::heartbeat() const
 {
-    QFile file(runtimeDirectory + "/.heartbeat"_L1);
+    QFile file(heartbeatPath(runtimeDirectory));
     if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
     bool isNumber = false;
@@ -26,12 +28,12 @@ std::optional<qint64> Marks::heartbeat() const
 
 bool Marks::sentinelStands() const
 {
-    return QFile::exists(runtimeDirectory + "/crashes/.running"_L1);
+    return QFile::exists(sentinelPath(crashDirectory(runtimeDirectory)));
 }
 
 QDateTime Marks::cleanExit() const
 {
-    return QFileInfo(runtimeDirectory + "/.cleanexit"_L1).lastModified();
+    return QFileInfo(cleanExitPath(runtimeDirectory)).lastModified();
 }
 
 bool Marks::endedCleanlySince(const QDateTime &before) const

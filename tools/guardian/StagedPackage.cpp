@@ -1,7 +1,8 @@
 #include "tools/guardian/StagedPackage.h"
 
+#include "update/Sha256.h"
+
 #include <QByteArray>
-#include <QCryptographicHash>
 #include <QFile>
 
 using namespace Qt::StringLiterals;
@@ -19,7 +20,7 @@ CopiedPackage copyPackage(const QString &from, const QString &to)
     if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner))
         return {{}, u"the package can't be copied to %1: %2"_s.arg(to, copy.errorString())};
 
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    Sha256 hash;
     QByteArray piece(pieceSize, Qt::Uninitialized);
     for (;;) {
         const qint64 count = source.read(piece.data(), pieceSize);
@@ -27,13 +28,16 @@ CopiedPackage copyPackage(const QString &from, const QString &to)
             return {{}, u"the package can't be read: %1"_s.arg(source.errorString())};
         if (count == 0)
             break;
-        hash.addData(QByteArrayView(piece).first(count));
+        hash.add(QByteArrayView(piece).first(count));
         if (copy.write(piece.constData(), count) != count)
             return {{}, u"the package can't be copied to %1: %2"_s.arg(to, copy.errorString())};
     }
     if (!copy.flush())
         return {{}, u"the package can't be copied to %1: %2"_s.arg(to, copy.errorString())};
-    return {QString::fromLatin1(hash.result().toHex()), {}};
+    const QByteArray digest = hash.result();
+    if (digest.isEmpty())
+        return {{}, u"the package can't be hashed"_s};
+    return {QString::fromLatin1(digest.toHex()), {}};
 }
 
 } // namespace corvane::guardian

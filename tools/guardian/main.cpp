@@ -1,11 +1,11 @@
 #include "tools/guardian/Guardian.h"
 #include "tools/guardian/Options.h"
 #include "update/PinnedUpdateKey.h"
+#include "update/RuntimeFiles.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QLockFile>
-#include <QStandardPaths>
 
 #include <cstdio>
 
@@ -13,14 +13,6 @@ using namespace Qt::StringLiterals;
 using namespace corvane::guardian;
 
 namespace {
-
-/// As the program chooses it.
-QString runtimeDirectory()
-{
-    const QString given = qEnvironmentVariable("CORVANE_RUNTIME_DIR");
-    return given.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + "/runtime"_L1
-                           : given;
-}
 
 void print(std::FILE *stream, const QString &text)
 {
@@ -40,12 +32,9 @@ ExitCode refuse(const QString &why)
 int main(int argc, char *argv[])
 {
     const QCoreApplication app(argc, argv);
-    // The program's identity: its directories are looked for under the same names.
-    QCoreApplication::setApplicationName(u"CORVANE"_s);
-    QCoreApplication::setOrganizationName(u"halvorndev"_s);
-    QCoreApplication::setOrganizationDomain(QStringLiteral(CORVANE_ORGANIZATION_DOMAIN));
+    corvane::setApplicationIdentity();
 
-    Options options = readOptions(QCoreApplication::arguments(), runtimeDirectory());
+    Options options = readOptions(QCoreApplication::arguments(), corvane::runtimeDirectory());
     if (!options.settings) {
         print(options.exitCode == EndedCleanly ? stdout : stderr, options.text);
         return options.exitCode;
@@ -67,9 +56,8 @@ int main(int argc, char *argv[])
     if (!lock.tryLock())
         return refuse(u"another guardian is at work on %1"_s.arg(at.directory));
 
-    const QString feed = qEnvironmentVariable("CORVANE_UPDATE_FEED", QStringLiteral(CORVANE_UPDATE_FEED_URL));
     QObject requests;
-    Guardian guardian(settings, httpsSource(feed, &requests));
+    Guardian guardian(settings, httpsSource(corvane::updateFeed(), &requests));
     QObject::connect(&guardian, &Guardian::logged, &guardian,
                      [](const QString &line) { print(stderr, "guardian: "_L1 + line + u'\n'); });
     QObject::connect(&guardian, &Guardian::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);

@@ -1,7 +1,8 @@
 #include "tools/publish/PackageDigest.h"
 
+#include "update/Sha256.h"
+
 #include <QByteArray>
-#include <QCryptographicHash>
 #include <QFile>
 
 using namespace Qt::StringLiterals;
@@ -15,7 +16,7 @@ PackageDigest packageDigest(const QString &path, const std::function<void(qint64
     if (!file.open(QIODevice::ReadOnly))
         return {{}, u"can't read %1: %2"_s.arg(path, file.errorString())};
 
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    Sha256 hash;
     QByteArray piece(pieceSize, Qt::Uninitialized);
     qint64 done = 0;
     for (;;) {
@@ -23,12 +24,16 @@ PackageDigest packageDigest(const QString &path, const std::function<void(qint64
         if (count < 0)
             return {{}, u"can't read %1: %2"_s.arg(path, file.errorString())};
         if (count == 0)
-            return {QString::fromLatin1(hash.result().toHex()), {}};
-        hash.addData(QByteArrayView(piece).first(count));
+            break;
+        hash.add(QByteArrayView(piece).first(count));
         done += count;
         if (progress)
             progress(done, file.size());
     }
+    const QByteArray digest = hash.result();
+    if (digest.isEmpty())
+        return {{}, u"can't hash %1"_s.arg(path)};
+    return {QString::fromLatin1(digest.toHex()), {}};
 }
 
 } // namespace corvane

@@ -1,0 +1,12 @@
+#include "engine/host/Clock.h"
+
+#include <QDateTime>
+
+namespace corvane {
+
+qint64 nowMs()
+{
+    return QDateTime::currentMSecsSinceEpoch();
+}
+
+} // namespace corvane
