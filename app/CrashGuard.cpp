@@ -16,7 +16,7 @@ namespace {
 
 bool abnormal = false;
 
-/// Cuts what doesn't fit.
+/// Copies `path` and cuts it at the target's size.
 template <std::size_t Size>
 void copyPath(char (&target)[Size], const QByteArray &path)
 {
@@ -25,7 +25,7 @@ void copyPath(char (&target)[Size], const QByteArray &path)
     target[length] = '\0';
 }
 
-/// Seconds since the epoch of this start: all crashes of one process land in the same files.
+/// Path of a crash file, with the seconds since the epoch at this start: all crashes of one process share it.
 QByteArray timedPath(const QByteArray &directory, const char *suffix)
 {
     return directory + "/crash-" + QByteArray::number(static_cast<qint64>(std::time(nullptr))) + suffix;

@@ -2,19 +2,20 @@
 
 class QString;
 
-/// Leaves a record behind when the process dies, and lets the next start know that it did.
+/// Crash reports, and a sentinel file by which the next start learns of an abnormal end.
 ///
-/// A sentinel file says that this process is up; only a normal end removes it. Crash handlers append a short
+/// The sentinel exists while the process runs; only a normal end removes it. Crash handlers append a short
 /// report to a file whose name is fixed at install time. Free functions over static storage: the handlers run
-/// on the faulting thread, when neither the heap nor any object can be trusted, so they allocate nothing and
-/// make only calls that are safe there. Nothing restarts anything, and every step fails silently.
+/// on the faulting thread, where neither the heap nor any object can be trusted, so they allocate nothing and
+/// make only calls that are safe there. Nothing is restarted, and every step fails silently.
 namespace corvane::CrashGuard {
 
-/// Makes `crashDir` and the sentinel in it and installs the handlers. Called once, with an application
-/// object. Where the directory can't be made the run goes on unguarded.
+/// Creates `crashDir` and the sentinel in it and installs the handlers. Called once, with an application
+/// object. Without the directory the run goes on, and its reports are lost.
 void install(const QString &crashDir);
 
-/// True if the sentinel was there already: the previous run never reached its end. Valid after install().
+/// True if the sentinel existed before install(): the previous run didn't end normally. Valid after
+/// install().
 [[nodiscard]] bool previousRunAbnormal();
 
 /// Removes the sentinel. Without an install() it does nothing.

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-/// What the crash handlers write and where: the part of CrashGuard that runs in a dying process. No Qt, no
-/// heap, no stdio; each platform's file brings the calls that are safe there.
+/// Handlers, reports and paths of CrashGuard: the part that runs in a dying process. No Qt, no heap, no
+/// stdio; each platform's file has the calls that are safe there.
 namespace corvane::CrashReport {
 
 inline constexpr std::size_t directorySize = 1024; ///< with the terminating zero
@@ -18,10 +18,10 @@ extern char crashDumpPath[pathSize];
 /// Appends one report: banner, `reason` (may be null), " sig=" and `signal` unless that is 0, end mark.
 void append(const char *reason, int signal);
 
-/// The name of a signal that has a handler, "signal" for any other.
+/// Name of a signal that has a handler, "signal" for any other.
 [[nodiscard]] const char *reasonOf(int signal);
 
-/// Signal and terminate handlers; on Windows the exception filter too.
+/// Installs the signal and terminate handlers; on Windows the exception filter too.
 void installHandlers();
 
 // The platform's raw descriptor calls.

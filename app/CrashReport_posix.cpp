@@ -15,14 +15,14 @@ namespace {
 
 constexpr mode_t permissions = 0644;
 
-// A stack that has run over can't carry its own handler. Of the main thread only: it is the one whose depth
-// outside input decides.
+// Second stack of the main thread: after a stack overflow its handler can't run on the first. Other threads
+// have none, as no outside input decides how deep they call.
 alignas(16) char handlerStack[64 * 1024];
 
 void onSignal(int signal)
 {
     append(reasonOf(signal), signal);
-    // The process dies of the signal that it had, with the usual end status.
+    // The process ends by the signal that it got, with the usual exit status.
     std::signal(signal, SIG_DFL);
     std::raise(signal);
 }
@@ -65,7 +65,7 @@ int openForAppend(const char *path)
 
 void write(int file, const char *text, std::size_t size)
 {
-    // A report that the disk doesn't take is lost: there is nobody to tell.
+    // A failed write is ignored: nothing is left to report it to.
     [[maybe_unused]] const ssize_t written = ::write(file, text, size);
 }
 

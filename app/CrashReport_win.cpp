@@ -73,7 +73,7 @@ void writeDump(EXCEPTION_POINTERS *exception)
     CloseHandle(file);
 }
 
-/// Ends the process without a system dialog on every path.
+/// Exception filter. On every path the process ends here, without a dialog of the system.
 LONG WINAPI onException(EXCEPTION_POINTERS *exception)
 {
     appendException(exception);

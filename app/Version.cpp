@@ -2,7 +2,7 @@
 
 namespace corvane {
 
-// Alone in its file: another version is this file compiled anew, and a link.
+// Alone in its file: another version recompiles this file and relinks.
 const char *version()
 {
     return CORVANE_VERSION;

@@ -2,7 +2,7 @@
 
 namespace corvane {
 
-/// The version that the program calls itself.
+/// Version of the program, CORVANE_VERSION of its build.
 [[nodiscard]] const char *version();
 
 } // namespace corvane

@@ -44,7 +44,8 @@ void leaveCleanExitMark(const QString &path)
 
 void loadInterface(QQmlApplicationEngine &qmlEngine)
 {
-    // No document has variants for a platform or a language; the search for them costs a tenth of the start.
+    // No file selectors: no document has variants for a platform or language, and the search for them takes a
+    // tenth of the start.
     const QList<QQmlAbstractUrlInterceptor *> selectors = qmlEngine.urlInterceptors();
     for (QQmlAbstractUrlInterceptor *selector : selectors)
         qmlEngine.removeUrlInterceptor(selector);

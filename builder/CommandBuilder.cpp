@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qsizetype usualLength = 64; ///< holds nearly every list, so that it grows only once
+constexpr qsizetype usualLength = 64; ///< holds nearly every list, which then is allocated once
 
 } // namespace
 
@@ -22,8 +22,8 @@ QStringList build(const PipelineConfig &config, bool ffmpegHasSrt)
 
     const bool hasAudio = config.source.danteEnabled || config.source.kind == SourceKind::TestPattern;
 
-    // "-stats" keeps the progress lines coming at this log level. Stream selection is left to ffmpeg: there
-    // is no "-map" and no "-an" in any list.
+    // At this log level only "-stats" keeps ffmpeg printing progress lines. Stream selection is left to
+    // ffmpeg: no list has "-map" or "-an", on purpose.
     QStringList args;
     args.reserve(usualLength);
     args << u"-hide_banner"_s << u"-loglevel"_s << u"warning"_s << u"-stats"_s;

@@ -8,6 +8,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+/// Device of DirectShow, the capture system of Windows; the name is the same on every platform on purpose.
 const auto defaultDanteDevice = "Dante Virtual Soundcard"_L1;
 
 QStringList ndiInputArgs(const SourceConfig &source)

@@ -8,13 +8,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Loopback UDP target, read by srt-live-transmit; seven 188-byte transport packets to a datagram.
+/// Loopback UDP target that srt-live-transmit reads; a datagram holds seven 188-byte transport packets.
 QString localUdpTarget(const OutputConfig &output)
 {
     return u"udp://127.0.0.1:%1?pkt_size=1316"_s.arg(output.localPort);
 }
 
-/// Where ffmpeg sends a stream that leaves by SRT, bonded or not.
+/// Target of ffmpeg for a stream that leaves by SRT, bonded or not.
 QString transportTarget(const OutputConfig &output, bool ffmpegHasSrt)
 {
     if (!ffmpegHasSrt)
@@ -48,8 +48,8 @@ QStringList singleOutputArgs(const OutputConfig &output, bool ffmpegHasSrt)
 
 QStringList teeOutputArgs(const QList<OutputConfig> &outputs, bool ffmpegHasSrt)
 {
-    // One backslash before the colon, which the tee muxer reads. Everything that doesn't leave by SRT is
-    // "flv" here, whatever the single form gives it.
+    // The tee muxer reads the backslash, which keeps the colon inside the option. "flv" is the format of
+    // everything that doesn't leave by SRT, on purpose also where singleOutputArgs() gives another or none.
     const auto slave =
         u"[f=%1:use_fifo=1:fifo_options=queue_size=120\\:drop_pkts_on_overflow=1:onfail=ignore]%2"_s;
 
@@ -65,6 +65,7 @@ QStringList teeOutputArgs(const QList<OutputConfig> &outputs, bool ffmpegHasSrt)
 
 QString srtUrl(const OutputConfig &output)
 {
+    // One number for two units, on purpose: srt-live-transmit reads milliseconds, ffmpeg microseconds.
     QStringList parameters{u"latency=%1"_s.arg(output.srtLatencyMs)};
     if (!output.passphrase.isEmpty())
         parameters << "passphrase="_L1 + output.passphrase << u"pbkeylen=16"_s;

@@ -1,7 +1,10 @@
 #include "builder/CommandBuilder.h"
 
+#include "engine/model/Wrapping.h"
+
 #include <QStringBuilder>
 
+#include <algorithm>
 #include <array>
 
 namespace corvane::CommandBuilder {
@@ -11,41 +14,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qsizetype usualLength = 24; ///< holds every list of this file
-
-/// Encoder names of one family, by codec.
-struct EncoderNames
-{
-    int hw;
-    QLatin1StringView h264;
-    QLatin1StringView hevc;
-    QLatin1StringView av1;
-};
-
-constexpr EncoderNames hardwareEncoders[] = {
-    {HwAccel::Nvenc, "h264_nvenc"_L1, "hevc_nvenc"_L1, "av1_nvenc"_L1},
-    {HwAccel::Qsv, "h264_qsv"_L1, "hevc_qsv"_L1, "av1_qsv"_L1},
-    {HwAccel::Amf, "h264_amf"_L1, "hevc_amf"_L1, "av1_amf"_L1},
-    {HwAccel::VideoToolbox, "h264_videotoolbox"_L1, "hevc_videotoolbox"_L1, "av1_videotoolbox"_L1},
-};
-
-constexpr EncoderNames softwareEncoders{HwAccel::X264, "libx264"_L1, "libx265"_L1, "libsvtav1"_L1};
-
-QLatin1StringView encoderNameFor(int hw, int codec)
-{
-    const EncoderNames *names = &softwareEncoders;
-    for (const EncoderNames &family : hardwareEncoders) {
-        if (family.hw == hw)
-            names = &family;
-    }
-    switch (codec) {
-    case VideoCodec::H264:
-        return names->h264;
-    case VideoCodec::Av1:
-        return names->av1;
-    default:
-        return names->hevc;
-    }
-}
 
 /// One preset in each family's own words, for the families that take one.
 ///
@@ -75,26 +43,35 @@ const PresetRow &presetRow(int preset)
     return presets[listed ? static_cast<std::size_t>(preset) : 0];
 }
 
-/// 32-bit product that wraps around, as records hold any number.
-int product(int a, int b)
-{
-    return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
-}
-
 QString kilobits(int rate)
 {
     return QString::number(rate) % u'k';
 }
 
-// Each family adds its own flags to the list.
+// Flags of each family, added behind the common block.
 
-void addSoftware(QStringList &args, const EncoderConfig &encoder, const QString &rate)
+void addSvtAv1(QStringList &args, const EncoderConfig &encoder)
+{
+    args << u"-preset"_s << QString::number(presetRow(encoder.preset).svtAv1);
+    if (encoder.zeroLatency)
+        args << u"-svtav1-params"_s << u"tune=0:enable-overlays=0:scd=0"_s;
+}
+
+void addX264(QStringList &args, const EncoderConfig &encoder)
 {
     args << u"-preset"_s << presetRow(encoder.preset).x264;
     if (encoder.zeroLatency)
         args << u"-tune"_s << u"zerolatency"_s;
     // Strict constant bit rate comes from pairing this with "-maxrate".
-    args << u"-minrate"_s << rate;
+    args << u"-minrate"_s << kilobits(encoder.bitrate);
+}
+
+void addSoftware(QStringList &args, const EncoderConfig &encoder)
+{
+    if (encoder.codec == VideoCodec::Av1)
+        addSvtAv1(args, encoder);
+    else
+        addX264(args, encoder);
 }
 
 void addNvenc(QStringList &args, const EncoderConfig &encoder)
@@ -122,51 +99,67 @@ void addAmf(QStringList &args, const EncoderConfig &encoder)
         args << u"-bufsize"_s << kilobits(encoder.bitrate / 10) << u"-quality"_s << u"speed"_s;
 }
 
-void addVideoToolbox(QStringList &args)
+void addVideoToolbox(QStringList &args, const EncoderConfig & /*encoder*/)
 {
     args << u"-realtime"_s << u"true"_s << u"-allow_sw"_s << u"0"_s << u"-prio_speed"_s << u"true"_s;
 }
 
-void addSvtAv1(QStringList &args, const EncoderConfig &encoder)
+/// One encoder family: its number, its encoder for each codec, its flags.
+struct EncoderFamily
 {
-    args << u"-preset"_s << QString::number(presetRow(encoder.preset).svtAv1);
-    if (encoder.zeroLatency)
-        args << u"-svtav1-params"_s << u"tune=0:enable-overlays=0:scd=0"_s;
-}
+    int hw;
+    QLatin1StringView h264;
+    QLatin1StringView hevc;
+    QLatin1StringView av1;
+    void (*addFlags)(QStringList &args, const EncoderConfig &encoder);
 
-void addFamily(QStringList &args, const EncoderConfig &encoder, const QString &rate)
-{
-    switch (encoder.hw) {
-    case HwAccel::Nvenc:
-        return addNvenc(args, encoder);
-    case HwAccel::Qsv:
-        return addQsv(args, encoder);
-    case HwAccel::Amf:
-        return addAmf(args, encoder);
-    case HwAccel::VideoToolbox:
-        return addVideoToolbox(args);
-    default:
-        return encoder.codec == VideoCodec::Av1 ? addSvtAv1(args, encoder) : addSoftware(args, encoder, rate);
+    [[nodiscard]] constexpr QLatin1StringView encoderFor(int codec) const
+    {
+        switch (codec) {
+        case VideoCodec::H264:
+            return h264;
+        case VideoCodec::Av1:
+            return av1;
+        default: // a number outside the table counts as HEVC
+            return hevc;
+        }
     }
+};
+
+constexpr EncoderFamily families[] = {
+    {HwAccel::X264, "libx264"_L1, "libx265"_L1, "libsvtav1"_L1, addSoftware}, // Auto, any number not listed
+    {HwAccel::Nvenc, "h264_nvenc"_L1, "hevc_nvenc"_L1, "av1_nvenc"_L1, addNvenc},
+    {HwAccel::Qsv, "h264_qsv"_L1, "hevc_qsv"_L1, "av1_qsv"_L1, addQsv},
+    {HwAccel::Amf, "h264_amf"_L1, "hevc_amf"_L1, "av1_amf"_L1, addAmf},
+    {HwAccel::VideoToolbox, "h264_videotoolbox"_L1, "hevc_videotoolbox"_L1, "av1_videotoolbox"_L1,
+     addVideoToolbox},
+};
+
+const EncoderFamily &familyOf(int hw)
+{
+    const auto *const found = std::find_if(std::begin(families), std::end(families),
+                                           [hw](const EncoderFamily &family) { return family.hw == hw; });
+    return found == std::end(families) ? families[0] : *found;
 }
 
 } // namespace
 
 QStringList videoEncoderArgs(const EncoderConfig &encoder, int fps)
 {
-    const int gop = product(fps > 0 ? fps : 30, encoder.keyintSec);
+    const EncoderFamily &family = familyOf(encoder.hw);
+    const int gop = wrappingProduct(fps > 0 ? fps : 30, encoder.keyintSec);
     const QString rate = kilobits(encoder.bitrate);
 
-    // Average and ceiling are the same number, and the buffer holds two seconds at that rate.
     QStringList args;
     args.reserve(usualLength);
-    args << u"-c:v"_s << encoderNameFor(encoder.hw, encoder.codec);
+    args << u"-c:v"_s << family.encoderFor(encoder.codec);
+    // Constant bit rate: "-maxrate" equals "-b:v" on purpose, and the buffer holds two seconds at that rate.
     args << u"-b:v"_s << rate << u"-maxrate"_s << rate << u"-bufsize"_s
-         << kilobits(product(2, encoder.bitrate));
+         << kilobits(wrappingProduct(2, encoder.bitrate));
     args << u"-g"_s << QString::number(gop) << u"-pix_fmt"_s << u"yuv420p"_s;
     if (!encoder.bFrames)
         args << u"-bf"_s << u"0"_s;
-    addFamily(args, encoder, rate);
+    family.addFlags(args, encoder);
     return args;
 }
 

@@ -1,5 +1,7 @@
 #include "engine/Advice.h"
 
+#include "engine/model/Wrapping.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -20,7 +22,7 @@ struct EncoderChoice
     QLatin1StringView presetHint;
 };
 
-// Best first; software is what remains.
+// Best first. The last row is the default and isn't searched for.
 constexpr EncoderChoice h264Choices[] = {
     {"h264_nvenc"_L1, "NVIDIA NVENC"_L1, "p4 (low-latency)"_L1},
     {"h264_videotoolbox"_L1, "Apple VideoToolbox"_L1, "realtime"_L1},
@@ -54,18 +56,12 @@ constexpr SrtScenario genericScenario{{}, 500, 25, "Padrao generico"_L1};
 
 constexpr int srtBufferBytes = 0xB80000;
 
-/// 32-bit product that wraps around: the numbers come unchecked from a form.
-int product(int a, int b)
-{
-    return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
-}
-
 QVariantMap platformLimit(int maxBitrate, const QString &maxRes)
 {
     return {{u"maxBitrate"_s, maxBitrate}, {u"maxRes"_s, maxRes}};
 }
 
-/// The first of `choices` that is there; an empty text if none is.
+/// First of `choices` that is available; empty if none is.
 template <std::size_t N>
 QString firstAvailable(const QLatin1StringView (&choices)[N], const QStringList &availableEncoders)
 {
@@ -78,7 +74,7 @@ QString firstAvailable(const QLatin1StringView (&choices)[N], const QStringList 
 
 QVariantMap bitrateAdvice(int width, int height, int fps)
 {
-    const int pixels = product(width, height);
+    const int pixels = wrappingProduct(width, height);
     const int base = pixels <= pixels720p ? 2500 : pixels <= pixels1080p ? 5000 : 20000;
     const int recommended = static_cast<int>(base * (fps >= highFrameRate ? 1.5 : 1.0));
     const int audioBitrate = pixels > pixels1080p ? 256 : fps >= highFrameRate ? 192 : 128;
@@ -87,7 +83,7 @@ QVariantMap bitrateAdvice(int width, int height, int fps)
         {u"min"_s, static_cast<int>(recommended * 0.6)},
         {u"max"_s, static_cast<int>(recommended * 1.5)},
         {u"bufsize"_s, 2 * recommended},
-        {u"keyint"_s, product(2, fps)},
+        {u"keyint"_s, wrappingProduct(2, fps)},
         {u"audioBitrate"_s, audioBitrate},
         {u"platforms"_s, QVariantMap{{u"twitch"_s, platformLimit(6000, u"1080p60"_s)},
                                      {u"youtube"_s, platformLimit(51000, u"4K60"_s)},

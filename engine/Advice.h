@@ -4,15 +4,15 @@
 #include <QStringList>
 #include <QVariantMap>
 
-/// Rules of thumb for live encoding, as pure look-ups. They inform the operator and change nothing.
+/// Rules of thumb for live encoding, as pure look-ups: they advise the operator and change nothing.
 namespace corvane {
 
-/// Video bit rate for a picture of `width` by `height` pixels at `fps` frames per second. Keys:
+/// Advised video bit rate for a picture of `width` by `height` pixels at `fps` frames per second. Keys:
 /// "recommended", "min", "max", "bufsize", "audioBitrate" (kbit/s), "keyint" (frames), "platforms" (limits of
 /// well-known services, each with "maxBitrate" and "maxRes"). Every size above 1080p counts as 4K.
 [[nodiscard]] QVariantMap bitrateAdvice(int width, int height, int fps);
 
-/// The best encoder among `availableEncoders`, as ffmpeg names it: "encoder", "hwLabel", "presetHint",
+/// Best encoder among `availableEncoders`, as ffmpeg names it. Keys: "encoder", "hwLabel", "presetHint",
 /// "hevcAvailable", "av1Available" and, where these are true, "hevcEncoder", "hevcNote", "av1Encoder",
 /// "av1Note"; "bitrate" is the whole bitrateAdvice() of the three numbers; "zeroLatency", "bFrames", "tip"
 /// are always the same.

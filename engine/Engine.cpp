@@ -39,7 +39,7 @@ QString stateText(Pipeline::State state)
     }
 }
 
-/// What a discovery has found, as the log shows it.
+/// Names found by a discovery, as the log shows them.
 QString foundNames(const QStringList &names, const QString &none)
 {
     return names.isEmpty() ? none : u"— "_s + names.join(", "_L1);
@@ -50,6 +50,68 @@ QString targetText(const OutputConfig &output)
     return output.kind == OutputKind::Srtla
                ? u"%1:%2"_s.arg(output.receiverHost, QString::number(output.receiverPort))
                : output.url;
+}
+
+/// Moments at which the Engine connects signals of a Pipeline. An object's origin decides which of them it
+/// passes; a replacement passes two.
+enum Moment : unsigned {
+    Added = 1,     ///< created by addPipeline()
+    Restored = 2,  ///< created from the settings
+    Replacing = 4, ///< created by an edit, while the old object still runs
+    Replaced = 8,  ///< the same object, once the old one has stopped
+};
+
+struct Connection
+{
+    unsigned moments; ///< of Moment
+    void (*make)(Engine &engine, Pipeline &pipeline);
+};
+
+// The gaps are part of the design: after an edit a pipeline's figures reach the interface only when its state
+// changes, and "[qualidade]" and "[circuit]" come only from a pipeline that hasn't been edited since it was
+// added.
+constexpr Connection connections[] = {
+    {Added | Restored | Replacing,
+     [](Engine &engine, Pipeline &pipeline) {
+         QObject::connect(&pipeline, &Pipeline::stateChanged, &engine, &Engine::pipelinesChanged);
+     }},
+    {Replacing,
+     [](Engine &engine, Pipeline &pipeline) {
+         QObject::connect(&pipeline, &Pipeline::logLine, &engine, [](const QString &) {});
+     }},
+    {Added | Restored | Replaced,
+     [](Engine &engine, Pipeline &pipeline) {
+         QObject::connect(&pipeline, &Pipeline::logLine, &engine, &Engine::appendLog);
+     }},
+    {Added | Restored | Replaced,
+     [](Engine &engine, Pipeline &pipeline) {
+         QObject::connect(&pipeline, &Pipeline::statsChanged, &engine,
+                          [&engine](const QString &stats) { engine.appendLog("[stats] "_L1 + stats); });
+     }},
+    {Added | Restored,
+     [](Engine &engine, Pipeline &pipeline) {
+         QObject::connect(&pipeline, &Pipeline::telemetryChanged, &engine, &Engine::pipelinesChanged);
+     }},
+    {Added,
+     [](Engine &engine, Pipeline &pipeline) {
+         QObject::connect(
+             &pipeline, &Pipeline::qualityChanged, &engine, [&engine](int level, const QString &name) {
+                 engine.appendLog(u"[qualidade] nível %1 (%2)"_s.arg(QString::number(level), name));
+             });
+     }},
+    {Added,
+     [](Engine &engine, Pipeline &pipeline) {
+         QObject::connect(&pipeline, &Pipeline::circuitOpen, &engine,
+                          [&engine](const QString &reason) { engine.appendLog("[circuit] "_L1 + reason); });
+     }},
+};
+
+void wire(Engine &engine, Pipeline &pipeline, Moment moment)
+{
+    for (const Connection &connection : connections) {
+        if (connection.moments & moment)
+            connection.make(engine, pipeline);
+    }
 }
 
 } // namespace
@@ -63,7 +125,7 @@ Engine::Engine(QObject *parent)
     connect(this, &Engine::pipelinesChanged, this, &Engine::evaluateKeepAwake);
 }
 
-// --- What the machine offers
+// --- Host machine
 
 void Engine::detectEnvironment()
 {
@@ -111,7 +173,7 @@ bool Engine::audioBridgeAvailable() const
 
 QVariantMap Engine::audioBridgeStatus() const
 {
-    // No audio bridge is part of this build; callers rely on the keys all the same.
+    // This build has no audio bridge; callers rely on the five keys.
     return {
         {u"installed"_s, audioBridgeAvailable()},
         {u"active"_s, false},
@@ -267,16 +329,7 @@ bool Engine::anyPipelineTransmitting() const
 
 Pipeline *Engine::makePipeline(PipelineConfig config)
 {
-    auto *pipeline = new Pipeline(std::move(config), m_ffmpegPath, m_ffmpegHasSrt, this);
-    connect(pipeline, &Pipeline::stateChanged, this, &Engine::pipelinesChanged);
-    return pipeline;
-}
-
-void Engine::wireLog(Pipeline *pipeline)
-{
-    connect(pipeline, &Pipeline::logLine, this, &Engine::appendLog);
-    connect(pipeline, &Pipeline::statsChanged, this,
-            [this](const QString &stats) { appendLog("[stats] "_L1 + stats); });
+    return new Pipeline(std::move(config), m_ffmpegPath, m_ffmpegHasSrt, this);
 }
 
 void Engine::registryEdited()
@@ -290,8 +343,7 @@ void Engine::loadPipelines()
     const QList<PipelineConfig> stored = PipelineStore::load();
     for (const PipelineConfig &config : stored) {
         Pipeline *pipeline = makePipeline(config);
-        wireLog(pipeline);
-        connect(pipeline, &Pipeline::telemetryChanged, this, &Engine::pipelinesChanged);
+        wire(*this, *pipeline, Restored);
         m_pipelines.append(pipeline);
     }
     Q_EMIT pipelinesChanged();
@@ -312,17 +364,8 @@ QString Engine::addPipeline(const QString &name)
     config.id = newPipelineId();
     config.name = pipelineName(name, m_pipelines.size());
 
-    // Only a pipeline that nobody has edited yet reports its figures, its level and an open circuit by
-    // itself.
     Pipeline *pipeline = makePipeline(config);
-    wireLog(pipeline);
-    connect(pipeline, &Pipeline::telemetryChanged, this, &Engine::pipelinesChanged);
-    connect(pipeline, &Pipeline::qualityChanged, this, [this](int level, const QString &levelName) {
-        appendLog(u"[qualidade] nível %1 (%2)"_s.arg(QString::number(level), levelName));
-    });
-    connect(pipeline, &Pipeline::circuitOpen, this,
-            [this](const QString &reason) { appendLog("[circuit] "_L1 + reason); });
-
+    wire(*this, *pipeline, Added);
     m_pipelines.append(pipeline);
     registryEdited();
     return config.id;
@@ -331,12 +374,10 @@ QString Engine::addPipeline(const QString &name)
 Pipeline *Engine::replace(qsizetype index, PipelineConfig config)
 {
     Pipeline *replacement = makePipeline(std::move(config));
-    // The log joins when the old pipeline has stopped; until then the signal has a receiver that ignores it.
-    connect(replacement, &Pipeline::logLine, this, [](const QString &) {});
-
+    wire(*this, *replacement, Replacing);
     Pipeline *old = std::exchange(m_pipelines[index], replacement);
     old->stop();
-    old->deleteLater();
+    old->deleteLater(); // its connections last until then
     return replacement;
 }
 
@@ -347,7 +388,7 @@ void Engine::reconfigure(const QString &id, const Edit &edit)
         return;
     PipelineConfig config = m_pipelines.at(index)->config();
     edit(config);
-    wireLog(replace(index, std::move(config)));
+    wire(*this, *replace(index, std::move(config)), Replaced);
     registryEdited();
 }
 

@@ -16,13 +16,14 @@ namespace corvane {
 
 class MetricsServer;
 
-/// The one object that the interface talks to: registry of pipelines, log text, what the machine's tools can
-/// do.
+/// The one object that the interface talks to: registry of pipelines, log text, results of the environment
+/// probe.
 ///
 /// A pipeline's record is never edited in place. Every edit copies it, changes the copy and puts a new,
 /// stopped Pipeline in the old one's position, so that an edit ends a running transmission. An unknown id or
-/// an index out of range ends an operation silently. Main thread; operations that stop a pipeline block for
-/// up to 3 s for each.
+/// an index out of range ends an operation silently. Main thread. An operation that stops pipelines blocks
+/// for as long as Pipeline::stop() of each, one after the other: up to 3 s for ffmpeg and up to 2 s for each
+/// transport tool.
 class Engine : public QObject
 {
     Q_OBJECT
@@ -38,7 +39,7 @@ class Engine : public QObject
     Q_PROPERTY(bool decklinkSupported READ decklinkSupported CONSTANT)
 
 public:
-    /// Does all its work at once: asks the tools, which blocks for up to about 10 s with an ffmpeg that
+    /// Does all its work at once: probes the tools, which blocks for up to about 10 s with an ffmpeg that
     /// hangs, restores the stored pipelines and opens the metrics endpoint. Starts no pipeline.
     explicit Engine(QObject *parent = nullptr);
 
@@ -51,7 +52,7 @@ public:
     [[nodiscard]] bool ndiSupported() const;
     [[nodiscard]] bool decklinkSupported() const;
 
-    /// One map per pipeline, in order of creation, built anew at every call: "id", "name", "outputs",
+    /// One map per pipeline, in order of creation, rebuilt at every call: "id", "name", "outputs",
     /// "state", "fps", "bitrate" (kbit/s), "dropped", "rtt" (ms), "sndDrop", "level".
     [[nodiscard]] QVariantList pipelines() const;
 
@@ -65,7 +66,7 @@ public:
     Q_INVOKABLE void startAll();
     Q_INVOKABLE void stopAll();
 
-    /// Keys as in applySourceMap() and applyEncoderMap(). An empty map still replaces the pipeline.
+    /// Keys as in applySourceMap() and applyEncoderMap(). An empty map replaces the pipeline too.
     Q_INVOKABLE void configureSource(const QString &id, const QVariantMap &m);
     Q_INVOKABLE void configureEncoder(const QString &id, const QVariantMap &m);
 
@@ -89,14 +90,14 @@ public:
                                       const QString &passphrase, const QString &streamId, int oheadbw,
                                       int maxbw);
 
-    /// For the encoders that this machine's ffmpeg lists.
+    /// corvane::encoderAdvice() for the encoders that this machine's ffmpeg lists.
     Q_INVOKABLE QVariantMap encoderAdvice(int width, int height, int fps) const;
 
     /// The command line as one unquoted text, always in the form for an ffmpeg without SRT of its own. A
     /// record that can't be built gives "(inválido: …)"; an unknown id an empty text.
     Q_INVOKABLE QString previewCommand(const QString &id) const;
 
-    /// Discovery, each with one line in the log. Empty where the platform has no such runtime.
+    /// Names found by a discovery, which adds one line to the log. Empty without a runtime for such devices.
     Q_INVOKABLE QStringList ndiSources(int timeoutMs = 1500);
     Q_INVOKABLE QStringList decklinkDevices();
 
@@ -138,8 +139,7 @@ private:
     void editOutput(const QString &id, int index,
                     const Edit &edit); ///< reconfigure(), for a valid index only
     Pipeline *replace(qsizetype index, PipelineConfig config);
-    Pipeline *makePipeline(PipelineConfig config);
-    void wireLog(Pipeline *pipeline);
+    Pipeline *makePipeline(PipelineConfig config); ///< stopped, without connections
     void registryEdited();
 
     QString m_ffmpegPath;

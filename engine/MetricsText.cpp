@@ -35,7 +35,7 @@ QString metricsText(const QList<Pipeline *> &pipelines)
                    "# TYPE corvane_pipeline_up gauge\n"_s;
     for (const Pipeline *pipeline : pipelines) {
         for (const Sample &sample : samples)
-            // In one substitution: an id from the settings file may hold a "%" of its own.
+            // One substitution for all three: an id from the settings may hold a "%".
             text += u"%1{pipeline=\"%2\"} %3\n"_s.arg(sample.name, pipeline->config().id,
                                                       u"%1"_s.arg(sample.value(*pipeline)));
     }

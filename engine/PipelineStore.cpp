@@ -1,25 +1,56 @@
 #include "engine/PipelineStore.h"
 
 #include <QSettings>
+#include <QVariant>
 
 namespace corvane::PipelineStore {
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+constexpr auto arrayName = "pipelines"_L1;
+
+/// One key of a row, in the order of writing.
+struct Field
+{
+    QLatin1StringView key;
+    QVariant (*get)(const PipelineConfig &config);
+    void (*set)(PipelineConfig &config, const QVariant &value); ///< null: written and never read
+};
+
+constexpr Field fields[] = {
+    {"id"_L1, [](const PipelineConfig &c) { return QVariant(c.id); },
+     [](PipelineConfig &c, const QVariant &v) { c.id = v.toString(); }},
+    {"name"_L1, [](const PipelineConfig &c) { return QVariant(c.name); },
+     [](PipelineConfig &c, const QVariant &v) { c.name = v.toString(); }},
+    {"sourceKind"_L1, [](const PipelineConfig &c) { return QVariant(c.source.kind); },
+     [](PipelineConfig &c, const QVariant &v) { c.source.kind = v.toInt(); }},
+    {"sourceUri"_L1, [](const PipelineConfig &c) { return QVariant(c.source.uri); },
+     [](PipelineConfig &c, const QVariant &v) { c.source.uri = v.toString(); }},
+    {"bitrate"_L1, [](const PipelineConfig &c) { return QVariant(c.encoder.bitrate); },
+     [](PipelineConfig &c, const QVariant &v) { c.encoder.bitrate = v.toInt(); }},
+    {"hw"_L1, [](const PipelineConfig &c) { return QVariant(c.encoder.hw); },
+     [](PipelineConfig &c, const QVariant &v) { c.encoder.hw = v.toInt(); }},
+    // A count alone, on purpose: outputs hold secrets.
+    {"outputs"_L1, [](const PipelineConfig &c) { return QVariant(qint64(c.outputs.size())); }, nullptr},
+};
+
+} // namespace
+
 QList<PipelineConfig> load()
 {
     QSettings settings;
-    const int size = settings.beginReadArray(u"pipelines"_s);
+    // The stored size is believed on purpose, however large: a row without any key is a pipeline too.
+    const int size = settings.beginReadArray(arrayName);
     QList<PipelineConfig> configs;
     for (int row = 0; row < size; ++row) {
         settings.setArrayIndex(row);
         PipelineConfig config;
-        config.id = settings.value(u"id"_s).toString();
-        config.name = settings.value(u"name"_s).toString();
-        config.source.kind = settings.value(u"sourceKind"_s, config.source.kind).toInt();
-        config.source.uri = settings.value(u"sourceUri"_s).toString();
-        config.encoder.bitrate = settings.value(u"bitrate"_s, config.encoder.bitrate).toInt();
-        config.encoder.hw = settings.value(u"hw"_s, config.encoder.hw).toInt();
+        for (const Field &field : fields) {
+            if (field.set)
+                field.set(config, settings.value(field.key, field.get(config)));
+        }
         configs.append(config);
     }
     settings.endArray();
@@ -30,17 +61,11 @@ void save(const QList<PipelineConfig> &configs)
 {
     QSettings settings;
     // No size is given: it follows from the highest index written.
-    settings.beginWriteArray(u"pipelines"_s);
+    settings.beginWriteArray(arrayName);
     for (int row = 0; row < configs.size(); ++row) {
-        const PipelineConfig &config = configs.at(row);
         settings.setArrayIndex(row);
-        settings.setValue(u"id"_s, config.id);
-        settings.setValue(u"name"_s, config.name);
-        settings.setValue(u"sourceKind"_s, config.source.kind);
-        settings.setValue(u"sourceUri"_s, config.source.uri);
-        settings.setValue(u"bitrate"_s, config.encoder.bitrate);
-        settings.setValue(u"hw"_s, config.encoder.hw);
-        settings.setValue(u"outputs"_s, qint64(config.outputs.size()));
+        for (const Field &field : fields)
+            settings.setValue(field.key, field.get(configs.at(row)));
     }
     settings.endArray();
 }

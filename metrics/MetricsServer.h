@@ -10,12 +10,12 @@ class QTcpSocket;
 
 namespace corvane {
 
-/// A scrape endpoint on 127.0.0.1: whatever bytes a client sends, it gets one 200 with what the provider
-/// says, and the connection is closed.
+/// Scrape endpoint on 127.0.0.1: any bytes from a client are answered with one 200 and the provider's text,
+/// and the connection is closed.
 ///
 /// A deliberately minimal HTTP/1.1 responder in the Prometheus text format, version 0.0.4: no request is
-/// parsed. It knows nothing of pipelines. Everything runs on the thread of the event loop; writes are
-/// buffered, so no client can hold it up. There is no stop: it listens as long as it lives.
+/// parsed. It knows nothing of pipelines. Thread of the event loop; writes are buffered, so no client can
+/// block it. It listens until its destructor.
 class MetricsServer : public QObject
 {
     Q_OBJECT
@@ -23,8 +23,8 @@ class MetricsServer : public QObject
 public:
     explicit MetricsServer(QObject *parent = nullptr);
 
-    /// Listens on `port` (0: one that the system chooses) and answers whether that succeeded. `provider`
-    /// forms the body of each response; an empty one gives an empty body.
+    /// Listens on `port` (0: one that the system chooses) and returns whether that succeeded. `provider`
+    /// forms the body of each response; an empty function gives an empty body.
     bool start(std::function<QString()> provider, quint16 port);
 
     /// The bound port; 0 until start() has succeeded.

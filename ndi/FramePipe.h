@@ -7,14 +7,14 @@
 
 namespace corvane {
 
-/// Path at which the frames of the pipeline `id` are to be had.
+/// Path of the pipe with the frames of the pipeline `id`.
 [[nodiscard]] QString framePipePath(const QString &id);
 
-/// The writing end of a named byte pipe with one reader.
+/// Writing end of a named byte pipe with one reader.
 ///
-/// A reader may open the pipe from create() on, and finds its end once it is closed. create() and close()
-/// belong to the thread that owns the object, waitForReader() and write() to one other; close() ends what
-/// that thread waits for and may be called at any time. Errors are the system's own numbers, 0 for none.
+/// A reader may open the pipe from create() on, and reads its end once it is closed. create() and close()
+/// belong to the thread that owns the object, waitForReader() and write() to one other; close() may be called
+/// at any time and ends a wait of that thread. Errors are the system's own numbers, 0 for none.
 class FramePipe
 {
 public:
@@ -23,18 +23,20 @@ public:
     FramePipe(const FramePipe &) = delete;
     FramePipe &operator=(const FramePipe &) = delete;
 
-    /// Makes the pipe, for this user alone; a pipe made before is closed. Fails if the name is being served.
+    /// Creates the pipe, for this user alone, after closing one created before. Fails if another object
+    /// writes to a pipe of that name.
     [[nodiscard]] quint32 create(const QString &path);
 
     [[nodiscard]] bool isOpen() const;
 
-    /// Blocks until a reader has opened the pipe, which may have happened before, or until close().
+    /// Blocks until a reader has opened the pipe, or until close(). Returns at once if one has.
     [[nodiscard]] quint32 waitForReader();
 
-    /// Writes all of `frame`, however slow the reader; false if the reader has gone, or after close().
+    /// Writes all of `frame`, however slow the reader; false if the reader has closed the pipe, or after
+    /// close().
     [[nodiscard]] bool write(const QByteArray &frame);
 
-    /// Leaves nothing of the pipe behind. Without one it does nothing.
+    /// Closes and removes the pipe. Without one it does nothing.
     void close();
 
 private:

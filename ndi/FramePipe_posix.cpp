@@ -27,7 +27,8 @@ constexpr int wantedCapacity = 0x400000;
 constexpr int usualCapacity = 0x10000;
 constexpr int readerCheckMs = 10;
 
-/// A write to a pipe without a reader has to be an error and not the end of the process.
+/// Blocks SIGPIPE in the calling thread: a write to a pipe without a reader then fails instead of ending the
+/// process.
 void keepBrokenPipeHarmless()
 {
     thread_local const bool blocked = [] {
@@ -46,7 +47,7 @@ void closeDescriptor(int &descriptor)
     descriptor = -1;
 }
 
-/// What the system lets an ordinary user have is often less than what is wanted.
+/// Sets the largest capacity that the system grants, which for an ordinary user is often less than wanted.
 void enlarge(int pipe)
 {
     for (int capacity = wantedCapacity; capacity > usualCapacity; capacity /= 2) {
@@ -65,16 +66,16 @@ QString framePipePath(const QString &id)
     return QDir(folder).filePath(u"corvane-ndi-%1"_s.arg(id));
 }
 
-/// A FIFO whose writing end is open all the time and never blocks: its reader can open it at once, and every
-/// wait is for the pipe and the descriptor `wake` together.
+/// FIFO whose writing end is always open and never blocks: a reader can open it at once, and every wait is
+/// for the pipe and for the descriptor `wake`.
 struct FramePipe::Native
 {
-    mutable std::mutex use; ///< held by whoever works with the descriptors
+    mutable std::mutex use; ///< guards the descriptors
     std::atomic<bool> closing = false;
     QByteArray path;
-    std::unique_ptr<QLockFile> lock; ///< tells a FIFO that is served from one left by a crash
+    std::unique_ptr<QLockFile> lock; ///< distinguishes a FIFO in use from one left by a crash
     int writer = -1;
-    int wake = -1; ///< readable from the beginning of close() on
+    int wake = -1; ///< event descriptor, readable from the beginning of close() on
 
     quint32 open(const QString &name)
     {
@@ -91,11 +92,11 @@ struct FramePipe::Native
             unlink(path.constData());
         if (mkfifo(path.constData(), S_IRUSR | S_IWUSR) != 0) {
             const int error = errno;
-            path.clear(); // whatever is there, it isn't ours to remove
+            path.clear(); // release() must not remove a file of somebody else's
             return static_cast<quint32>(error);
         }
 
-        // Without a reader there is no opening for writing that doesn't block, so be one for a moment.
+        // A FIFO without a reader can't be opened for writing without blocking: a reader for a moment.
         constexpr int common = O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW;
         int reader = ::open(path.constData(), O_RDONLY | common);
         if (reader >= 0)
@@ -154,7 +155,7 @@ quint32 FramePipe::waitForReader()
     pollfd pipe{m_native->writer, POLLOUT, 0};
     pollfd wake{m_native->wake, POLLIN, 0};
     while (pipe.fd >= 0 && !m_native->closing) {
-        // A pipe without a reader is in error. Nothing announces the end of that.
+        // POLLERR means that there is no reader; no event reports that one has come.
         if (poll(&pipe, 1, 0) >= 0 && !(pipe.revents & POLLERR))
             return 0;
         poll(&wake, 1, readerCheckMs);

@@ -23,21 +23,21 @@ QString framePipePath(const QString &id)
 
 struct FramePipe::Native
 {
-    mutable std::mutex use; ///< held by whoever works with the handle
+    mutable std::mutex use; ///< guards the handle
     std::atomic<bool> closing = false;
-    std::atomic<HANDLE> caller = nullptr; ///< the thread that serves the pipe
+    std::atomic<HANDLE> caller = nullptr; ///< thread that waits for the reader and writes
     HANDLE pipe = nullptr;                ///< null when closed
 
-    /// The calling thread as one whose waiting can be ended.
+    /// Registers the calling thread for endCalls().
     void becomeCaller()
     {
         if (!caller)
             caller = OpenThread(THREAD_TERMINATE, FALSE, GetCurrentThreadId());
     }
 
-    /// Disconnecting a synchronous pipe waits for the call that another thread has under way in it, so that
-    /// call goes first. It may be on its way into the system just now: hence again and again. The pipe is the
-    /// caller's for as long as it holds the answer.
+    /// Ends the call that another thread has under way in the pipe and returns the lock on the handle; an
+    /// empty lock after three seconds. Disconnecting a synchronous pipe would wait for that call. The
+    /// cancellation is repeated, as it misses a call that is only just entering the system.
     std::unique_lock<std::mutex> endCalls()
     {
         std::unique_lock lock(use, std::try_to_lock);

@@ -2,7 +2,7 @@
 
 namespace corvane {
 
-/// Format of a source's frames. A fresh record is that of a source which has shown no frame.
+/// Format of a source's frames. A fresh record stands for a source without a frame so far.
 struct NdiFrameInfo
 {
     int width = 0;  ///< pixels

@@ -80,7 +80,7 @@ void NdiReceiver::start(const QString &pipeName)
 void NdiReceiver::stop()
 {
     m_running = false;
-    // The pipe goes first: the pump may be waiting for its reader.
+    // The pipe is closed first: the pump may be waiting for its reader.
     m_pipe.close();
     endThread(m_captureThread);
     endThread(m_pumpThread);
@@ -121,7 +121,7 @@ void NdiReceiver::keep(QByteArray frame)
         return;
     {
         const QMutexLocker lock(&m_frameMutex);
-        m_lastFrame.swap(frame); // the former one is let go outside the lock
+        m_lastFrame.swap(frame); // the former one is freed outside the lock
     }
     m_lastFrameMs = nowMs();
 }

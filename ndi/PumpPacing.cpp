@@ -1,5 +1,7 @@
 #include "ndi/PumpPacing.h"
 
+#include "engine/model/Wrapping.h"
+
 #include <cmath>
 
 namespace corvane {
@@ -14,12 +16,6 @@ constexpr int usualHeight = 1080;
 double reportedRate(const NdiFrameInfo &info)
 {
     return info.frameRateD == 0 ? usualRate : static_cast<double>(info.frameRateN) / info.frameRateD;
-}
-
-/// Signed multiplication that wraps around at 32 bits.
-int product(int a, int b)
-{
-    return static_cast<int>(static_cast<quint32>(a) * static_cast<quint32>(b));
 }
 
 } // namespace
@@ -48,8 +44,8 @@ int slateSize(const NdiFrameInfo &info, int frameStride)
     if (frameStride >= 1)
         lineLength = frameStride;
     else if (info.width > 0)
-        lineLength = product(2, info.width);
-    return product(lineLength, info.height >= 1 ? info.height : usualHeight);
+        lineLength = wrappingProduct(2, info.width);
+    return wrappingProduct(lineLength, info.height >= 1 ? info.height : usualHeight);
 }
 
 int pumpSleepMs(int intervalMs, qint64 tickStartMs, qint64 nowMs)

@@ -4,40 +4,40 @@
 
 #include <QtGlobal>
 
-/// The numbers by which the pump works. Pure: the caller brings the time.
+/// Rates, sizes and pauses of the pump. Pure: the caller brings the time.
 namespace corvane {
 
 /// Frames per second of the pump.
 struct PumpRate
 {
-    double reported = 30.0; ///< what the source says, as the log shows it
-    double paced = 30.0;    ///< what the pump keeps: a source at 1 or less isn't believed
+    double reported = 30.0; ///< rate that the source reports, for the log
+    double paced = 30.0;    ///< rate of the pump: 30 for a source that reports 1 or less
 };
 
 [[nodiscard]] PumpRate pumpRate(const NdiFrameInfo &info);
 
-/// Milliseconds from one frame to the next, truncated: the pump runs a little fast, and the reader takes up
-/// the difference.
+/// Milliseconds from one frame to the next, truncated on purpose: the pump runs slightly fast, and the reader
+/// absorbs the difference.
 [[nodiscard]] int pumpIntervalMs(double pacedRate);
 
-/// The source's rate as a whole number, rounded to the nearest: a pipeline's record knows no fractions.
+/// The source's rate rounded to the nearest whole number, as a pipeline's record holds no fractions.
 [[nodiscard]] int wholeFrameRate(const NdiFrameInfo &info);
 
-/// Bytes of a slate. A `frameStride` (bytes per line) below 1 is not known; what isn't known is taken from
-/// the record, and after that from 1920 by 1080.
+/// Bytes of a slate. `frameStride`: bytes per line; below 1 it is unknown, and the record's width is used
+/// instead. A size that the record lacks is that of 1920 by 1080.
 [[nodiscard]] int slateSize(const NdiFrameInfo &info, int frameStride);
 
-/// Milliseconds to sleep at `nowMs` after the frame of `tickStartMs`; 0 or less: the next one is due. Only
+/// Milliseconds to sleep at `nowMs` after the frame of `tickStartMs`; 0 or less if the next one is due. Only
 /// the low 32 bits of the clock values count.
 [[nodiscard]] int pumpSleepMs(int intervalMs, qint64 tickStartMs, qint64 nowMs);
 
-/// Tells a source that has stopped sending from one that is only slow.
+/// Distinguishes a source that has stopped sending from one that is slow.
 struct FreezeRule
 {
     bool frozen = false;
 
-    /// For a frame that arrived at `lastFrameMs` and goes out at `tickStartMs`; true at the beginning of each
-    /// freeze, once. Not to be asked about a slate.
+    /// True once at the beginning of each freeze, for a frame that arrived at `lastFrameMs` and goes out at
+    /// `tickStartMs`. Not called for a slate.
     [[nodiscard]] bool begins(qint64 tickStartMs, qint64 lastFrameMs);
 };
 

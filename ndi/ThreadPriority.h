@@ -2,7 +2,7 @@
 
 namespace corvane {
 
-/// Lets the calling thread come first, as far as the system allows it to an ordinary user. Failures are
+/// Raises the calling thread to the highest priority that the system grants an ordinary user. Failures are
 /// silent.
 void makeThreadTimeCritical();
 

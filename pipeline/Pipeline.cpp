@@ -78,7 +78,7 @@ void Pipeline::openNdiSource()
     if (source.kind != SourceKind::Ndi || !ndiRuntimeAvailable() || source.uri.isEmpty())
         return;
 
-    // After an automatic restart the receiver of the run before stays a child of this object until the end.
+    // The receiver of a run that ended by itself stays a child of this object until the destructor.
     m_ndi = new NdiReceiver(source.uri, this);
     connect(m_ndi, &NdiReceiver::logLine, this,
             [this](const QString &line) { Q_EMIT logLine("[ndi] "_L1 + line); });
@@ -123,8 +123,8 @@ void Pipeline::startBridge(const OutputConfig &output, const QString &prefix)
 
 void Pipeline::startLauncher(const OutputConfig &output)
 {
-    // There is one launcher at most, and an automatic restart finds the stopped one: bonding comes back with
-    // the operator's stop and start.
+    // One launcher at most. A restart without stop() finds the stopped one and makes no other, on purpose:
+    // bonding comes back with the operator's stop and start.
     m_srtla = new SrtlaLauncher(output, this);
     connect(m_srtla, &SrtlaLauncher::logLine, this,
             [this](const QString &line) { Q_EMIT logLine("[srtla] "_L1 + line); });
@@ -141,7 +141,7 @@ void Pipeline::startLauncher(const OutputConfig &output)
 
 void Pipeline::launchFfmpeg()
 {
-    // After an automatic restart the process of the run before stays a child of this object until the end.
+    // The process of a run that ended by itself stays a child of this object until the destructor.
     m_process = new QProcess(this);
     m_process->setProgram(m_ffmpegPath);
     m_process->setArguments(m_ffmpegArgs);
@@ -153,8 +153,7 @@ void Pipeline::launchFfmpeg()
     });
     connect(ffmpeg, &QProcess::started, this, [this, ffmpeg] { onStarted(*ffmpeg); });
     connect(ffmpeg, &QProcess::finished, this, [this, ffmpeg](int exitCode, QProcess::ExitStatus exitStatus) {
-        // A child that was killed may end when the next run has already begun: that run is none of its
-        // business.
+        // The end of a child that stop() has killed may arrive within the next run, which it doesn't concern.
         if (!m_process || m_process == ffmpeg)
             onFinished(exitCode, exitStatus);
     });
@@ -198,8 +197,8 @@ void Pipeline::onFinished(int exitCode, QProcess::ExitStatus exitStatus)
     if (m_qualityRestartPending) {
         m_qualityRestartPending = false;
         Q_EMIT logLine(u"aplicando novo bitrate (degradação) — restart imediato"_s);
-        // The state stays `Running`, so this start() is refused: the operator's stop and start applies the
-        // rate.
+        // The state stays `Running`, so start() does nothing, on purpose: the operator's stop and start
+        // applies the rate.
         QTimer::singleShot(relaunchDelay, Qt::PreciseTimer, this, [this] {
             if (!m_stopRequested)
                 start();
@@ -314,11 +313,11 @@ void Pipeline::checkForHang()
 {
     if (m_state != State::Running || !m_process)
         return;
-    const qint64 elapsed = nowMs() - m_lastProgressMs;
-    if (elapsed <= m_config.restart.hangTimeoutMs)
+    const auto elapsed = hangDuration(m_lastProgressMs, nowMs(), m_config.restart.hangTimeoutMs);
+    if (!elapsed)
         return;
 
-    Q_EMIT logLine(u"HANG detectado: ffmpeg sem progresso há %1ms — reiniciando"_s.arg(elapsed));
+    Q_EMIT logLine(u"HANG detectado: ffmpeg sem progresso há %1ms — reiniciando"_s.arg(*elapsed));
     m_hangTimer->stop();
     // A hung process wouldn't read a "q".
     if (m_process->state() != QProcess::NotRunning)

@@ -18,14 +18,27 @@ class SrtTransmit;
 class SrtlaLauncher;
 
 /// One transmission at run time: owns the one ffmpeg child, decides whether the transmission counts as up,
-/// and brings it back after a failure.
+/// and restarts it after a failure.
 ///
-/// Only ffmpeg is supervised: transport children are started before it and stopped after it, as is the NDI
-/// receiver, and nothing watches them. Outputs have no life of their own. The record is a copy; a run may
-/// write into it. A start in `Starting` or `Running` is refused without a word. All on the thread of the
-/// event loop; stop() and the destructor block it for up to 3 s while ffmpeg leaves, then for up to 2 s for
-/// each transport child. With an NDI runtime, start() blocks it for up to 3 s while it looks for the source's
-/// first frame.
+///      ┌───────────────────exit with code 0────────────────────┐
+///      ▼                                                       │
+///   Stopped ──start()──▶ Starting ──ffmpeg has started──▶ Running ──┐ exit after
+///                         ▲    │                            │  ▲────┘ a quality step
+///     start(), back-off   │    │ can't be built             │
+///     over                │    ▼                            │
+///                         Failed ◀──────any other exit──────┘
+///
+/// stop() leads to `Stopped` from every state. An ffmpeg that it has to kill exits later, and this turns
+/// `Stopped` into `Failed`, without a restart.
+///
+/// Only ffmpeg is supervised. A start probes the NDI source and creates its pipe, then starts the transport
+/// children, then ffmpeg, then the NDI pump; a stop ends ffmpeg, then the bonding launcher, the bridges and
+/// the NDI receiver. Outputs have no state of their own. The record is a copy into which a run writes: the
+/// NDI format, the reduced bit rate.
+///
+/// Thread of the event loop, which is blocked by stop(), the destructor and an exit of ffmpeg: for up to 3 s
+/// until ffmpeg leaves (not after an exit), up to 2 s for each transport child, up to 3 s for each of the NDI
+/// receiver's two threads. With an NDI runtime start() blocks for up to 3 s, for the source's first frame.
 class Pipeline : public QObject
 {
     Q_OBJECT
@@ -43,12 +56,14 @@ public:
     Pipeline(PipelineConfig config, QString ffmpegPath, bool ffmpegHasSrt, QObject *parent = nullptr);
     ~Pipeline() override;
 
-    /// Builds the command and launches ffmpeg; returns before it is up. A record that can't be built gives
-    /// `Failed` with no retry. An ffmpeg that can't be launched leaves the state `Starting` until stop().
+    /// Builds the command and launches ffmpeg. In `Starting` and `Running` it does nothing. A record that
+    /// can't be built gives `Failed` without a retry. Returns in `Starting`, on Windows in `Running`: there
+    /// the system creates the process within the call. An ffmpeg that can't be launched leaves the state
+    /// `Starting` until stop().
     void start();
 
     /// Asks ffmpeg to leave with "q", waits for up to 3000 ms, then kills it; then stops the transport
-    /// children and the NDI receiver. Forgets the restart history. Safe in every state and safe to repeat.
+    /// children and the NDI receiver. Clears the restart history. Safe in every state and safe to repeat.
     void stop();
 
     [[nodiscard]] const PipelineConfig &config() const { return m_config; }
@@ -88,10 +103,10 @@ private:
     QString m_ffmpegPath;
     bool m_ffmpegHasSrt;
     QProcess *m_process = nullptr;
-    SrtlaLauncher *m_srtla = nullptr;  ///< the one of this pipeline; stopped or not, until stop()
-    QList<SrtTransmit *> m_srtBridges; ///< every one made since the last stop()
-    NdiReceiver *m_ndi = nullptr;      ///< the one of the last start, stopped or not, until stop()
-    QString m_ndiPipe;                 ///< path of the pipe that the receiver serves
+    SrtlaLauncher *m_srtla = nullptr;  ///< kept until stop(), stopped or not
+    QList<SrtTransmit *> m_srtBridges; ///< all made since the last stop(), stopped ones included
+    NdiReceiver *m_ndi = nullptr;      ///< of the last start; kept until stop(), stopped or not
+    QString m_ndiPipe;                 ///< path of the pipe that the receiver writes to
     RestartGate m_gate;
     bool m_stopRequested = false;
     qint64 m_startedAtMs = 0;

@@ -32,7 +32,7 @@ int bitrateAtLevel(int level, int baseBitrateKbps)
 
 bool QualityLadder::isBad(const Telemetry &figures) const
 {
-    // Only the encoder's drops wait for a first tick: a total from before it isn't held against the stream.
+    // Only the encoder's drops wait for a first tick, on purpose: a total from before it doesn't count.
     return figures.sndDrop > lastSndDrop || (primed && figures.dropped > lastDropped) ||
            figures.rttMs > rttLimitMs || figures.loadPercent > loadLimit || figures.thermalState == 2 ||
            figures.thermalState == 3 ||

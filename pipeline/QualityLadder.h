@@ -11,20 +11,20 @@ struct QualityLevel
 {
     const char *name;
     double factor; ///< of the pipeline's base bit rate
-    int maxFps;    ///< 0: no limit; read by nothing
-    int maxHeight; ///< 0: no limit; read by nothing
+    int maxFps;    ///< 0: no limit; read by nothing, on purpose
+    int maxHeight; ///< 0: no limit; read by nothing, on purpose
 };
 
 inline constexpr int lowestQuality = 4;
 
-/// The row of `level`, which is clamped to 0..4.
+/// Row of `level`, which is clamped to 0..4.
 [[nodiscard]] const QualityLevel &qualityLevel(int level);
 
 /// Video bit rate of `level` in kbit/s: the base's share, truncated, but at least 300.
 [[nodiscard]] int bitrateAtLevel(int level, int baseBitrateKbps);
 
-/// When to give up quality and when to take it back: a hysteresis over one tick a second. Going down takes
-/// three bad ticks in a row, coming back ten good ones. Pure: figures in, level out.
+/// Hysteresis over one tick a second that lowers and raises the quality level: down after three bad ticks in
+/// a row, up after ten good ones. Pure: figures in, level out.
 struct QualityLadder
 {
     double rttLimitMs = 800.0;
@@ -38,7 +38,7 @@ struct QualityLadder
     qint32 lastDropped = 0;
     bool primed = false; ///< a tick has been evaluated
 
-    /// Looks at the figures of one tick and answers the level, which moves by one step at most.
+    /// Evaluates the figures of one tick and returns the level, which moves by one step at most.
     qint32 evaluate(const Telemetry &figures);
 
 private:

@@ -10,8 +10,8 @@ namespace corvane {
 /// Bridge for an ffmpeg that doesn't speak SRT: one srt-live-transmit from a local UDP port to the SRT
 /// destination.
 ///
-/// A wrapper of one TransportChild and as silent as that: nothing is restarted, and nobody but the log learns
-/// what becomes of the child. Each run takes a new object.
+/// A wrapper of one TransportChild: nothing is restarted, and the child's end is a line in the log and
+/// nothing more. One object serves one run.
 class SrtTransmit : public QObject
 {
     Q_OBJECT

@@ -10,7 +10,7 @@ namespace corvane {
 /// Launcher of a bonded output: one srtla_send, which takes SRT on the bond port and spreads it over the
 /// machine's links to the receiver.
 ///
-/// A wrapper of one TransportChild, like SrtTransmit. The pipeline keeps one over its automatic restarts, in
+/// A wrapper of one TransportChild, like SrtTransmit. The pipeline keeps it over automatic restarts, through
 /// which a stopped launcher stays stopped.
 class SrtlaLauncher : public QObject
 {

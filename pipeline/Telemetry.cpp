@@ -31,4 +31,10 @@ void Telemetry::readProgress(const QString &line)
     }
 }
 
+std::optional<qint64> hangDuration(qint64 lastProgressMs, qint64 now, qint64 hangTimeoutMs)
+{
+    const qint64 elapsed = now - lastProgressMs;
+    return elapsed > hangTimeoutMs ? std::optional(elapsed) : std::nullopt;
+}
+
 } // namespace corvane

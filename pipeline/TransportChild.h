@@ -7,25 +7,25 @@
 
 namespace corvane {
 
-/// One transport tool as a child process: what the wrappers of srt-live-transmit and srtla_send share.
+/// One transport tool as a child process, shared by the wrappers of srt-live-transmit and srtla_send.
 ///
-/// It has no state machine, restarts nothing and parses nothing. Whatever becomes of the child is a line of
-/// text and nothing more. One run: a child that died by itself stays, and a second start() does nothing until
-/// stop(). stop() and the destructor block for up to 2 s. Thread of the event loop.
+/// It has no state machine, restarts nothing and parses nothing: the child's output and its end are lines of
+/// text. One run: after a child has died by itself, start() does nothing until stop(). stop() and the
+/// destructor block for up to 2 s. Thread of the event loop.
 class TransportChild : public QObject
 {
     Q_OBJECT
 
 public:
-    /// What one tool says and is called.
+    /// Name and log lines of one tool.
     struct Words
     {
-        QString tool;    ///< name for the tool search, and first word of the line that a start leaves
-        QString missing; ///< said when the tool isn't found
-        QString died;    ///< said after a bad exit; "%1" is the exit code, "%2" (if there) "crash" or "erro"
+        QString tool;    ///< name for the tool search, and first word of a start's line
+        QString missing; ///< line for a tool that isn't found
+        QString died;    ///< line for a bad exit; "%1" is the exit code, "%2" (if there) "crash" or "erro"
     };
 
-    /// Looks for the tool at once. One that turns up later is found by its name on PATH alone.
+    /// Searches the tool once. One that is installed later is started by its name, from PATH alone.
     TransportChild(Words words, QObject *parent);
     ~TransportChild() override;
 

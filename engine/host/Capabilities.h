@@ -4,16 +4,16 @@
 
 #include <functional>
 
-/// What the platform itself offers, asked in one place. On the platforms built today there is no NDI and no
-/// DeckLink runtime, no memory locking and no thermal sensor; a port that has one answers here.
+/// Capabilities of the platform, asked for in one place. The platforms built today have no NDI and no
+/// DeckLink runtime, no memory locking and no thermal sensor; a port to one that has them changes these
+/// functions.
 ///
-/// The two setters are for a build that brings an NDI runtime, and for tests of what hangs on one. Main
-/// thread.
+/// The two setters are for a build with an NDI runtime and for tests. Main thread.
 namespace corvane {
 
 [[nodiscard]] bool ndiRuntimeAvailable();
 
-/// What ndiRuntimeAvailable() answers from now on; false at first.
+/// Sets the answer of ndiRuntimeAvailable(); false at first.
 void setNdiRuntimeAvailable(bool available);
 
 [[nodiscard]] bool decklinkRuntimeAvailable();
@@ -23,13 +23,13 @@ void setNdiRuntimeAvailable(bool available);
 
 using NdiSourceScan = std::function<QStringList(int timeoutMs)>;
 
-/// By what ndiSourceScan() looks from now on; by nothing at first.
+/// Sets the function behind ndiSourceScan(); none at first.
 void setNdiSourceScan(NdiSourceScan scan);
 
 /// Names of the DeckLink devices of this machine. Empty without a DeckLink runtime.
 [[nodiscard]] QStringList decklinkDeviceScan();
 
-/// Locks the process's memory against paging; answers whether it is locked.
+/// Locks the process's memory against paging and returns whether it is locked.
 [[nodiscard]] bool lockProcessMemory();
 
 /// Thermal level of the machine: 0 is unconcerned, 2 and 3 count as overheated.

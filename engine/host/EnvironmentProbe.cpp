@@ -20,7 +20,7 @@ constexpr const char *knownEncoders[] = {
     "av1_qsv", "h264_amf", "hevc_amf",   "av1_amf",    "h264_videotoolbox", "hevc_videotoolbox", "libsvtav1",
 };
 
-/// Standard output of `ffmpeg -hide_banner <question>`; empty if it doesn't end in time.
+/// Standard output of `ffmpeg -hide_banner <question>`; empty if ffmpeg doesn't finish in time.
 QString ask(const QString &ffmpegPath, const QString &question)
 {
     QProcess ffmpeg;

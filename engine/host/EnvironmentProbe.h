@@ -5,7 +5,7 @@
 
 namespace corvane {
 
-/// What the outside tools of this machine can do, as a value. `run()` is the one way to fill it.
+/// Outside tools of this machine and what they can do, as a value. run() fills it from the machine.
 struct EnvironmentProbe
 {
     QString ffmpegPath; ///< empty if there is none
@@ -15,17 +15,17 @@ struct EnvironmentProbe
     bool srtlaAvailable = false;
     QStringList availableEncoders; ///< known encoders that this ffmpeg lists, in a fixed order
 
-    /// Finds the tools and asks ffmpeg. Blocks the calling thread: two questions, each waited for up to
-    /// 5000 ms. A question that isn't answered in time, or an ffmpeg that can't be started, counts as one
-    /// that lists nothing. Needs an application object.
+    /// Searches the tools and runs ffmpeg twice, for its encoders and its protocols. Blocks the calling
+    /// thread for up to 5000 ms each time. An ffmpeg that doesn't finish in time or can't be started counts
+    /// as one that lists nothing. Needs an application object.
     [[nodiscard]] static EnvironmentProbe run();
 
-    /// The findings in one line for the log.
+    /// The record as one line for the log.
     [[nodiscard]] QString summary() const;
 };
 
-/// The known encoders whose name stands anywhere in the output of `ffmpeg -encoders`. A name that is a prefix
-/// of another encoder's name counts too.
+/// Known encoders whose name stands anywhere in the output of `ffmpeg -encoders`. A name that is part of
+/// another encoder's name counts too, on purpose.
 [[nodiscard]] QStringList encodersIn(const QString &listing);
 
 /// True if a line of the output of `ffmpeg -protocols` is "srt", apart from blanks around it.

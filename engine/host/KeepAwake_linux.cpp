@@ -21,9 +21,8 @@ constexpr auto reason = "Transmissão ao vivo em andamento";
 
 /// The two inhibitors of a Linux desktop: the login manager's for the system, the session's for the display.
 ///
-/// All calls are asynchronous, so a slow bus never holds up the interface. An answer that comes after the
-/// request was lifted is given back at once. Main thread; lives with the application object. A bus or a
-/// service that isn't there is passed over in silence.
+/// All calls are asynchronous. A lock that is granted after the request was lifted is given back at once.
+/// Main thread; lives with the application object. A missing bus or service is ignored.
 class Inhibitors : public QObject
 {
 public:
@@ -101,7 +100,7 @@ private:
     }
 
     bool m_held = false;
-    int m_request = 0; ///< tells the answer to this request from one to an earlier request
+    int m_request = 0; ///< number of the request, by which an answer to an earlier one is recognised
     QDBusUnixFileDescriptor m_sleepLock;
     std::optional<uint> m_screenCookie;
 };

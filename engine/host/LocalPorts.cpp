@@ -2,8 +2,7 @@
 
 namespace corvane {
 
-// One fewer than the range holds: a full circle would end at the port it began with.
-constexpr int allocationAttempts = 300;
+constexpr int allocationAttempts = 300; ///< one fewer than the range holds, on purpose
 
 LocalPort allocateLocalPort(int &nextLocalPort, const std::function<UdpPortProbe(int)> &probe)
 {

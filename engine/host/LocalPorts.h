@@ -7,7 +7,7 @@ namespace corvane {
 enum class UdpPortProbe {
     Free,     ///< the port could be bound, and is free again
     Taken,    ///< the port could not be bound
-    NoSocket, ///< no socket could be made, so nothing is known
+    NoSocket, ///< no socket could be created: nothing is known
 };
 
 /// Binds an IPv4 datagram socket to 127.0.0.1 and `port` and closes it at once: nothing is reserved.
@@ -19,9 +19,9 @@ struct LocalPort
     bool exhausted = false; ///< every attempt failed: `port` is unverified
 };
 
-/// The next local UDP port from 8900 to 9200 that can be bound. `nextLocalPort` is the caller's counter: it
-/// moves on past the port returned and wraps around by itself. At most 300 ports are tried; after that the
-/// counter's own value is returned. Where no socket can be made, the candidate is returned unverified.
+/// Next local UDP port from 8900 to 9200 that can be bound. `nextLocalPort` is the caller's counter, which
+/// moves past the returned port and wraps around. After 300 failed attempts the counter's own value is
+/// returned, unverified; so is the candidate where no socket can be created.
 [[nodiscard]] LocalPort allocateLocalPort(int &nextLocalPort,
                                           const std::function<UdpPortProbe(int)> &probe = probeUdpPort);
 

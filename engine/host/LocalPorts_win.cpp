@@ -6,7 +6,7 @@ namespace corvane {
 
 namespace {
 
-/// Winsock, started once for the process; without it no socket can be made.
+/// True once Winsock is started for the process; without it no socket can be created.
 bool winsockStarted()
 {
     static const bool started = [] {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "engine/model/Wrapping.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -7,9 +9,9 @@
 
 /// The records that describe one pipeline: what it reads, how it encodes and where it sends.
 ///
-/// Plain values with public fields, no validation and no behaviour. Enumerators are plain integers, because
-/// stored settings may hold numbers outside the tables and those are kept as they are; the numbers below are
-/// part of the stored format.
+/// Plain values with public fields and without validation; their only function is a reading one. Enumerators
+/// are plain integers, because stored settings may hold numbers outside the tables and those are kept as they
+/// are. The numbers below are part of the stored format.
 namespace corvane {
 
 namespace SourceKind {
@@ -89,12 +91,8 @@ struct OutputConfig
     int localPort = 0;  ///< local UDP port of the first hop; 0 until allocated
     int localPort2 = 0; ///< `Srtla`: local port of the second hop; below 1: `localPort` + 1
 
-    /// Port at which the bonding launcher of a `Srtla` output listens. Wraps around, as records hold
-    /// any number.
-    [[nodiscard]] int bondPort() const
-    {
-        return localPort2 >= 1 ? localPort2 : static_cast<int>(static_cast<unsigned>(localPort) + 1U);
-    }
+    /// Port at which the bonding launcher of a `Srtla` output listens.
+    [[nodiscard]] int bondPort() const { return localPort2 >= 1 ? localPort2 : wrappingSum(localPort, 1); }
 };
 
 /// Limits of the automatic restart and of the hang watchdog.

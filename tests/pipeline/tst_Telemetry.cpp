@@ -18,6 +18,8 @@ private Q_SLOTS:
     void readProgress();
     void laterLinesOverwriteOnlyWhatTheyHold();
     void leavesTheOtherFiguresAlone();
+    void hangDuration_data();
+    void hangDuration();
 };
 
 void tst_Telemetry::startsAtZero()
@@ -178,6 +180,37 @@ void tst_Telemetry::leavesTheOtherFiguresAlone()
     QCOMPARE(telemetry.rcvLoss, 0);
     QCOMPARE(telemetry.loadPercent, 0.0);
     QCOMPARE(telemetry.thermalState, 0);
+}
+
+void tst_Telemetry::hangDuration_data()
+{
+    QTest::addColumn<qint64>("lastProgress");
+    QTest::addColumn<qint64>("now");
+    QTest::addColumn<qint64>("timeout");
+    QTest::addColumn<qint64>("hungFor"); // -1: no hang
+
+    constexpr qint64 today = 1'767'225'600'000; // ms since the epoch: beyond 32 bits
+    const auto row = [](const char *name, qint64 lastProgress, qint64 now, qint64 timeout, qint64 hungFor) {
+        QTest::newRow(name) << lastProgress << now << timeout << hungFor;
+    };
+    row("progress just now", today, today, 8000, -1);
+    row("at the limit", today, today + 8000, 8000, -1);
+    row("one beyond the limit", today, today + 8001, 8000, 8001);
+    row("long silence", today, today + 3'000'000'000, 8000, 3'000'000'000);
+    row("largest limit", today, today + 2147483648, 2147483647, 2147483648);
+    row("no patience, no time", today, today, 0, -1);
+    row("no patience, a moment", today, today + 1, 0, 1);
+    row("limit below zero", today, today, -1, 0);
+    row("clock set back", today, today - 60'000, 8000, -1);
+    row("never any progress", 0, today, 8000, today);
+}
+
+void tst_Telemetry::hangDuration()
+{
+    QFETCH(const qint64, lastProgress);
+    QFETCH(const qint64, now);
+    QFETCH(const qint64, timeout);
+    QTEST(corvane::hangDuration(lastProgress, now, timeout).value_or(-1), "hungFor");
 }
 
 CORVANE_TEST(tst_Telemetry, QCoreApplication)
