@@ -21,27 +21,24 @@ check() { # <name> <command>...
 
 sources() { git ls-files -co --exclude-standard --deduplicate -- '*.cpp' '*.h' | xargs ls 2>/dev/null; }
 
-# What clang-tidy looks at: every file that a Linux build compiles, or of these the changed ones.
-tidy_files() {
-    local files
-    files=$(sources | grep '\.cpp$' | grep -vE '_win\.cpp$|^tests/windows/')
-    if [ "${1:-}" = --changed ]; then
-        files=$(grep -xF -f <(git diff --name-only HEAD; git ls-files -o --exclude-standard) <<<"$files" || true)
-    fi
-    printf '%s\n' "$files"
+# Sources that differ from the last commit.
+changed_sources() {
+    sources | grep '\.cpp$' | grep -xF -f <(git diff --name-only HEAD; git ls-files -o --exclude-standard) || true
 }
 
 tidy() {
-    local files
-    files=$(tidy_files "${1:-}")
-    [ -n "$files" ] || { echo "no changed file"; return 0; }
+    local files=()
+    if [ "${1:-}" = --changed ]; then
+        mapfile -t files < <(changed_sources)
+        [ ${#files[@]} != 0 ] || { echo "no changed file"; return 0; }
+    fi
     cmake --preset lint >/dev/null
     # Generated files (moc) have to be there before a file that includes them can be read. This is what the target
     # "autogen" runs, but for the programs that it builds first as tests start them. The two with a QML module have
     # nothing for moc.
     find build/lint -name AutogenInfo.json ! -path '*/corvane_autogen.dir/*' ! -path '*/empty_window_autogen.dir/*' \
         -print0 | xargs -0 -P "$(nproc)" -I{} cmake -E cmake_autogen {} Debug >/dev/null
-    tr '\n' '\0' <<<"${files%$'\n'}" | xargs -0 scripts/tidy.py build/lint
+    scripts/tidy.py build/lint "${files[@]}"
 }
 
 qml() {
@@ -57,6 +54,7 @@ scripts_checked() { git ls-files -co --exclude-standard -- dev '*.sh' .ci/run | 
 check "clang-format" formatted
 check "shellcheck" scripts_checked
 check "pyflakes" python_checked
+check "file names" scripts/check-names.py
 check "folder dependencies" scripts/check-arrows.py
 check "clang-tidy" tidy "${1:-}"
 check "qmllint" qml

@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy over source files, as many at once as the machine has cores; prints what it finds.
+"""Runs clang-tidy, as many at once as the machine has cores; prints what it finds.
 
-    tidy.py <build folder with compile_commands.json> <file>...
+    tidy.py <build folder with compile_commands.json>             every unit of sources that the build compiles at once
+    tidy.py <build folder with compile_commands.json> <file>...   these sources of the tree, each by itself
 
 What was found clean stays clean until it changes, with anything that it includes, or clang-tidy or its
 configuration does: a stamp for that is kept in the user's cache folder. Exit code 1 if anything is found.
 """
 
 import concurrent.futures
+import dataclasses
 import hashlib
 import json
 import os
@@ -20,43 +22,67 @@ import time
 
 KEPT_FOR_S = 30 * 24 * 3600
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "corvane" / "tidy"
+TREE = pathlib.Path.cwd()
 
 
-def commands(build):
-    """How each file is compiled: its folder and arguments, without the compiler and its output."""
-    found = {}
+@dataclasses.dataclass
+class Unit:
+    """What the compiler reads at once: a source of the tree, or a generated file that includes several."""
+    file: str
+    folder: str
+    arguments: list  # without the compiler, its output and the file
+    sources: list  # of the tree, without generated ones
+
+
+def in_tree(path, build):
+    path = pathlib.Path(path)
+    return path.is_relative_to(TREE) and not path.is_relative_to(build)
+
+
+def units(build):
     for entry in json.loads((build / "compile_commands.json").read_text(encoding="utf-8")):
         arguments = shlex.split(entry["command"])[1:]
         for option in ("-o", "-c"):
             if option in arguments:
                 at = arguments.index(option)
                 del arguments[at:at + 2]
-        found[os.path.realpath(entry["file"])] = entry["directory"], arguments
-    return found
+        file = entry["file"]
+        read = [file]
+        if re.search(r"/Unity/unity_\d+_cxx\.cxx$", file):
+            read = re.findall(r'^#include "(.+)"', pathlib.Path(file).read_text(encoding="utf-8"), re.M)
+        sources = [source for source in read if in_tree(source, build)]
+        if sources:
+            yield Unit(file, entry["directory"], arguments, sources)
 
 
 def output(*command, **options):
     return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, **options).stdout
 
 
+def configuration(unit):
+    """The .clang-tidy that holds for the sources of a unit, whose own file may lie elsewhere."""
+    return next(folder / ".clang-tidy" for folder in pathlib.Path(unit.sources[0]).parents
+                if (folder / ".clang-tidy").exists())
+
+
 class Tidy:
-    def __init__(self, build):
-        self._build = build
-        self._commands = commands(build)
+    def __init__(self):
         self._version = output("clang-tidy", "--version")
 
-    def look_at(self, file):
-        """What there is to say of a file; empty: nothing."""
-        stamp = self._stamp(file)
+    def look_at(self, unit):
+        """Findings of a unit; empty: none."""
+        stamp = self._stamp(unit)
         if stamp and stamp.exists():
             stamp.touch()
             return ""
-        run = subprocess.run(["clang-tidy", "-p", self._build, "--quiet", file], text=True,
-                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        # The whole configuration: it is searched beside the unit's file otherwise.
+        checks = output("clang-tidy", "--dump-config", unit.sources[0], "--", text=True)
+        run = subprocess.run(["clang-tidy", f"--config={checks}", "--quiet", unit.file, "--", *unit.arguments],
+                             cwd=unit.folder, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         # Its count of warnings in system headers says nothing and hides the rest.
         said = "\n".join(line for line in run.stdout.splitlines() if not re.search(r" warnings? generated\.$", line))
         if run.returncode != 0:
-            return said or f"{file}: clang-tidy left with {run.returncode}"
+            return said or f"{unit.file}: clang-tidy left with {run.returncode}"
         if said.strip():
             return said
         if stamp:
@@ -64,19 +90,16 @@ class Tidy:
             stamp.touch()
         return ""
 
-    def _stamp(self, file):
-        """The file whose presence says that this text was clean, or None for a file that can't be read."""
-        folder, arguments = self._commands.get(os.path.realpath(file), (None, None))
-        if folder is None:
-            return None
+    def _stamp(self, unit):
+        """The file whose presence says that this text was clean, or None for a unit that can't be read."""
         try:
             # With comments, some of which are for clang-tidy, and without the places of the files.
-            text = output("clang++", *arguments, "-E", "-P", "-C", os.path.realpath(file), cwd=folder)
+            text = output("clang++", *unit.arguments, "-E", "-P", "-C", unit.file, cwd=unit.folder)
         except subprocess.CalledProcessError:
             return None
-        configured = (folder / ".clang-tidy" for folder in pathlib.Path(file).parents)
+        configured = (folder / ".clang-tidy" for folder in pathlib.Path(unit.sources[0]).parents)
         key = hashlib.sha256(self._version)
-        for part in (file.encode(), pathlib.Path(file).read_bytes(), text,
+        for part in (text, *(os.path.relpath(source, TREE).encode() for source in unit.sources),
                      *(path.read_bytes() for path in configured if path.exists())):
             key.update(hashlib.sha256(part).digest())
         return CACHE / key.hexdigest()
@@ -88,18 +111,34 @@ def forget_old():
             stamp.unlink(missing_ok=True)
 
 
+def chosen(found, files):
+    """Each of these files as a unit of its own, compiled as the unit that it belongs to."""
+    for file in files:
+        path = str(TREE / file)
+        unit = next((unit for unit in found if path in unit.sources), None)
+        if unit:
+            yield Unit(path, unit.folder, unit.arguments, [path])
+        else:
+            print(f"{file}: no part of this build")
+
+
 def main():
-    build, files = pathlib.Path(sys.argv[1]), sys.argv[2:]
-    tidy = Tidy(build)
+    build = (TREE / sys.argv[1]).resolve()
+    found = {unit.file: unit for unit in units(build)}.values()
+    # The largest first, so that none of them is left for the end.
+    todo = list(chosen(found, sys.argv[2:])) if sys.argv[2:] else sorted(
+        found, key=lambda unit: -sum(os.path.getsize(source) for source in unit.sources))
+    tidy = Tidy()
     forget_old()
-    found = 0
+    findings = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for said in pool.map(tidy.look_at, files):
+        for said in pool.map(tidy.look_at, todo):
             if said:
-                found += 1
+                findings += 1
                 print(said, flush=True)
-    print(f"{len(files)} files, {found} with findings")
-    return 1 if found else 0
+    files = len({source for unit in todo for source in unit.sources})
+    print(f"{files} files in {len(todo)} units, {findings} with findings")
+    return 1 if findings else 0
 
 
 sys.exit(main())

@@ -4,6 +4,7 @@
 #
 #   environment.sh setup             make it, or bring it up to date; nothing to do the second time
 #   environment.sh setup-linux       the Debian 13 of it, with what the Linux program is built and tested with
+#   environment.sh setup-all         both
 #   environment.sh run <command>...  run a command in it, with the tree at /corvane; nothing stays mounted or running
 #
 #   CORVANE_WINDOWS_ENV   where it is kept (default: corvane/windows in the user's cache folder)
@@ -210,10 +211,15 @@ setup-linux)
     as_root
     alone set_up_linux
     ;;
+setup-all)
+    as_root
+    alone set_up_linux
+    alone set_up
+    ;;
 run)
     shift
     as_root
     inside "$@"
     ;;
-*) die "usage: environment.sh setup | setup-linux | run <command>..." ;;
+*) die "usage: environment.sh setup | setup-linux | setup-all | run <command>..." ;;
 esac
