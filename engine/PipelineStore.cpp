@@ -1,10 +1,27 @@
 #include "engine/PipelineStore.h"
 
+#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 
 namespace corvane::PipelineStore {
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Takes the file's rights from everybody but its owner: a source's address may hold a passphrase. QSettings
+/// creates files for everybody to read and keeps the rights of those that exist. A registry has no file.
+void keepPrivate(const QString &fileName)
+{
+    constexpr QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                          QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
+    const QFileInfo file(fileName);
+    if (file.isFile() && (file.permissions() & others))
+        QFile::setPermissions(fileName, file.permissions() & ~others);
+}
+
+} // namespace
 
 QList<PipelineConfig> load()
 {
@@ -29,6 +46,7 @@ QList<PipelineConfig> load()
 void save(const QList<PipelineConfig> &configs)
 {
     QSettings settings;
+    keepPrivate(settings.fileName()); // of an earlier version, before more is written
     // No size is given: it follows from the highest index written.
     settings.beginWriteArray(u"pipelines"_s);
     for (int row = 0; row < configs.size(); ++row) {
@@ -43,6 +61,8 @@ void save(const QList<PipelineConfig> &configs)
         settings.setValue(u"outputs"_s, qint64(config.outputs.size()));
     }
     settings.endArray();
+    settings.sync();
+    keepPrivate(settings.fileName());
 }
 
 } // namespace corvane::PipelineStore
