@@ -95,6 +95,7 @@ class Stage:
             kept[variable] = str(self.path(name))
         return kept | {
             "LC_ALL": "C.UTF-8",
+            "CORVANE_UPDATE_FEED": "", # no check for updates: its answer would come into a picture, or not
             "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={self.path('no-system-bus')}", # nobody else is kept awake
             "QT_QPA_PLATFORM": "xcb",
             "LIBGL_ALWAYS_SOFTWARE": "1", # Qt's own software renderer leaves out what has a shadow

@@ -7,6 +7,7 @@ import gi
 from Xlib import X, display
 from Xlib.protocol import event
 
+import layout
 from stage import DemoError, wait_for
 
 gi.require_version("Atspi", "2.0")
@@ -69,9 +70,10 @@ class Window:
         return text.replace("\u2029", "\n").replace("\u2028", "\n") # how Qt separates lines here
 
     def picture(self, path):
-        """A screenshot, when what moves has come to rest."""
+        """A screenshot, when what moves has come to rest, and beside it the layout that it shows."""
         wait_for("the window to come to rest", self._at_rest, 60) # two streams on air add four lines a second
         _run("import", "-window", str(self._id), str(path))
+        layout.write(wait_for("the layout to come to rest", self._layout_at_rest), path.with_suffix(layout.SUFFIX))
 
     # --- What is done
 
@@ -135,6 +137,32 @@ class Window:
         time.sleep(0.2)
         after = self._pixels()
         return before == after and after.count(after[:4]) * 4 != len(after) # one colour: not yet painted
+
+    def _layout_at_rest(self):
+        """The layout, if it is the same twice: rows come and go while they are looked at."""
+        before, after = self._layout(), self._layout()
+        return before if before == after else None
+
+    def _layout(self):
+        self._still_running()
+        frame = self._application.get_child_at_index(0)
+        whole = frame.get_extents(Atspi.CoordType.SCREEN)
+        size = whole.width, whole.height
+        entries = []
+        unseen = [frame]
+        while unseen:
+            node = unseen.pop()
+            try:
+                if not node.get_state_set().contains(Atspi.StateType.SHOWING):
+                    continue
+                unseen += [node.get_child_at_index(i) for i in reversed(range(node.get_child_count()))]
+                at = node.get_extents(Atspi.CoordType.SCREEN)
+                box = layout.clipped((at.x - whole.x, at.y - whole.y, at.width, at.height), size)
+                if box and node.get_name():
+                    entries.append(layout.entry(box, self._role_of(node), node.get_name()))
+            except (GLib.Error, AttributeError):
+                return None
+        return layout.Layout(self._application.get_toolkit_version(), size, entries)
 
     def _pixels(self):
         size = self._drawable.get_geometry()
