@@ -10,6 +10,7 @@ from stage import DemoError
 
 TOLERANCE = 6 # pixels that an edge may lie elsewhere
 SUFFIX = ".layout"
+LOG_HEADER = 28 # its height in pixels
 _LINE = re.compile(r" *(-?\d+) +(-?\d+) +(\d+) +(\d+)  ([^:]+): (.*)")
 _HEAD = re.compile(r"# Qt (\d+\.\d+)\S*, (\d+)x(\d+)")
 
@@ -18,9 +19,13 @@ Layout = collections.namedtuple("Layout", "qt size entries")
 
 
 def entry(box, role, name):
-    """What a run chooses by itself, ports above all, isn't part of a name."""
+    """What is so on this machine or in this run alone isn't part of a name: a port, tools that are there or not.
+
+    Neither is a text of several lines, as an advice is: its place counts.
+    """
     name = re.sub(r"(127\.0\.0\.1):\d+", r"\1:PORT", name)
-    return Entry(box, role, name.replace("\\", "\\\\").replace("\n", "\\n"))
+    name = re.sub(r": (in)?disponível$", "", name)
+    return Entry(box, role, "…" if "\n" in name else name)
 
 
 def clipped(box, size):
@@ -28,6 +33,31 @@ def clipped(box, size):
     left, top = max(box[0], 0), max(box[1], 0)
     width, height = min(box[0] + box[2], size[0]) - left, min(box[1] + box[3], size[1]) - top
     return (left, top, width, height) if width > 0 and height > 0 else None
+
+
+def in_sight(entries, size):
+    """The entries without what the log pane hides: a page that goes on below it, and the beginning of a long log.
+
+    The accessibility tree knows only of the window's own edge. What stands before the log in it is beside the log or
+    above it, what comes behind lies over everything.
+    """
+    at = next((i for i, each in enumerate(entries) if each[1:] == ("label", "Log")), None)
+    if at is None:
+        return entries
+    middle = entries[at].box[1] + entries[at].box[3] // 2
+    top, bottom = middle - LOG_HEADER // 2, middle + LOG_HEADER // 2
+    seen = []
+    for i, each in enumerate(entries):
+        left, above, width, height = each.box
+        if 0 < i < at: # the first is the window itself
+            box = clipped(each.box, (size[0], top))
+        elif each[1:] == ("text", "Log"):
+            box = (left, max(above, bottom), width, above + height - max(above, bottom))
+        else:
+            box = each.box
+        if box:
+            seen.append(each._replace(box=box))
+    return seen
 
 
 def write(layout, path):
