@@ -1,5 +1,7 @@
 #include "engine/PipelineStore.h"
 
+#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QVariant>
 
@@ -36,6 +38,17 @@ constexpr Field fields[] = {
     {"outputs"_L1, [](const PipelineConfig &c) { return QVariant(qint64(c.outputs.size())); }, nullptr},
 };
 
+/// Takes the file's rights from everybody but its owner: a source's address may hold a passphrase. QSettings
+/// creates files for everybody to read and keeps the rights of those that exist. A registry has no file.
+void keepPrivate(const QString &fileName)
+{
+    constexpr QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                          QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
+    const QFileInfo file(fileName);
+    if (file.isFile() && (file.permissions() & others))
+        QFile::setPermissions(fileName, file.permissions() & ~others);
+}
+
 } // namespace
 
 QList<PipelineConfig> load()
@@ -60,6 +73,7 @@ QList<PipelineConfig> load()
 void save(const QList<PipelineConfig> &configs)
 {
     QSettings settings;
+    keepPrivate(settings.fileName()); // of an earlier version, before more is written
     // No size is given: it follows from the highest index written.
     settings.beginWriteArray(arrayName);
     for (int row = 0; row < configs.size(); ++row) {
@@ -68,6 +82,8 @@ void save(const QList<PipelineConfig> &configs)
             settings.setValue(field.key, field.get(configs.at(row)));
     }
     settings.endArray();
+    settings.sync();
+    keepPrivate(settings.fileName());
 }
 
 } // namespace corvane::PipelineStore

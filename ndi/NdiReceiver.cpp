@@ -84,6 +84,11 @@ void NdiReceiver::stop()
     m_pipe.close();
     endThread(m_captureThread);
     endThread(m_pumpThread);
+    // A receiver outlives its run where ffmpeg is restarted automatically; what is large or connected
+    // doesn't.
+    m_source.reset();
+    m_lastFrame.clear();
+    m_lastFrameMs = 0;
 }
 
 QString NdiReceiver::pipeName() const

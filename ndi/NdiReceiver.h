@@ -43,8 +43,8 @@ public:
     /// Starts the two threads. Between the first call and stop() it only stores the name.
     void start(const QString &pipeName);
 
-    /// Closes the pipe and ends the threads; blocks for a frame's period, for up to 3 s for a thread that
-    /// doesn't end. Safe in every state and safe to repeat.
+    /// Closes the pipe, ends the threads, and releases the source and its last frame. Blocks for a frame's period,
+    /// for up to 3 s for a thread that doesn't end. Safe in every state and safe to repeat.
     void stop();
 
 Q_SIGNALS:
@@ -72,7 +72,7 @@ private:
     QByteArray m_lastFrame;
     std::atomic<qint64> m_lastFrameMs = 0; ///< arrival, in ms since the epoch; 0: never
     int m_frameStride = 0;                 ///< bytes per line; below 1: unknown
-    std::unique_ptr<FrameSource> m_source; ///< null before a probe and without an NDI runtime
+    std::unique_ptr<FrameSource> m_source; ///< from probe() to stop(); null without an NDI runtime
 };
 
 } // namespace corvane

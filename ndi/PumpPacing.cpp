@@ -2,6 +2,7 @@
 
 #include "engine/model/Wrapping.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace corvane {
@@ -50,8 +51,9 @@ int slateSize(const NdiFrameInfo &info, int frameStride)
 
 int pumpSleepMs(int intervalMs, qint64 tickStartMs, qint64 nowMs)
 {
-    return static_cast<int>(static_cast<quint32>(intervalMs) + static_cast<quint32>(tickStartMs) -
-                            static_cast<quint32>(nowMs));
+    const auto sleepMs = static_cast<int>(static_cast<quint32>(intervalMs) +
+                                          static_cast<quint32>(tickStartMs) - static_cast<quint32>(nowMs));
+    return std::min(sleepMs, intervalMs);
 }
 
 bool FreezeRule::begins(qint64 tickStartMs, qint64 lastFrameMs)

@@ -10,14 +10,16 @@ import pathlib
 import shutil
 import sys
 
+import layout
 import update
-from scenarios import SCENARIOS, THROUGH_THE_SHIM
+from scenarios import ILLUSTRATED, SCENARIOS, THROUGH_THE_SHIM
 from stage import DemoError, Stage
 
 PROGRAMS = ("Xvfb", "dbus-daemon", "dbus-send", "ffmpeg", "ffprobe", "import", "/usr/sbin/nginx", "openssl", "setpriv",
             "srt-live-transmit", "xdotool")
 MODULES = ("gi", "Xlib")
 NOT_INSTALLED = 77
+PICTURES = pathlib.Path(__file__).resolve().parents[2] / "docs/images"
 
 
 def arguments(scenarios):
@@ -30,6 +32,7 @@ def arguments(scenarios):
     parser.add_argument("--tee-shim", type=pathlib.Path,
                         help="the built tee-shim (default: where it is beside the program after a build)")
     parser.add_argument("--show", action="store_true", help="on the present X display, not on one of its own")
+    parser.add_argument("--renew", action="store_true", help="don't hold the window against the committed pictures")
     return parser.parse_args()
 
 
@@ -66,6 +69,18 @@ def perform(window, scenario, folder, stage):
     log.write_text(window.text_of("text", "Log"), encoding="utf-8")
 
 
+def hold_layouts(options, folder):
+    """The committed pictures are true, or the demonstration fails."""
+    if options.renew or options.scenario not in ILLUSTRATED:
+        return
+    if options.show:
+        print("layout    not compared: this display has fonts and a window size of its own")
+    elif layout.hold(folder, PICTURES):
+        print(f"layout    as in {PICTURES.parent.name}/{PICTURES.name}/")
+    else:
+        print("layout    not compared: the committed pictures are of another version of Qt")
+
+
 def leave(window, stage):
     exit_code = window.close()
     if exit_code != 0:
@@ -98,6 +113,7 @@ def main():
                 update.perform(stage, options.program.resolve().parent, folder)
             else:
                 transmit(options, stage, folder)
+        hold_layouts(options, folder)
     except DemoError as error:
         print(f"demo: {error}", file=sys.stderr)
         return 1

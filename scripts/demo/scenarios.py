@@ -28,7 +28,7 @@ def pair(stage, window, folder):
     window.press("push button", "Iniciar todas as streams")
     _wait_on_air(window, (NAME, SECOND_NAME), (rtmp, srt))
     _pass_through_another(window)
-    window.picture(folder / "running.png")
+    window.picture(folder / "window.png")
     _show_dialogs(window, folder)
     _wait_received(window, (NAME, SECOND_NAME), (rtmp, srt), ON_AIR_SECONDS)
 
@@ -37,6 +37,7 @@ def pair(stage, window, folder):
     for name in (NAME, SECOND_NAME):
         window.control("list item", name + ", stopped .*")
     _judge(window, (rtmp, srt), folder)
+    _show_failure(window, folder)
 
 
 def one(stage, window, folder):
@@ -80,6 +81,127 @@ def tee(stage, window, folder):
     window.press("push button", "Parar stream")
     window.control("list item", NAME + ", stopped .*")
     _judge(window, (rtmp, srt), folder)
+
+
+def manual(stage, window, folder):
+    """what the operator's manual says: what takes a stream off the air and what doesn't, Dante, the preview"""
+    rtmp, srt = RtmpServer(stage), SrtListener(stage)
+    window.press("push button", "Nova stream")
+    _rename(window, "Stream 1", NAME)
+    window.press("page tab", "Fonte")
+    window.set_number("Largura em pixels", 640)
+    window.set_number("Altura em pixels", 360)
+    window.press("page tab", "Saídas")
+    _add_output(window, "RTMP", rtmp.url)
+    _pass_through_another(window) # the list of outputs is read when the selection changes
+
+    _start(window)
+    for what, act in STAYS_ON_AIR.items():
+        act(window)
+        wait_for("another second on air", _one_more_second(window))
+        if not window.find("list item", NAME + ", running .*"):
+            raise DemoError(f"{what}: off the air, and the manual says it isn't")
+        say(f"on air    {what}")
+    for what, act in TAKES_OFF_AIR.items():
+        _start(window)
+        act(window)
+        window.control("list item", NAME + ", stopped .*")
+        say(f"off air   {what}")
+    _show_command(window, "audio=Dante Virtual Soundcard")
+    window.picture(folder / "dante.png")
+
+    window.press("push button", "Remover pipeline")
+    window.press("push button", "Nova stream")
+    window.press("page tab", "Fonte")
+    window.set_number("Largura em pixels", 640) # what the box shows already isn't sent
+    window.press("page tab", "Saídas")
+    _add_output(window, "SRT", srt.url)
+    window.control("list item", "Stream 1, stopped · 1 .*")
+    _show_command(window, "size=1920x1080", "anullsrc", "-f mpegts udp://127.0.0.1:89")
+    if "Dante" in window.text_of("text", "Comando ffmpeg"):
+        raise DemoError("Dante has outlived its stream")
+    window.press("push button", "Iniciar stream")
+    wait_for("the real command", lambda: f"-f mpegts {srt.url}?latency=120" in window.text_of("text", "Log"))
+    say(f"preview   udp://127.0.0.1:89.., while {srt.url} is called")
+    window.press("push button", "Parar stream")
+    window.control("list item", "Stream 1, stopped .*")
+
+
+def _start(window):
+    window.press("page tab", "Preview")
+    window.press("push button", "Iniciar stream")
+    window.control("list item", NAME + ", running .*")
+    wait_for("progress", _one_more_second(window))
+
+
+def _one_more_second(window):
+    """A test that becomes true with two more lines of figures: ffmpeg writes two a second."""
+    def lines():
+        return window.text_of("text", "Log").count("[stats] frame=")
+
+    before = lines()
+    return lambda: lines() >= before + 2 or not window.find("list item", NAME + ", running .*")
+
+
+def _look_at_pages(window):
+    for page in ("Fonte", "Encoder", "Saídas", "Preview"):
+        window.press("page tab", page)
+    window.press("push button", "Atualizar preview")
+
+
+def _ask_for_advice(window):
+    window.press("page tab", "Encoder")
+    window.press("push button", "Detectar HW")
+    window.press("push button", "Sugerir bitrate")
+
+
+def _leave_rename(window, key):
+    window.click("list item", NAME + ", .*", times=2)
+    window.control("text", "Novo nome da stream")
+    window.key(key)
+
+
+def _pass_through(window, field, key):
+    window.press("page tab", "Fonte")
+    window.click("text", re.escape(field))
+    window.key(key)
+
+
+def _look_elsewhere(window, field):
+    window.press("page tab", "Fonte")
+    window.click("text", re.escape(field))
+    window.look_elsewhere()
+    window.control("list item", NAME + ", stopped .*") # before the field is left within the window
+    window.key("shift+Tab")
+
+
+def _pass_number(window, box, number):
+    window.press("page tab", "Fonte")
+    window.set_number(box, number)
+
+
+def _switch_output_off_and_on(window):
+    window.press("page tab", "Saídas")
+    window.click("check box", "Saída ativa: .*")
+    window.control("list item", NAME + ", stopped .*")
+    window.click("check box", "Saída ativa: .*")
+
+
+# Dante comes last: it can't be taken back.
+STAYS_ON_AIR = {
+    "every page looked at": _look_at_pages,
+    "advice asked for": _ask_for_advice,
+    "renaming given up with Esc": lambda window: _leave_rename(window, "Escape"),
+    "another stream made and removed": lambda window: _pass_through_another(window),
+}
+TAKES_OFF_AIR = {
+    "“URI / fonte” passed through": lambda window: _pass_through(window, "URI / fonte", "shift+Tab"),
+    "another window, the cursor in “URI / fonte”": lambda window: _look_elsewhere(window, "URI / fonte"),
+    "double click and Enter, the same name": lambda window: _leave_rename(window, "Return"),
+    "a number of the source": lambda window: _pass_number(window, "Altura em pixels", 362),
+    "an output switched off": _switch_output_off_and_on,
+    "“Áudio Dante (DVS)” passed through": lambda window: _pass_through(window, "Áudio Dante (DVS)", "Tab"),
+}
 
 
 def _fill_in_first(window, url, folder):
@@ -168,6 +290,16 @@ def _show_dialogs(window, folder):
     wait_for("the dialog to go", lambda: not window.find("push button", "Fechar"))
 
 
+def _show_failure(window, folder):
+    """A stream without outputs: the shortest way to a red dot and to the line that says why."""
+    window.press("push button", "Nova stream")
+    window.control("list item", r"Stream \d, stopped · 0 .*")
+    window.press("push button", "Iniciar stream")
+    window.control("list item", r"Stream \d, failed · 0 .*")
+    _show_command(window, "(inválido: Pipeline sem saídas habilitadas)")
+    window.picture(folder / "falha.png")
+
+
 def _wait_on_air(window, names, receivers):
     for name in names:
         wait_for(f"“{name}” to run", lambda: window.find("list item", name + ", running .*"), 60)
@@ -218,5 +350,6 @@ def _judge_recording(name, received):
         raise DemoError(f"less than {LEAST_SECONDS} seconds arrived over {name}")
 
 
-SCENARIOS = {"pair": pair, "one": one, "tee": tee}
+SCENARIOS = {"pair": pair, "one": one, "tee": tee, "manual": manual}
 THROUGH_THE_SHIM = {"tee"}
+ILLUSTRATED = {"pair"} # its pictures are those of the manual

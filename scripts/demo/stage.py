@@ -10,6 +10,7 @@ import tempfile
 import time
 
 PR_SET_CHILD_SUBREAPER = 36
+DISPLAY_ATTEMPTS = 5
 
 
 class DemoError(Exception):
@@ -95,6 +96,7 @@ class Stage:
             kept[variable] = str(self.path(name))
         return kept | {
             "LC_ALL": "C.UTF-8",
+            "CORVANE_UPDATE_FEED": "", # no check for updates: its answer would come into a picture, or not
             "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={self.path('no-system-bus')}", # nobody else is kept awake
             "QT_QPA_PLATFORM": "xcb",
             "LIBGL_ALWAYS_SOFTWARE": "1", # Qt's own software renderer leaves out what has a shadow
@@ -107,15 +109,22 @@ class Stage:
             if not os.environ.get("DISPLAY"):
                 raise DemoError("there is no X display to show the window on")
             return
+        # The server would choose the lowest number that is free in its own network namespace, and take the socket in
+        # the file system from a server in another one: two demonstrations would then send to each other's windows.
+        lowest = 100 + os.getpid() % 50000
+        display = next(filter(self._start_server, (f":{lowest + i}" for i in range(DISPLAY_ATTEMPTS))), None)
+        if not display:
+            raise DemoError("Xvfb doesn't start:\n" + self.log_of("Xvfb"))
+        self.environment["DISPLAY"] = os.environ["DISPLAY"] = display
+
+    def _start_server(self, display):
+        """An X server for this display; false if it ends at once, as when somebody has the number."""
         reading, writing = os.pipe()
-        self.start("Xvfb", "Xvfb", "-displayfd", writing, "-screen", "0", self.SCREEN, "-dpi", "96",
+        self.start("Xvfb", "Xvfb", display, "-displayfd", writing, "-screen", "0", self.SCREEN, "-dpi", "96",
                    "-nolisten", "tcp", "-noreset", pass_fds=(writing,))
         os.close(writing)
         with open(reading, encoding="ascii") as answer:
-            number = answer.readline().strip() # empty when the server has ended
-        if not number:
-            raise DemoError("Xvfb doesn't start:\n" + self.log_of("Xvfb"))
-        self.environment["DISPLAY"] = os.environ["DISPLAY"] = f":{number}"
+            return answer.readline() != "" # the number, when the server is ready
 
     def _open_bus(self):
         address = f"unix:path={self.path('bus')}"

@@ -7,12 +7,14 @@ import gi
 from Xlib import X, display
 from Xlib.protocol import event
 
+import layout
 from stage import DemoError, wait_for
 
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402 (the version comes first)
 
 TITLE = "CORVANE"
+FEW_COLOURS = 16
 
 
 def _run(*command):
@@ -31,6 +33,7 @@ class Window:
         # Everything is asked anew: no signals are listened to that would refresh a copy.
         self._application.set_cache_mask(Atspi.Cache.NONE)
         self._id = wait_for("the window", self._find_window)
+        self.control("push button", "Nova stream") # the window opens bare
         self._display = display.Display()
         self._drawable = self._display.create_resource_object("window", self._id)
         # What a window manager does, where there is one.
@@ -69,9 +72,10 @@ class Window:
         return text.replace("\u2029", "\n").replace("\u2028", "\n") # how Qt separates lines here
 
     def picture(self, path):
-        """A screenshot, when what moves has come to rest."""
+        """A screenshot, when what moves has come to rest, and beside it the layout that it shows."""
         wait_for("the window to come to rest", self._at_rest, 60) # two streams on air add four lines a second
         _run("import", "-window", str(self._id), str(path))
+        layout.write(wait_for("the layout to come to rest", self._layout_at_rest), path.with_suffix(layout.SUFFIX))
 
     # --- What is done
 
@@ -92,6 +96,18 @@ class Window:
 
     def key(self, name):
         _run("xdotool", "key", name)
+
+    def look_elsewhere(self):
+        """The keyboard goes to another window, and comes back."""
+        other = self._display.screen().root.create_window(0, 0, 1, 1, 0, X.CopyFromParent)
+        other.map()
+        self._display.sync()
+        other.set_input_focus(X.RevertToParent, X.CurrentTime)
+        self._display.sync()
+        wait_for("the window to know that it was left", lambda: not self._active())
+        _run("xdotool", "windowfocus", "--sync", str(self._id))
+        other.destroy()
+        self._display.sync()
 
     def enter(self, field, text):
         """Text into an empty field."""
@@ -118,6 +134,9 @@ class Window:
 
     # ---
 
+    def _active(self):
+        return self._application.get_child_at_index(0).get_state_set().contains(Atspi.StateType.ACTIVE)
+
     @staticmethod
     def _pressed(node):
         try:
@@ -134,7 +153,34 @@ class Window:
         before = self._pixels()
         time.sleep(0.2)
         after = self._pixels()
-        return before == after and after.count(after[:4]) * 4 != len(after) # one colour: not yet painted
+        # The window's first frame is bare; what it holds is painted in many shades.
+        return before == after and len(set(memoryview(after).cast("I"))) > FEW_COLOURS
+
+    def _layout_at_rest(self):
+        """The layout, if it is the same twice: rows come and go while they are looked at."""
+        before, after = self._layout(), self._layout()
+        return before if before == after else None
+
+    def _layout(self):
+        self._still_running()
+        frame = self._application.get_child_at_index(0)
+        whole = frame.get_extents(Atspi.CoordType.SCREEN)
+        size = whole.width, whole.height
+        entries = []
+        unseen = [frame]
+        while unseen:
+            node = unseen.pop()
+            try:
+                if not node.get_state_set().contains(Atspi.StateType.SHOWING):
+                    continue
+                unseen += [node.get_child_at_index(i) for i in reversed(range(node.get_child_count()))]
+                at = node.get_extents(Atspi.CoordType.SCREEN)
+                box = layout.clipped((at.x - whole.x, at.y - whole.y, at.width, at.height), size)
+                if box and node.get_name():
+                    entries.append(layout.entry(box, self._role_of(node), node.get_name()))
+            except (GLib.Error, AttributeError):
+                return None
+        return layout.Layout(self._application.get_toolkit_version(), size, layout.in_sight(entries, size))
 
     def _pixels(self):
         size = self._drawable.get_geometry()

@@ -26,6 +26,7 @@ WINDOW = "platforms/qwindows.dll"
 # The guardian replaces the program's folder as a whole, so it can't lie in it.
 PROGRAM_FOLDER = "corvane"
 COMPANIONS_FOLDER = "companions"
+MANUAL = ("manual.html", "manual.pdf") # made by ./dev manual, into the folder "manual" beside the packages
 COMPANIONS = ("corvane-guardian.exe",) # the other one is the publisher's
 # Of every control there is a fallback in Basic, and the window is in Material: these are neither.
 OTHER_STYLES = {"Fusion", "Imagine", "Universal", "Windows", "FluentWinUI3", "macOS", "iOS"}
@@ -151,6 +152,14 @@ def fill(build, target):
     finish(companions)
 
 
+def bring_manual(made, target):
+    """The operator's manual at the top of the package, where it is seen first."""
+    for name in MANUAL:
+        if not (made / name).is_file():
+            raise PackageError(f"{made / name} isn't there: ./dev manual makes it")
+        shutil.copy2(made / name, target / name)
+
+
 def pack(target, archive, top):
     """The folder as an archive, in which it is called `top`; "" for its content alone."""
     archive.parent.mkdir(parents=True, exist_ok=True)
@@ -178,6 +187,7 @@ def main():
     target = folder / f"CORVANE-{version}-win64"
     try:
         fill(build, target)
+        bring_manual(folder / "manual", target)
     except PackageError as error:
         sys.exit(f"package: {error}")
     pack(target, folder / f"{target.name}.zip", target.name)

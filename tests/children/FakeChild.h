@@ -34,7 +34,8 @@ void writeLines(const std::string &path, const std::vector<std::string> &lines);
 void useBinaryStreams();
 
 /// Has `handler` called, on a thread of its own, when this process is asked to terminate; the process lives
-/// on. To be called before any other thread is started. Where nobody can ask so, it does nothing.
-void onTerminate(std::function<void()> handler);
+/// on. To be called before any other thread is started. On Windows such a request reaches windows alone: with
+/// `window` false there is none, as in a program of the console, and `handler` is never called.
+void onTerminate(std::function<void()> handler, bool window = true);
 
 } // namespace corvane::fake

@@ -26,7 +26,7 @@ void crash()
 
 void useBinaryStreams() {}
 
-void onTerminate(std::function<void()> handler)
+void onTerminate(std::function<void()> handler, bool /*window*/)
 {
     sigset_t asked;
     sigemptyset(&asked);

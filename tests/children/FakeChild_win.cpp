@@ -59,8 +59,10 @@ void useBinaryStreams()
 }
 
 // Who asks a process to terminate closes its windows: this one has a window for that, which nobody sees.
-void onTerminate(std::function<void()> handler)
+void onTerminate(std::function<void()> handler, bool window)
 {
+    if (!window)
+        return;
     terminateHandler = std::move(handler);
     std::mutex mutex;
     std::condition_variable changed;

@@ -8,6 +8,9 @@
 //
 //   exit=N            exit with code N
 //   crash             die of SIGSEGV
+//   no-window         have no hidden window: on Windows, as with the real tools, being asked to terminate
+//                     changes nothing; elsewhere the step does nothing. Holds from the start, wherever it
+//                     stands
 //   ignore-term       from here on being asked to terminate changes nothing
 //   term-code=N       from here on it leads to exit code N
 //   stderr=TEXT       write the bytes to standard error as they stand
@@ -21,6 +24,7 @@
 
 #include "tests/children/FakeChild.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -102,6 +106,8 @@ void runStep(const std::string &step, const std::string &program, const std::vec
         leave(std::stoi(value));
     } else if (name == "crash") {
         crash();
+    } else if (name == "no-window") {
+        // main() has looked for it
     } else if (name == "ignore-term") {
         const std::lock_guard lock(mutex);
         ignoreTerm = true;
@@ -137,8 +143,10 @@ int main(int argc, char *argv[])
     useBinaryStreams();
     const std::string program = baseName(argv[0]);
     const std::vector<std::string> arguments(argv + 1, argv + argc);
+    const std::vector<std::string> steps = split(stepsIn(arguments), ',');
+    const bool window = std::find(steps.begin(), steps.end(), "no-window") == steps.end();
 
-    onTerminate([&] {
+    const auto asked = [&] {
         const std::lock_guard lock(mutex);
         if (!deathPath.empty() && !termAsked) {
             const std::string first = arguments.empty() ? std::string() : arguments.front();
@@ -146,10 +154,11 @@ int main(int argc, char *argv[])
         }
         termAsked = true;
         changed.notify_all();
-    });
+    };
+    onTerminate(asked, window);
     std::thread(watchInput).detach();
 
-    for (const std::string &step : split(stepsIn(arguments), ','))
+    for (const std::string &step : steps)
         runStep(step, program, arguments);
     waitFor(-1);
     return 0;

@@ -34,6 +34,8 @@ class tst_PipelineStoreFile : public QObject
 
 private Q_SLOTS:
     void hasTheseBytes();
+    void isReadByItsOwnerAlone_data();
+    void isReadByItsOwnerAlone();
     void takesAnyRow_data();
     void takesAnyRow();
     void reachesTheFirstOfEqualIds();
@@ -60,6 +62,39 @@ void tst_PipelineStoreFile::hasTheseBytes()
     std::sort(lines.begin(), lines.end());
     QCOMPARE(lines, QByteArrayList({"1\\bitrate=4500", "1\\hw=2", "1\\id=" + id.toLatin1(), "1\\name=Estudio",
                                     "1\\outputs=2", "1\\sourceKind=5", "1\\sourceUri=/v/a.mp4", "size=1"}));
+}
+
+void tst_PipelineStoreFile::isReadByItsOwnerAlone_data()
+{
+    QTest::addColumn<QFile::Permissions>("before");
+    QTest::addColumn<QFile::Permissions>("after");
+
+    const QFile::Permissions owner = QFile::ReadOwner | QFile::WriteOwner;
+    QTest::newRow("new file") << QFile::Permissions() << owner;
+    QTest::newRow("file for everybody") << (owner | QFile::ReadGroup | QFile::ReadOther) << owner;
+    QTest::newRow("file for a group") << (owner | QFile::ReadGroup | QFile::WriteGroup) << owner;
+    QTest::newRow("file that is its owner's alone") << owner << owner;
+}
+
+void tst_PipelineStoreFile::isReadByItsOwnerAlone()
+{
+    QFETCH(const QFile::Permissions, before);
+
+    StoreBench bench;
+    if (before) {
+        bench.write("[pipelines]\n1\\id=a\nsize=1\n");
+        QVERIFY(QFile::setPermissions(bench.filePath(), before));
+    }
+    bench.start();
+    const QString id = bench->addPipeline(u"Estudio"_s);
+    bench->configureSource(id,
+                           {{u"kind"_s, u"srt"_s}, {u"uri"_s, u"srt://h:1?passphrase=segredo-comprido"_s}});
+
+    const QFile::Permissions everybody = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                         QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
+                                         QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
+    QTEST(QFile::permissions(bench.filePath()) & everybody, "after");
+    QVERIFY(bench.bytes().contains("segredo-comprido"));
 }
 
 void tst_PipelineStoreFile::takesAnyRow_data()

@@ -21,6 +21,7 @@ struct FrameFeed::State
     QStringList probes;
     int delivering = 0;
     int captures = 0;
+    int sources = 0;
 };
 
 class FrameFeed::Source : public FrameSource
@@ -30,7 +31,18 @@ public:
         : m_name(std::move(name))
         , m_state(std::move(state))
     {
+        const std::lock_guard lock(m_state->mutex);
+        ++m_state->sources;
     }
+
+    ~Source() override
+    {
+        const std::lock_guard lock(m_state->mutex);
+        --m_state->sources;
+    }
+
+    Source(const Source &) = delete;
+    Source &operator=(const Source &) = delete;
 
     NdiFrameInfo probe(int timeoutMs) override
     {
@@ -117,6 +129,12 @@ int FrameFeed::captures() const
 {
     const std::lock_guard lock(m_state->mutex);
     return m_state->captures;
+}
+
+int FrameFeed::sources() const
+{
+    const std::lock_guard lock(m_state->mutex);
+    return m_state->sources;
 }
 
 NdiFrameInfo frameInfo(int width, int height, int frameRateN, int frameRateD)

@@ -37,6 +37,9 @@ public:
     /// Captures that are under way.
     [[nodiscard]] int captures() const;
 
+    /// Sources that receivers hold.
+    [[nodiscard]] int sources() const;
+
 private:
     struct State;
     class Source;

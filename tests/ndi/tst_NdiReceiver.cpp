@@ -61,6 +61,7 @@ private Q_SLOTS:
     void stopWithNothingToStop();
     void stopAfterThePipeAlone();
     void stopEndsTheStream();
+    void stopLetsFrameAndSourceGo();
     void stopInTheMiddleOfAFrame();
     void destructorStops_data();
     void destructorStops();
@@ -325,6 +326,27 @@ void tst_NdiReceiver::stopEndsTheStream()
     QVERIFY(waitUntil([&] { return reader.ended(); }));
     QVERIFY(!pipeExists(path));
     QCOMPARE(feed.captures(), 0);
+}
+
+void tst_NdiReceiver::stopLetsFrameAndSourceGo()
+{
+    const QString path = freshPipePath();
+    FrameFeed feed(smallFormat());
+    PipeReader reader(frameSize);
+    NdiReceiver receiver(u"fonte"_s);
+    QVERIFY(receiver.probe(3000).valid);
+    QVERIFY(receiver.createPipe(path));
+    reader.open(path);
+    receiver.start(path);
+    const QByteArray frame(frameSize, 'a');
+    feed.show(frame);
+    QVERIFY(waitUntil([&] { return reader.lastFrame() == frame; }));
+    QCOMPARE(feed.sources(), 1);
+    QVERIFY(!frame.isDetached()); // the receiver shares its bytes
+
+    receiver.stop();
+    QCOMPARE(feed.sources(), 0);
+    QVERIFY(frame.isDetached());
 }
 
 void tst_NdiReceiver::stopInTheMiddleOfAFrame()

@@ -123,7 +123,9 @@ void tst_PumpPacing::sleep_data()
     QTest::newRow("last millisecond") << today << today + 32 << 1;
     QTest::newRow("exactly a period spent") << today << today + 33 << 0;
     QTest::newRow("late") << today << today + 40 << -7;
-    QTest::newRow("clock set back") << today << today - 10 << 43;
+    QTest::newRow("clock set back by less than a period") << today << today - 10 << 33;
+    QTest::newRow("clock set back by an hour") << today << today - 3'600'000 << 33;
+    QTest::newRow("clock set forward by an hour") << today << today + 3'600'000 << -3'599'967;
     QTest::newRow("low 32 bits turn over") << 500 * turn - 16 << 500 * turn + 5 << 12;
     QTest::newRow("low 31 bits turn over") << turn / 2 - 16 << turn / 2 + 5 << 12;
     QTest::newRow("high bits don't count") << today << today + turn << 33;

@@ -86,6 +86,7 @@ private Q_SLOTS:
     void pipeThatCannotBeMade();
     void pathIsKept_data();
     void pathIsKept();
+    void restartsKeepNoSource();
     void listThatCannotBeBuilt();
 };
 
@@ -322,6 +323,23 @@ void tst_PipelineNdi::pathIsKept()
     pipeline.stop();
     QCoreApplication::processEvents();
     QCOMPARE(ndiLines(recorder).filter(u"NDI: aguardando"_s).size(), frame && pipe ? 1 : 0);
+}
+
+void tst_PipelineNdi::restartsKeepNoSource()
+{
+    setNdiRuntimeAvailable(true);
+    const FrameFeed feed(frameInfo(1280, 720, 30));
+    PipelineConfig config = ndiConfig(u"exit=3"_s);
+    config.restart.initialBackoffMs = 0;
+    config.restart.maxRestartsInWindow = 3;
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    const Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"circuit breaker ABERTO"_s); }));
+
+    QCOMPARE(feed.probes().size(), 4);
+    QCOMPARE(pipeline.findChildren<NdiReceiver *>().size(), 4); // they stay, stopped, as long as the pipeline
+    QCOMPARE(feed.sources(), 0);
 }
 
 void tst_PipelineNdi::listThatCannotBeBuilt()

@@ -102,6 +102,8 @@ private Q_SLOTS:
     void badExitOnStop();
     void stubbornChild_data() { tools(); }
     void stubbornChild();
+    void childWithoutAWindow_data();
+    void childWithoutAWindow();
     void destructorEndsTheChild_data() { tools(); }
     void destructorEndsTheChild();
 
@@ -392,6 +394,40 @@ void tst_TransportChild::stubbornChild()
 
     QCOMPARE_GE(timer.elapsed(), 2000);
     QCOMPARE_LT(timer.elapsed(), 4000);
+    QVERIFY(waitUntil([&] { return !processExists(pid); }));
+}
+
+void tst_TransportChild::childWithoutAWindow_data()
+{
+    QTest::addColumn<QString>("tool");
+    QTest::addColumn<QString>("killed");
+
+    QTest::newRow("bridge") << u"srt-live-transmit"_s << u"MORREU (code=62097, crash) — SRT interrompido"_s;
+    QTest::newRow("launcher") << u"srtla_send"_s << u"MORREU (code=62097) — bonding interrompido"_s;
+}
+
+/// The real tools have no window: on Windows nobody can ask them to leave, so each costs the whole patience.
+void tst_TransportChild::childWithoutAWindow()
+{
+    QFETCH(const QString, tool);
+    QVERIFY(!addTool(tool).isEmpty());
+    Wrapper wrapper(tool, "no-window,"_L1 + pidsStep());
+    wrapper.start();
+    QVERIFY(waitUntil([&] { return fileLines(m_pids).size() == 1; }));
+    const qint64 pid = pidIn(fileLines(m_pids).constFirst());
+
+    QElapsedTimer timer;
+    timer.start();
+    wrapper.stop();
+
+#ifdef Q_OS_WIN
+    QFETCH(const QString, killed);
+    QCOMPARE_GE(timer.elapsed(), 2000);
+    QVERIFY(waitUntil([&] { return wrapper.lines().constLast() == killed; }));
+#else
+    QCOMPARE_LT(timer.elapsed(), 2000);
+    QCOMPARE(wrapper.lines(), QStringList{wrapper.commandLine()});
+#endif
     QVERIFY(waitUntil([&] { return !processExists(pid); }));
 }
 
