@@ -39,6 +39,10 @@ private:
     ToolPath m_path;
 };
 
+/// Runs the event loop until `processes` transport tools have started so far and the encoder has printed a
+/// progress line; false after waitUntil()'s time.
+[[nodiscard]] bool awaitOnAir(const Recorder &recorder, const TransportTools &tools, qsizetype processes);
+
 /// The log lines of a start that name a transport command: those of transport tools, with their prefixes.
 [[nodiscard]] QStringList transportCommands(const Recorder &recorder);
 

@@ -113,7 +113,7 @@ void tst_PipelineExit::startsAgainAfterAnEnd()
     QVERIFY(waitUntil([&] { return !pipeline.isTransmitting(); }));
     recorder.clear();
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
 
     QCOMPARE(outline(recorder), launched());
 }

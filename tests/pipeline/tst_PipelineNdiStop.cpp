@@ -7,6 +7,7 @@
 #include "tests/ndi/ReceiverBench.h"
 #include "tests/pipeline/TransportTestSupport.h"
 #include "tests/support/Files.h"
+#include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 
@@ -119,7 +120,7 @@ void tst_PipelineNdiStop::automaticRestart()
     Pipeline pipeline(config, fakeFfmpeg(), false);
     const Recorder recorder(pipeline);
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
     QCOMPARE(m_feed->probes().size(), 2);
     // The new one serves the old one's path; the old one stays for as long as the pipeline.
     QCOMPARE(receiversOf(pipeline).size(), 2);
@@ -159,7 +160,7 @@ void tst_PipelineNdiStop::pumpsUntilTheEncoderHasGone()
     const Recorder recorder(pipeline);
     pipeline.start();
     reader.open(framePipePath(config.id));
-    QVERIFY(waitUntil([&] { return reader.frames() > 2 && recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(waitUntil([&] { return reader.frames() > 2 && hasProgress(recorder); }));
 
     const qsizetype before = reader.frames();
     pipeline.stop(); // three seconds of patience with the encoder

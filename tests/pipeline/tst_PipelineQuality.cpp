@@ -41,7 +41,7 @@ void tst_PipelineQuality::threeBadSecondsEndTheRun()
     Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
     QVERIFY(fileLines(arguments).join(u' ').contains(u" -b:v 6000k "_s));
     QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine()); }, 60000));
     const qint64 pid = lastPid(recorder);
@@ -75,7 +75,7 @@ void tst_PipelineQuality::threeBadSecondsEndTheRun()
     QCOMPARE(recorder.events(), QStringList{u"state stopped"_s});
     recorder.clear();
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
     QCOMPARE(outline(recorder), launched());
     QVERIFY(fileLines(arguments).join(u' ').contains(u" -b:v 4500k "_s));
     QCOMPARE(pipeline.level(), 1);

@@ -53,7 +53,7 @@ void tst_PipelineRestart::comesBackAfterAFailure()
     Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
 
     QCOMPARE(outline(recorder), launched() + failed() +
                                     QStringList{u"log auto-restart em 20ms (tentativa 1 na janela)"_s} +

@@ -63,8 +63,7 @@ void tst_TransportLimits::childrenThatIgnoreEverything()
         fakeFfmpeg(), false);
     const Recorder recorder(pipeline);
     pipeline.start();
-    QVERIFY(
-        waitUntil([&] { return tools.started().size() == 4 && recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitOnAir(recorder, tools, 4));
 
     QElapsedTimer timer;
     timer.start();

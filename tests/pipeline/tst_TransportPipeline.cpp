@@ -1,5 +1,6 @@
 #include "pipeline/Pipeline.h"
 #include "tests/pipeline/TransportTestSupport.h"
+#include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 
@@ -110,9 +111,7 @@ void tst_TransportPipeline::childrenOfOutputs()
     const Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] {
-        return recorder.containsPart(u"stats frame="_s) && tools.started().size() >= commands.size();
-    }));
+    QVERIFY(waitUntil([&] { return hasProgress(recorder) && tools.started().size() >= commands.size(); }));
 
     QCOMPARE(transportCommands(recorder), commands);
     QStringList expected;
@@ -136,7 +135,7 @@ void tst_TransportPipeline::childrenComeBeforeTheEncoder()
     const Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
 
     QCOMPARE(outline(recorder),
              QStringList({u"state starting"_s, "log "_L1 + launcherLine(), "log "_L1 + bondedBridgeLine(),
@@ -183,7 +182,7 @@ void tst_TransportPipeline::missingTools()
     const Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
 
     QCOMPARE(outline(recorder), QStringList{u"state starting"_s} + lines +
                                     QStringList({u"log ffmpeg <arguments>"_s, u"state running"_s,
@@ -221,7 +220,7 @@ void tst_TransportPipeline::deadChild()
     Recorder recorder(pipeline);
     pipeline.start();
     QVERIFY(waitUntil([&] {
-        return tools.pidOf(tool) != 0 && recorder.containsPart(u"stats frame="_s) &&
+        return tools.pidOf(tool) != 0 && hasProgress(recorder) &&
                tools.started().size() == transportCommands(recorder).size();
     }));
     const qsizetype started = tools.started().size();

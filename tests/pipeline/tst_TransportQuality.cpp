@@ -54,8 +54,7 @@ void tst_TransportQuality::downAndUp()
     pipeline.stop();
     recorder.clear();
     pipeline.start();
-    QVERIFY(
-        waitUntil([&] { return recorder.containsPart(u"stats frame="_s) && tools.started().size() == 6; }));
+    QVERIFY(awaitOnAir(recorder, tools, 6));
     QVERIFY(recorder.containsPart(u" -b:v 4500k "_s));
     QCOMPARE(transportCommands(recorder).size(), 3);
     QCOMPARE(childProcesses().size(), 4);

@@ -235,4 +235,21 @@ QString EditorBench::spokenName(QQuickItem *item)
     return spoken ? spoken->text(QAccessible::Name) : QString();
 }
 
+void EditorPageTest::initTestCase()
+{
+    m_ui = std::make_unique<EditorBench>();
+}
+
+void EditorPageTest::init()
+{
+    m_ui->removeAll();
+    m_id = m_ui->addUnusual();
+    m_ui->openTab(m_tab);
+}
+
+void EditorPageTest::cleanup()
+{
+    QCOMPARE(m_ui->warnings(), QStringList());
+}
+
 } // namespace corvane::test

@@ -2,7 +2,10 @@
 
 #include "tests/ui/Interface.h"
 
+#include <QObject>
 #include <QSignalSpy>
+
+#include <memory>
 
 namespace corvane::test {
 
@@ -61,6 +64,31 @@ public:
     [[nodiscard]] QString focused() const;
     void focusByTab(const QString &name);                      ///< presses Tab until the item has the focus
     [[nodiscard]] static QString spokenName(QQuickItem *item); ///< what a screen reader says
+};
+
+/// Test of a page of the editor, in a window that stands as long as the class: each function finds the page
+/// open on the only pipeline, which addUnusual() made, and may cause no QML warning.
+class EditorPageTest : public QObject
+{
+    Q_OBJECT
+
+protected:
+    /// `tab`: the page, as Interface::openTab() counts.
+    explicit EditorPageTest(int tab)
+        : m_tab(tab)
+    {
+    }
+
+    std::unique_ptr<EditorBench> m_ui;
+    QString m_id; ///< of that pipeline
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+private:
+    const int m_tab;
 };
 
 } // namespace corvane::test

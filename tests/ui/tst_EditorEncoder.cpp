@@ -8,15 +8,17 @@ using namespace corvane;
 using namespace corvane::test;
 
 /// The page "Encoder": what each control sends, and when.
-class tst_EditorEncoder : public QObject
+class tst_EditorEncoder : public EditorPageTest
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void cleanup();
+public:
+    tst_EditorEncoder()
+        : EditorPageTest(1)
+    {
+    }
 
+private Q_SLOTS:
     void choiceSendsItsKey_data();
     void choiceSendsItsKey();
     void numberSendsItsKey_data();
@@ -26,28 +28,7 @@ private Q_SLOTS:
     void changeByCodeSendsNothing();
     void untouchedPipelineKeepsItsOwnAudioRate();
     void changeSendsOneKeyToTheNewSelection();
-
-private:
-    std::unique_ptr<EditorBench> m_ui;
-    QString m_id;
 };
-
-void tst_EditorEncoder::initTestCase()
-{
-    m_ui = std::make_unique<EditorBench>();
-}
-
-void tst_EditorEncoder::init()
-{
-    m_ui->removeAll();
-    m_id = m_ui->addUnusual();
-    m_ui->openTab(1);
-}
-
-void tst_EditorEncoder::cleanup()
-{
-    QCOMPARE(m_ui->warnings(), QStringList());
-}
 
 void tst_EditorEncoder::choiceSendsItsKey_data()
 {

@@ -11,22 +11,18 @@ using namespace corvane;
 using namespace corvane::test;
 
 /// Both dialogs as they stand on the screen, with one pipeline on air.
-class tst_WindowLookDialogs : public QObject
+class tst_WindowLookDialogs : public LookTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanup() { QCOMPARE(m_ui->warnings(), QStringList()); }
 
     void stopAllLook_data();
     void stopAllLook() { compareLook(*m_ui); }
     void stopAllOrder();
     void aboutLook_data();
     void aboutLook() { compareLook(*m_ui); }
-
-private:
-    std::unique_ptr<Interface> m_ui;
 };
 
 void tst_WindowLookDialogs::initTestCase()
