@@ -27,7 +27,7 @@ TREE = pathlib.Path.cwd()
 
 @dataclasses.dataclass
 class Unit:
-    """What the compiler reads at once: a source of the tree, or a generated file that includes several."""
+    """Unit of compilation: a source of the tree, or a generated file that includes several."""
     file: str
     folder: str
     arguments: list  # without the compiler, its output and the file
@@ -79,7 +79,7 @@ class Tidy:
         checks = output("clang-tidy", "--dump-config", unit.sources[0], "--", text=True)
         run = subprocess.run(["clang-tidy", f"--config={checks}", "--quiet", unit.file, "--", *unit.arguments],
                              cwd=unit.folder, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-        # Its count of warnings in system headers says nothing and hides the rest.
+        # Its count of warnings in system headers only hides the rest.
         said = "\n".join(line for line in run.stdout.splitlines() if not re.search(r" warnings? generated\.$", line))
         if run.returncode != 0:
             return said or f"{unit.file}: clang-tidy left with {run.returncode}"

@@ -6,7 +6,8 @@
 #include <string_view>
 #include <vector>
 
-/// What the stand-ins for child programs share. Plain C++: they link nothing that a test could break.
+/// Functions that the stand-ins for child programs share. Plain C++: they link nothing that a test could
+/// break.
 namespace corvane::fake {
 
 /// Resolves "%2C" and the like.
@@ -14,7 +15,7 @@ namespace corvane::fake {
 
 [[nodiscard]] std::vector<std::string> split(const std::string &text, char separator);
 
-/// Writes the bytes as they stand and at once.
+/// Writes the bytes unchanged and at once.
 void writeAll(std::FILE *stream, const std::string &bytes);
 
 /// Appends `line` and a line feed to the file at `path` in one piece, whoever else writes there.
@@ -35,7 +36,7 @@ void writeLines(const std::string &path, const std::vector<std::string> &lines);
 void useBinaryStreams();
 
 /// Has `handler` called, on a thread of its own, when this process is asked to terminate; the process lives
-/// on. To be called before any other thread is started. Where nobody can ask so, it does nothing.
+/// on. To be called before any other thread is started. Without effect on a system that has no such request.
 void onTerminate(std::function<void()> handler);
 
 } // namespace corvane::fake

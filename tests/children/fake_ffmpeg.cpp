@@ -7,9 +7,8 @@
 //   progress          one progress line, ended by a carriage return, every 100 ms, for ever
 //   progress=N        N progress lines ended by line feeds, at once
 //   drops=MS          a progress line every MS milliseconds whose drop total rises by 5 each time, for ever
-//   pace=MS           a progress line every MS milliseconds whose frame rate and bit rate differ from those
-//   of
-//                     the line before, for ever
+//   pace=MS           a progress line every MS milliseconds whose frame rate and bit rate differ from
+//                     those of the line before, for ever
 //   flood=N           N lines of warning on standard error, at once
 //   append=PATH       append the process id to PATH, as one line
 //   clock=PATH        append the time to PATH, as one line: microseconds since the Unix epoch

@@ -15,7 +15,7 @@ using namespace corvane::test;
 
 namespace {
 
-/// What the pipeline says of one run of a child that crashes.
+/// Events of one run of a child that crashes.
 QStringList crashedRun()
 {
     return launched() + QStringList{u"log ffmpeg errorOccurred: 1"_s,

@@ -145,7 +145,7 @@ void tst_Pipeline::commandIsLoggedAsItIs()
     const QTemporaryDir dir;
     const QString arguments = dir.filePath(u"arguments"_s);
     PipelineConfig config = fakeConfig(QString());
-    // A key and a passphrase stand in the log as they stand in the arguments, and nothing is quoted.
+    // A key and a passphrase appear in the log as in the arguments, and nothing is quoted.
     config.outputs[0].url = u"rtmp://host/live/s3cr3t key?passphrase=pa\"ss&fake:args=%1,progress"_s.arg(
         stepText(arguments.toUtf8()));
     Pipeline pipeline(config, fakeFfmpeg(), false);
@@ -210,7 +210,7 @@ void tst_Pipeline::timersAreMadeOnce()
 
 void tst_Pipeline::telemetryGoesOutEverySecond()
 {
-    // No progress at all: it goes out whether or not a figure has changed.
+    // No progress at all: the signal comes whether or not a figure has changed.
     Pipeline pipeline(fakeConfig(u"end"_s), fakeFfmpeg(), false);
     Recorder recorder(pipeline);
     QElapsedTimer clock;

@@ -40,7 +40,7 @@ QList<NdiReceiver *> receiversOf(const Pipeline &pipeline)
 
 } // namespace
 
-/// How long a receiver runs, and how long it is kept. The frames are read here, in ffmpeg's place.
+/// Lifetime of a receiver: running, and kept. The test reads the frames in ffmpeg's place.
 class tst_PipelineNdiStop : public QObject
 {
     Q_OBJECT
@@ -101,7 +101,7 @@ void tst_PipelineNdiStop::encodersEnd()
     createFile(sign);
     QVERIFY(waitUntil([&] { return pipeline.state() == state; }));
 
-    // Stopped, and kept until the stop.
+    // Stopped, and kept until the stop of the pipeline.
     QVERIFY(waitUntil([&] { return reader.ended(); }));
     QVERIFY(!pipeExists(framePipePath(config.id)));
     QCOMPARE(m_feed->captures(), 0);
@@ -230,7 +230,7 @@ void tst_PipelineNdiStop::leavesNothing()
         return waitUntil(
             [&] { return receiversOf(pipeline).isEmpty() && pipeline.findChildren<QProcess *>().isEmpty(); });
     };
-    QVERIFY(cycle()); // what is made once is there from here on
+    QVERIFY(cycle()); // objects created once exist from here on
     const qsizetype descriptors = openDescriptors();
     for (int i = 0; i < 30; ++i)
         QVERIFY(cycle());

@@ -41,7 +41,7 @@ void tst_PipelineStop::stoppedPipelineSaysNothing()
     QCOMPARE(recorder.events(), QStringList());
     QCOMPARE(pipeline.state(), Pipeline::State::Stopped);
 
-    // It isn't in the way of a start.
+    // It doesn't hinder a start.
     pipeline.start();
     QVERIFY(waitUntil([&] { return pipeline.state() == Pipeline::State::Running; }));
     pipeline.stop();
@@ -59,7 +59,7 @@ void tst_PipelineStop::stopsWhileStarting()
     QCOMPARE(pipeline.state(), launchedState());
     pipeline.stop();
 
-    // The wait for the end sees the start first.
+    // The wait for the exit processes the start first.
     QCOMPARE(outline(recorder), launched() + QStringList{u"state stopped"_s});
     QVERIFY(!processExists(lastPid(recorder)));
     for (const QTimer *timer : pipeline.findChildren<QTimer *>())
@@ -104,9 +104,9 @@ void tst_PipelineStop::killsAChildThatIgnoresTheRequest()
     QCOMPARE(outline(recorder), QStringList{u"state stopped"_s});
     QFile asked(input);
     QVERIFY(asked.open(QIODevice::ReadOnly));
-    QCOMPARE(asked.readAll(), "q"_ba); // once, with no line end
+    QCOMPARE(asked.readAll(), "q"_ba); // once, without a line end
 
-    // The end of the killed child arrives later, and counts as a failure that nobody mends.
+    // The exit of the killed child arrives later, and counts as a failure without a restart.
     QVERIFY(waitUntil([&] { return pipeline.state() == Pipeline::State::Failed; }));
     QVERIFY(!processExists(pid));
     QVERIFY(pipeline.findChildren<QProcess *>().isEmpty());
@@ -136,11 +136,11 @@ void tst_PipelineStop::killedChildDoesNotDisturbTheNextRun()
     recorder.clear();
     pipeline.start();
     QVERIFY(waitUntil([&] { return lastPid(recorder) > 0 && !processExists(killed); }));
-    // The new run's watch goes on ticking.
+    // The new run's watchdog goes on ticking.
     QVERIFY(waitUntil([&] { return recorder.count(u"telemetry"_s) >= 2; }));
 
     QStringList story = outline(recorder);
-    story.removeAll(u"log ffmpeg errorOccurred: 1"_s); // the killed child's last word, at any moment
+    story.removeAll(u"log ffmpeg errorOccurred: 1"_s); // the killed child's last event, at any moment
     QCOMPARE(story, launched());
     QVERIFY(lastPid(recorder) != killed);
     QVERIFY(processExists(lastPid(recorder)));

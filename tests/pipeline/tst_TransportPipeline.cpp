@@ -45,7 +45,7 @@ OutputConfig namedBonded()
 
 } // namespace
 
-/// Which transport children a pipeline has, what it says of them, and that nothing watches over them.
+/// Transport children of a pipeline, their log lines, and that nothing watches over them.
 class tst_TransportPipeline : public QObject
 {
     Q_OBJECT
@@ -227,7 +227,7 @@ void tst_TransportPipeline::deadChild()
 
     recorder.clear();
     killProcess(tools.pidOf(tool));
-    // Two ticks of the pipeline's own clock after that, nothing has happened but the words.
+    // Two ticks of the pipeline's own clock later, the log lines are the only effect.
     QVERIFY(waitUntil([&] { return recorder.containsPart(u"MORREU"_s); }));
     const qsizetype ticks = recorder.count(u"telemetry"_s);
     QVERIFY(waitUntil([&] { return recorder.count(u"telemetry"_s) >= ticks + 2; }));

@@ -40,7 +40,7 @@ qsizetype launchers(const Pipeline &pipeline)
 
 } // namespace
 
-/// What comes back when an encoder does: plain bridges, but no bonding before an operator's stop.
+/// Children that come back with an encoder: plain bridges, but no bonding before an operator's stop.
 class tst_TransportRestart : public QObject
 {
     Q_OBJECT

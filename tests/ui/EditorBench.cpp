@@ -72,7 +72,7 @@ QStringList fieldsOf(const PipelineConfig &config)
         add(prefix + "groupMode"_L1, output.groupMode);
         add(prefix + "receiverHost"_L1, output.receiverHost);
         add(prefix + "receiverPort"_L1, output.receiverPort);
-        // Which port is free is the machine's affair.
+        // The number depends on the ports that are free.
         add(prefix + "hasLocalPort"_L1, output.localPort > 0);
         add(prefix + "hasLocalPort2"_L1, output.localPort2 > 0);
     }

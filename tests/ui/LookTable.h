@@ -10,7 +10,7 @@
 
 namespace corvane::test {
 
-/// One thing to read off the live window: a property of an item and what it has to be, as text.
+/// Expectation of the live window: a property of an item and its value, as text.
 struct Look
 {
     const char *item;     ///< see find()
@@ -37,7 +37,7 @@ void addLooks(std::initializer_list<Look> looks);
 /// Compares the current row of addLooks() with the live item.
 void compareLook(const Interface &ui);
 
-/// Test of how a window looks that stands as long as the class. No function may cause a QML warning.
+/// Test of the looks of a window that stands as long as the class. No function may cause a QML warning.
 class LookTest : public QObject
 {
     Q_OBJECT

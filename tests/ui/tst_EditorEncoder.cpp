@@ -43,7 +43,7 @@ void tst_EditorEncoder::choiceSendsItsKey_data()
     };
     row("encCodec", 0, "h264", "encoder.codec 0");
     row("encCodec", 1, "hevc", "encoder.codec 1");
-    row("encCodec", 2, "av1", ""); // what the record has already
+    row("encCodec", 2, "av1", ""); // the record's value already
     row("encHw", 0, "auto", "encoder.hw 0");
     row("encHw", 1, "videotoolbox", "encoder.hw 5");
     row("encHw", 2, "x264", "encoder.hw 1");
@@ -119,7 +119,7 @@ void tst_EditorEncoder::switchSendsItsKey_data()
     QTest::addColumn<QString>("control");
     QTest::addColumn<QStringList>("changes"); // after each click
 
-    // The first click sends the opposite of what is shown, whatever the record has.
+    // The first click sends the opposite of the value shown, whatever the record has.
     QTest::newRow("zero latency, shown on, off in the record")
         << u"encZeroLatency"_s
         << QStringList({u""_s, u"encoder.zeroLatency true"_s, u""_s, u"encoder.zeroLatency true"_s});

@@ -177,7 +177,7 @@ void tst_EditorOutputsAdd::emptyFieldAddsNothing()
 {
     QFETCH(QString, button);
 
-    // What else is filled in stays.
+    // The other fields keep their content.
     m_ui->replaceText(u"srtPass"_s, u"pass"_s);
     m_ui->replaceText(u"srtStreamid"_s, u"id"_s);
     m_ui->choose(u"srtScenario"_s, 3);
@@ -272,7 +272,7 @@ void tst_EditorOutputsAdd::scenarioIsKeptByTheNextOutput()
     QCOMPARE(output.oheadbw, 50);
     QCOMPARE(output.maxbw, 0);
 
-    // The combo box went back by code, which chooses nothing.
+    // The combo box was reset by code, which is no choice.
     QCOMPARE(m_ui->value(u"srtScenario"_s, u"currentIndex"_s).toInt(), 0);
     QCOMPARE(number(u"srtLatency"_s), 1500);
     QCOMPARE(number(u"srtOheadbw"_s), 50);

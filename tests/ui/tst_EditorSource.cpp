@@ -55,7 +55,7 @@ void tst_EditorSource::choiceSendsItsKey_data()
     kind("srt", "source.kind 1");
     kind("capture", "source.kind 3");
     kind("decklink", "source.kind 2");
-    kind("file", ""); // what the record has already
+    kind("file", ""); // the record's value already
 
     auto fps = [entry = 0](const char *shown, const char *change) mutable {
         QTest::addRow("fps %s", shown)

@@ -80,7 +80,7 @@ void tst_WindowLook::theme_data()
     QTest::newRow("danger") << "#e05555";
     QTest::newRow("running") << "#4ecdc4";
     QTest::newRow("starting") << "#f0c040";
-    // The name of a font is no colour, and what is no colour reads as black.
+    // The name of a font is no colour, and an invalid colour reads as black.
     QTest::newRow("mono") << "#000000";
 }
 

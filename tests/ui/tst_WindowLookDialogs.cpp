@@ -54,7 +54,7 @@ void tst_WindowLookDialogs::stopAllLook_data()
     });
 }
 
-// Which of the two stands left is the platform's custom.
+// The platform decides which of the two is on the left.
 void tst_WindowLookDialogs::stopAllOrder()
 {
     auto *footer = m_ui->object(u"stopAllDialog"_s)->property("footer").value<QQuickItem *>();
