@@ -1,5 +1,5 @@
-# How the tree is compiled: what every target links (corvane_compiler), and the warnings that hold for code
-# written by hand (corvane_warnings).
+# Compilation of the tree: options that every target links (corvane_compiler), and the warnings for code written by hand
+# (corvane_warnings).
 
 add_library(corvane_compiler INTERFACE)
 add_library(corvane_warnings INTERFACE)
@@ -32,7 +32,7 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
     endif()
 endif()
 
-# Each of some two hundred test programs is linked to all of the product.
+# Linker that saves time: each test program is linked to all of the product.
 find_program(CORVANE_MOLD mold)
 if(CORVANE_MOLD AND NOT WIN32 AND NOT APPLE AND NOT (CMAKE_CXX_COMPILER_ID STREQUAL "GNU"
                                                       AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 12.1))
@@ -41,7 +41,8 @@ endif()
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    # Else it leaves alone what uses precompiled headers, and runs the preprocessor for what it doesn't know yet.
+    # Settings without which ccache passes over files that use precompiled headers, and preprocesses every file that it
+    # doesn't know yet.
     set(CMAKE_CXX_COMPILER_LAUNCHER
         "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros CCACHE_DEPEND=1 "${CCACHE_PROGRAM}")
 endif()

@@ -1,9 +1,9 @@
-# corvane_ed25519: what update/ calls to check a signature, `crypto_ed25519_check` of <monocypher-ed25519.h>. The
+# corvane_ed25519: the function by which update/ checks a signature, `crypto_ed25519_check` of <monocypher-ed25519.h>. The
 # first of these that is there:
 #   an installed Monocypher with its Ed25519 part;
 #   its sources in MONOCYPHER_SOURCE_DIR (CMake variable, or environment at the first configuration), as unpacked from its archive or flat;
 #   libsodium, behind update/sodium/, which gives its functions those names.
-# CORVANE_ED25519 says which it was.
+# CORVANE_ED25519 names the one found.
 
 find_path(MONOCYPHER_INCLUDE_DIR monocypher-ed25519.h)
 find_library(MONOCYPHER_LIBRARY monocypher)
@@ -29,7 +29,7 @@ function(corvane_monocypher_from_sources)
     endforeach()
     add_library(monocypher STATIC ${sources})
     target_include_directories(monocypher SYSTEM PUBLIC ${includes})
-    # Other people's code: not ours to warn about, nor to instrument.
+    # Third-party code: neither warned about nor instrumented.
     target_compile_options(monocypher PRIVATE -w)
     set_target_properties(monocypher PROPERTIES AUTOMOC OFF)
 endfunction()

@@ -1,4 +1,4 @@
-# Qt's headers, compiled once for all targets: most of what the compiler reads in a file is theirs.
+# Qt's headers, compiled once for all targets: they are most of the text that the compiler reads for a file.
 
 option(CORVANE_PRECOMPILED_HEADERS "Compile Qt's headers once for all" ON)
 

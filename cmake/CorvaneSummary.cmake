@@ -1,4 +1,4 @@
-# What this configuration came to, in one screen.
+# Summary of this configuration, in one screen.
 message(STATUS "")
 message(STATUS "CORVANE ${CORVANE_VERSION}")
 message(STATUS "  Qt                 ${Qt6_VERSION}")

@@ -1,5 +1,5 @@
-# CORVANE_UPDATE_KEY: whose updates the program believes. A key that is only nearly one must not make a program that
-# believes everybody, or nobody.
+# CORVANE_UPDATE_KEY: public key of the publisher whose updates the program accepts. A key that is almost valid must not
+# build a program that accepts every update, or none.
 
 set(CORVANE_UPDATE_KEY "" CACHE STRING
     "Ed25519 public key of the publisher, 64 hexadecimal digits; empty: signatures of updates aren't checked")

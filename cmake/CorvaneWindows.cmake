@@ -1,11 +1,10 @@
-# What a program needs on Windows besides its code. On other systems these functions do nothing.
+# Additions to a program on Windows. On other systems these functions do nothing.
 
 if(WIN32)
     enable_language(RC)
 endif()
 
-# Before an absolute path of this machine, for a program to whom it is one wherever it works: Wine shows all of this
-# system's files as drive Z.
+# Prefix that makes a Unix path visible under Wine: drive Z.
 set(CORVANE_DRIVE "")
 if(WIN32 AND NOT CMAKE_HOST_WIN32)
     set(CORVANE_DRIVE "Z:")

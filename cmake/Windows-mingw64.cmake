@@ -26,10 +26,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 list(APPEND CMAKE_PREFIX_PATH "${CORVANE_WINDOWS_QT_DIR}" /libraries)
 
-# Nothing of the machine that it is built on.
+# Search path without the build machine's own libraries.
 set(ENV{PKG_CONFIG_LIBDIR} /libraries/lib/pkgconfig)
 
-# moc and its like run here: they come from a Qt of the same version for this system.
+# moc and its like run on the build machine: they come from a Qt of the same version for this system.
 set(QT_HOST_PATH /usr)
 set(QT_HOST_PATH_CMAKE_DIR /usr/lib/x86_64-linux-gnu/cmake)
 

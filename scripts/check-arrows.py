@@ -12,7 +12,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 INCLUDE = re.compile(r'^\s*#include "([^"]+)/([^"/]+)"', re.M)
 
 
-# What may be seen from where: the targets that a target links, by name without "corvane_".
+# Arrows: the targets that a target links, by name without "corvane_".
 LINKED = re.compile(r"\bcorvane_(\w+)")
 
 
@@ -43,7 +43,7 @@ def owners(folder, file):
 
 
 def program():
-    """What main may see beside what app's library links."""
+    """Libraries of main besides those that app's library links."""
     call = re.search(r"target_link_libraries\(corvane\s(.*?)\)", (ROOT / "CMakeLists.txt").read_text(), re.S)
     return set(LINKED.findall(call[1]))
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Passes on what CTest says, and before its last words what it left out, one by one and each with its reason.
+"""Passes on the output of CTest, and lists before its summary the skipped tests, each with its reason.
 
     ctest ... | skipped.py <build folder>
 """

@@ -27,7 +27,7 @@ TREE = pathlib.Path.cwd()
 
 @dataclasses.dataclass
 class Unit:
-    """What the compiler reads at once: a source of the tree, or a generated file that includes several."""
+    """Unit of compilation: a source of the tree, or a generated file that includes several."""
     file: str
     folder: str
     arguments: list  # without the compiler, its output and the file
@@ -40,6 +40,7 @@ def in_tree(path, build):
 
 
 def units(build):
+    seen = []
     for entry in json.loads((build / "compile_commands.json").read_text(encoding="utf-8")):
         arguments = shlex.split(entry["command"])[1:]
         for option in ("-o", "-c"):
@@ -51,7 +52,9 @@ def units(build):
         if re.search(r"/Unity/unity_\d+_cxx\.cxx$", file):
             read = re.findall(r'^#include "(.+)"', pathlib.Path(file).read_text(encoding="utf-8"), re.M)
         sources = [source for source in read if in_tree(source, build)]
-        if sources:
+        # Several versions of one program are the same source.
+        if sources and sources not in seen:
+            seen.append(sources)
             yield Unit(file, entry["directory"], arguments, sources)
 
 
@@ -74,7 +77,7 @@ class Tidy:
         run = subprocess.run(["clang-tidy", f"--config={configuration}", "--checks=-bugprone-suspicious-include",
                               "--quiet", unit.file, "--", *unit.arguments],
                              cwd=unit.folder, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-        # Its count of warnings in system headers says nothing and hides the rest.
+        # Its count of warnings in system headers only hides the rest.
         said = "\n".join(line for line in run.stdout.splitlines() if not re.search(r" warnings? generated\.$", line))
         if run.returncode != 0:
             return said or f"{unit.file}: clang-tidy left with {run.returncode}"
@@ -119,7 +122,7 @@ def chosen(found, files):
 
 def main():
     build = (TREE / sys.argv[1]).resolve()
-    found = {unit.file: unit for unit in units(build)}.values()
+    found = list(units(build))
     # The largest first, so that none of them is left for the end.
     todo = list(chosen(found, sys.argv[2:])) if sys.argv[2:] else sorted(
         found, key=lambda unit: -sum(os.path.getsize(source) for source in unit.sources))

@@ -42,7 +42,7 @@ def _taken(protocol, port):
 
 
 def probe(file):
-    """What ffprobe says about a recording, also one that still grows; empty if it makes no sense of it."""
+    """Report of ffprobe on a recording, also one that still grows; empty if it can't read it."""
     command = ["ffprobe", "-v", "error", "-show_format", "-show_streams", "-of", "json", file]
     return json.loads(subprocess.run(command, capture_output=True, text=True, check=False).stdout or "{}")
 
@@ -81,7 +81,7 @@ class Receiver:
         raise NotImplementedError
 
     def seconds(self):
-        """How much has been recorded so far."""
+        """Size of the recording so far."""
         return float(probe(self.recording).get("format", {}).get("duration", 0))
 
     def finish(self):

@@ -1,4 +1,4 @@
-"""What a demonstration can show. A scenario drives the window and leaves its results in the folder."""
+"""Scenarios of a demonstration. Each drives the window and leaves its results in the folder."""
 import json
 import re
 import time
@@ -309,7 +309,7 @@ def _wait_on_air(window, names, receivers):
 
 
 def _wait_received(window, names, receivers, seconds):
-    """The log doesn't say whose figures a line has; the recordings tell for sure."""
+    """The log doesn't name the stream of a line's figures; the recordings show it."""
     def received():
         for name in names:
             if window.find("list item", name + ", (stopped|failed) .*"):

@@ -14,7 +14,7 @@ DISPLAY_ATTEMPTS = 5
 
 
 class DemoError(Exception):
-    """What went wrong, in words for the terminal."""
+    """Failure of a demonstration, as a message for the terminal."""
 
 
 def wait_for(what, test, seconds=30.0):
@@ -68,7 +68,7 @@ class Stage:
         return self.folder / name
 
     def log_of(self, name):
-        """What the process started as `name` has printed."""
+        """Output so far of the process started as `name`."""
         return self.path(name + ".log").read_text(encoding="utf-8", errors="replace")
 
     def start(self, name, *command, environment=None, output=None, pass_fds=()):

@@ -30,16 +30,16 @@ class Window:
     def __init__(self, process):
         self.process = process
         self._application = wait_for("the program on the accessibility bus", self._find_application, 60)
-        # Everything is asked anew: no signals are listened to that would refresh a copy.
+        # Every state is queried when needed: no signals are followed that would refresh a copy.
         self._application.set_cache_mask(Atspi.Cache.NONE)
         self._id = wait_for("the window", self._find_window)
         self.control("push button", "Nova stream") # the window opens bare
         self._display = display.Display()
         self._drawable = self._display.create_resource_object("window", self._id)
-        # What a window manager does, where there is one.
+        # The task of a window manager, where there is one.
         _run("xdotool", "windowfocus", "--sync", str(self._id))
 
-    # --- What is seen
+    # --- Queries
 
     def find(self, role, name):
         """The control in view with this role and a name that the pattern matches whole, or None."""
@@ -72,12 +72,12 @@ class Window:
         return text.replace("\u2029", "\n").replace("\u2028", "\n") # how Qt separates lines here
 
     def picture(self, path):
-        """A screenshot, when what moves has come to rest, and beside it the layout that it shows."""
+        """A screenshot, once all movement has ended, and beside it the layout that it shows."""
         wait_for("the window to come to rest", self._at_rest, 60) # two streams on air add four lines a second
         _run("import", "-window", str(self._id), str(path))
         layout.write(wait_for("the layout to come to rest", self._layout_at_rest), path.with_suffix(layout.SUFFIX))
 
-    # --- What is done
+    # --- Operations
 
     def press(self, role, name):
         wait_for(f"the {role} “{name}” to be pressed", lambda: self._pressed(self.control(role, name)))
@@ -88,7 +88,7 @@ class Window:
              "click", "--repeat", str(times), "--delay", "80", "1")
 
     def scroll(self):
-        """Down, where the pointer is."""
+        """Scrolls down, where the pointer is."""
         _run("xdotool", "click", "5")
 
     def type(self, text):
@@ -110,7 +110,7 @@ class Window:
         self._display.sync()
 
     def enter(self, field, text):
-        """Text into an empty field."""
+        """Types text into an empty field."""
         self.click("text", field)
         self.type(text)
         wait_for(f"the text in “{field}”", lambda: self.text_of("text", field) == text)
@@ -123,7 +123,7 @@ class Window:
         wait_for(f"{number} in “{field}”", lambda: Atspi.Value.get_current_value(self.control(*box)) == number)
 
     def close(self):
-        """What the closing button of a window manager does; returns the exit code."""
+        """Closes the window as the button of a window manager does; returns the exit code."""
         message = event.ClientMessage(
             window=self._id, client_type=self._display.intern_atom("WM_PROTOCOLS"),
             data=(32, [self._display.intern_atom("WM_DELETE_WINDOW"), X.CurrentTime, 0, 0, 0]))

@@ -2,12 +2,12 @@
 # The environment in which the Windows program is built and run: a Debian 13 of its own, with the cross compiler,
 # Qt's host tools and Wine, and Qt for Windows unpacked beside it. Kept in a folder outside the tree.
 #
-#   environment.sh setup             make it, or bring it up to date; nothing to do the second time
+#   environment.sh setup             create it, or bring it up to date; nothing to do the second time
 #   environment.sh setup-linux       the Debian 13 of it, with what the Linux program is built and tested with
 #   environment.sh setup-all         both
 #   environment.sh run <command>...  run a command in it, with the tree at /corvane; nothing stays mounted or running
 #
-#   CORVANE_WINDOWS_ENV   where it is kept (default: corvane/windows in the user's cache folder)
+#   CORVANE_WINDOWS_ENV   folder that holds it (default: corvane/windows in the user's cache folder)
 #   CORVANE_WINDOWS_QT    the archive with Qt for Windows (default: ../shared/windows/qt-*-mingw64.tar.xz)
 set -euo pipefail
 
@@ -59,7 +59,7 @@ HELP
     return 1
 }
 
-# Where this machine's own apt takes Debian's main archive from.
+# Mirror from which this machine's own apt takes Debian's main archive.
 mirror() {
     local codename
     codename=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
@@ -82,7 +82,7 @@ debian() {
     rm -rf "$root"
     mkdir -p "$root"
     quietly debootstrap --variant=minbase "$suite" "$root" "$from"
-    # What isn't needed here isn't unpacked, and a crash costs nothing but time.
+    # Unneeded files aren't unpacked, and a crash costs nothing but time.
     cat >"$root/etc/dpkg/dpkg.cfg.d/corvane" <<'CONFIG'
 force-unsafe-io
 path-exclude=/usr/share/man/*
@@ -99,7 +99,7 @@ install() {
     state=$(wanted_packages "$@" | sha256sum)
     [ "$(cat "$stamp" 2>/dev/null || true)" != "$state" ] || return 0
     say "installing packages into it"
-    # The machine's way out, if it has one of its own.
+    # Proxy of the machine, if it has one.
     apt-config dump 2>/dev/null | grep -iE '^Acquire::(http|https)::Proxy' >"$root/etc/apt/apt.conf.d/corvane-proxy" || true
     quietly inside apt-get update
     touch "$root/corvane-installing"
@@ -120,7 +120,7 @@ qt() {
     rm -rf "$environment/qt" "$environment/qt.new"
     mkdir -p "$environment/qt.new"
     tar -xJf "$archive" -C "$environment/qt.new"
-    # Packed as a folder, or as what is in it.
+    # The archive holds a folder, or the content of one.
     if [ ! -d "$environment/qt.new/lib" ]; then
         local folders=("$environment"/qt.new/*/)
         { [ ${#folders[@]} = 1 ] && [ -d "${folders[0]}lib/cmake/Qt6" ]; } || die "no Qt is in $archive"
@@ -180,7 +180,7 @@ as_root() {
     fi
 }
 
-# One at a time makes it.
+# Runs a command under the lock: one process at a time changes the environment.
 alone() {
     mkdir -p "$environment"
     exec 7>"$environment/lock"

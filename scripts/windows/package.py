@@ -28,15 +28,15 @@ PROGRAM_FOLDER = "corvane"
 COMPANIONS_FOLDER = "companions"
 MANUAL = ("manual.html", "manual.pdf") # made by ./dev manual, into the folder "manual" beside the packages
 COMPANIONS = ("corvane-guardian.exe",) # the other one is the publisher's
-# Of every control there is a fallback in Basic, and the window is in Material: these are neither.
+# Styles without use: every control has a fallback in Basic, and the window is in Material.
 OTHER_STYLES = {"Fusion", "Imagine", "Universal", "Windows", "FluentWinUI3", "macOS", "iOS"}
 COMPILER_LIBRARIES = ("libgcc_s_seh-1.dll", "libstdc++-6.dll", "libwinpthread-1.dll")
-# What a QML module needs while it is edited and checked, not while it runs.
+# Files of a QML module for editing and checking, not for running.
 NOT_AT_RUN_TIME = {".qmltypes", ".prl", ".a", ".debug"}
 
 
 class PackageError(Exception):
-    """What stands in the way, in words."""
+    """Reason why no package can be built, as a message."""
 
 
 def output_of(*command):
@@ -49,7 +49,7 @@ def imports(file):
 
 
 def library_sources():
-    """Where libraries that are no part of Windows lie: their names, in small letters, and paths."""
+    """Libraries that are no part of Windows: their names, in small letters, and paths."""
     found = {file.name.lower(): file for file in (QT / "bin").glob("*.dll")}
     for name in COMPILER_LIBRARIES:
         path = pathlib.Path(output_of(COMPILER, f"-print-file-name={name}").strip())
@@ -102,7 +102,7 @@ def copy_libraries(target):
 
 
 def copy_licences(target):
-    """Of everything in the package that others have made."""
+    """Licences of everything in the package that others have made."""
     place = target / "licenses"
     shutil.copytree(QT / "share/licenses", place / "qt")
     for package, name in (("gcc-mingw-w64-base", "gcc"), ("mingw-w64-common", "mingw-w64")):
@@ -129,7 +129,7 @@ def copy_plugins(target, *names):
 
 
 def finish(target):
-    """What the files of a folder need besides themselves."""
+    """Libraries that the files of a folder need besides themselves."""
     copy_libraries(target)
     for file in (*target.rglob("*.exe"), *target.rglob("*.dll")):
         subprocess.run([STRIP, "--strip-unneeded", str(file)], check=True)

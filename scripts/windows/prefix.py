@@ -8,12 +8,12 @@ from stage import DemoError, Stage
 SCRIPTS = pathlib.Path(__file__).resolve().parent
 TREE = SCRIPTS.parents[1]
 INSIDE = pathlib.PurePosixPath("/corvane") # where the tree is in the environment
-# What a command leaves running has to end by itself, and the registry is to be written.
+# Processes that a command leaves running have to end by themselves, and the registry has to be written.
 THEN_WAIT = 'code=0; scripts/windows/wine.sh "$@" || code=$?; wineserver -w; exit $code'
 
 
 class WineStage(Stage):
-    """Within the tree, which is what programs in the environment see; without a bus, which none of them asks."""
+    """Stage within the tree, the part that programs in the environment see; without a bus, which none of them uses."""
 
     SCREEN = "1600x1000x24"
 
@@ -41,14 +41,14 @@ class Prefix:
         return self._folder / "drive_c" / name
 
     def command(self, *arguments, then_wait=False, **variables):
-        """What runs a Windows command in it."""
+        """Command line that runs a Windows command in it."""
         runner = ("bash", "-c", THEN_WAIT, "bash") if then_wait else ("scripts/windows/wine.sh",)
         variables["WINEPREFIX"] = INSIDE / self._folder.relative_to(TREE)
         return [SCRIPTS / "environment.sh", "run", "env",
                 *(f"{name}={value}" for name, value in variables.items()), *runner, *arguments]
 
     def run(self, *arguments):
-        """Runs a Windows command to its end, and whatever it starts; what it prints."""
+        """Runs a Windows command to its end, with everything that it starts; returns its output."""
         done = subprocess.run([str(part) for part in self.command(*arguments, then_wait=True)],
                               env=self._environment, capture_output=True, text=True, errors="replace", timeout=300,
                               check=False)

@@ -19,7 +19,7 @@ from wine_window import WineWindow # noqa: E402
 INSTALLED = "Program Files/CORVANE"
 COMPANIONS = ("corvane-guardian",)
 START_MENU = "**/Start Menu/Programs/**/CORVANE.lnk"
-# What Wine says for itself, or has no counterpart for.
+# Messages of Wine's own, or about parts that it lacks.
 WINES_OWN = ("wine: could not open working directory", "qt.qpa.screen: \"Unable to open monitor interface",
              "EnableNonClientDpiScaling() failed")
 UNINSTALL_KEY = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\CORVANE"
@@ -33,7 +33,7 @@ def the_only(folder, pattern):
 
 
 def start(stage, prefix, program, picture, runtime="runtime"):
-    """The program shows its window, has TLS and says nothing; and it ends in order."""
+    """The program shows its window, has TLS, prints nothing and exits in order."""
     window = WineWindow(stage, prefix, program, runtime=runtime)
     window.control("push button", "Nova stream")
     window.click("label", "CORVANE")

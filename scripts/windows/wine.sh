@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs a Windows program under Wine and answers with its exit code: what CTest calls for every test of a Windows build.
+# Runs a Windows program under Wine and returns its exit code: emulator of CTest for every test of a Windows build.
 #
-# WINEPREFIX is the prefix to use (default: wine/ in the build folder, made at the first call). Programs see the
+# WINEPREFIX is the prefix to use (default: wine/ in the build folder, created at the first call). Programs see the
 # paths of this system under Z:.
 set -euo pipefail
 
@@ -13,7 +13,7 @@ export WINEDEBUG=${WINEDEBUG:--all}
 export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml,winemenubuilder.exe,winedbg.exe=}
 export XDG_RUNTIME_DIR=/tmp
 
-# Makes the prefix. Its windows lie on a desktop of Wine's own, which is one window of the X server: they then have
+# Creates the prefix. Its windows lie on a desktop of Wine's own, which is one window of the X server: they then have
 # frames, an order and the focus, though no window manager runs.
 make_prefix() {
     [ ! -e "$WINEPREFIX/made" ] || return 0
@@ -32,7 +32,7 @@ if [ ! -e "$WINEPREFIX/made" ]; then
     ) 9>"$WINEPREFIX/lock"
 fi
 
-# Wine keeps variables of Qt from its programs unless they come under a name of its own.
+# Wine withholds variables of Qt from its programs unless they have a name of their own.
 for name in $(compgen -e QT_ || true); do
     export "WINE$name=${!name}"
 done

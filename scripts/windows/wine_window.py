@@ -21,7 +21,7 @@ def _run(*command):
 
 
 def needed():
-    """What of the programs that this takes isn't there."""
+    """Missing ones of the programs that this needs."""
     return [name for name in ("Xvfb", "ffprobe", "import", "/usr/sbin/nginx", "setpriv", "xdotool")
             if not shutil.which(name)]
 
@@ -54,10 +54,10 @@ class WineWindow:
         self.process = stage.start("corvane", *command)
         wait_for("the window", lambda: self.find("frame", "CORVANE"), 120)
 
-    # --- What is seen
+    # --- Queries
 
     def left_in_order(self):
-        """Whether the mark of a clean exit is there."""
+        """True if the mark of a clean exit exists."""
         return any(self._drive.glob(self._runtime + "/.cleanexit"))
 
     def find(self, role, name):
@@ -89,7 +89,7 @@ class WineWindow:
         except (OSError, ValueError):
             return {} # or it is being replaced
 
-    # --- What is done
+    # --- Operations
 
     def press(self, role, name):
         self.click(role, name)
@@ -103,7 +103,7 @@ class WineWindow:
         self._settle()
 
     def scroll(self):
-        """Down, where the pointer is."""
+        """Scrolls down, where the pointer is."""
         _run("xdotool", "click", "5")
 
     def type(self, text):
@@ -113,13 +113,13 @@ class WineWindow:
         _run("xdotool", "key", name)
 
     def enter(self, field, text):
-        """Text into an empty field."""
+        """Types text into an empty field."""
         self.click("text", field)
         self.type(text)
         wait_for(f"the text in “{field}”", lambda: self.text_of("text", field) == text)
 
     def close(self):
-        """By the key for it; returns the exit code."""
+        """Closes the window by its key; returns the exit code."""
         self.key("alt+F4")
         wait_for("corvane to leave", lambda: self.process.poll() is not None, 60)
         return self.process.returncode

@@ -35,7 +35,7 @@ bool CrasherRun::start()
 {
     m_startedAt = coarseSeconds();
     program.start();
-    // A line ends as the system's text does.
+    // Line end of the system's text files.
     return program.waitForReadyRead(20000) && program.readAllStandardOutput().trimmed() == "ready";
 }
 

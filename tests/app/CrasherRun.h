@@ -12,16 +12,16 @@ namespace corvane::test {
 class CrasherRun
 {
 public:
-    /// `death`: how it dies and in which circumstances. `directory`: where its runtime directory lies.
+    /// `death`: kind and circumstances of the death. `directory`: place of its runtime directory.
     explicit CrasherRun(const QStringList &death, const QString &directory = {});
 
     [[nodiscard]] QString path(const QString &name) const; ///< within its own directory
     [[nodiscard]] QString crashDir() const;
 
-    /// True as soon as it is guarded and waits to be told.
+    /// True as soon as it is guarded and waits for its orders.
     [[nodiscard]] bool start();
 
-    /// True once it is dead, if that takes no longer than it may.
+    /// True once it is dead; false if that takes longer than it may.
     [[nodiscard]] bool die();
 
     /// Everything in the crash directory, with "<start>" for the second in which it was started.
@@ -41,7 +41,7 @@ private:
     qint64 m_guardedAt = 0;
 };
 
-// Two seconds is what a death may take; the rest is for a machine that has other things to do.
+// Limit for a death: two seconds, and the rest for a busy machine.
 inline constexpr int deathLimitMs = 2000;
 inline constexpr int deathSlackMs = 4000;
 

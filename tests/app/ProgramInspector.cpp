@@ -2,9 +2,8 @@
 // program from within, once its event loop runs.
 //
 //   CORVANE_INSPECT_REPORT=PATH   write what was found to PATH, as one JSON object
-//   CORVANE_INSPECT_THEN=WORD     and then: "quit" ends the event loop; "throw" lets one standard exception
-//   leave a
-//                                 slot, "throw-other" one of another kind
+//   CORVANE_INSPECT_THEN=WORD     and then: "quit" ends the event loop; "throw" lets a standard exception
+//                                 leave a slot, "throw-other" one of another kind
 
 #include "tests/app/SymbolExporter.h"
 
@@ -34,7 +33,7 @@ QJsonValue textOf(const QString &resource)
     return file.open(QIODevice::ReadOnly) ? QJsonValue(QString::fromUtf8(file.readAll())) : QJsonValue::Null;
 }
 
-/// Whether a document may import this version of the module.
+/// True if a document may import this version of the module.
 bool imports(const QByteArray &moduleAndVersion)
 {
     QQmlEngine engine;
@@ -103,7 +102,7 @@ class ProgramInspector : public QGenericPlugin
 public:
     QObject *create(const QString & /*name*/, const QString & /*spec*/) override
     {
-        // Called while the application object is being made; nothing of the program exists yet.
+        // Called while the application object is being created; nothing of the program exists yet.
         auto *looker = new QObject(this);
         QTimer::singleShot(0, looker, &inspect);
         return looker;

@@ -41,7 +41,7 @@ bool abortUnblocksItsSignal()
 
 } // namespace
 
-/// Real deaths of a child that is guarded: what they leave, and that they stay what they were.
+/// Real deaths of a guarded child: the files that they leave, and that they remain the deaths that they were.
 class tst_CrashCapture : public QObject
 {
     Q_OBJECT
@@ -98,7 +98,7 @@ void tst_CrashCapture::leavesAReportAndDiesOfItsSignal_data()
         "=== CORVANE CRASH ===\nreason: |std::terminate (exceção não capturada)|\n|=== end ===\n|"
         "=== CORVANE CRASH ===\nreason: |SIGABRT| sig=6|\n|=== end ===\n|");
 
-    // A second death before a piece is written: a further report, if the system lets it come to that.
+    // A second death before a piece is written: one more report, if the system lets it get that far.
     row("another fault before the report", u"null-write again=1:divide"_s, arithmeticSignal,
         arithmeticReport);
     row("another fault within the report", u"null-write again=3:divide"_s, arithmeticSignal,
@@ -168,7 +168,7 @@ void tst_CrashCapture::reportsWhatItIsSent()
 
 void tst_CrashCapture::overflowOfAWorkersStackKills()
 {
-    // Only the main thread has a second stack: no report, but no hang and no other end.
+    // A second stack exists for the main thread alone: no report, but no hang and no other exit either.
     CrasherRun crasher({u"overflow"_s, u"worker"_s});
     QVERIFY(crasher.start());
     QVERIFY(crasher.die());
@@ -181,7 +181,7 @@ void tst_CrashCapture::crashesOfOneProcessShareALog()
 {
     CrasherRun crasher({u"null-write"_s});
     QVERIFY(crasher.start());
-    // Something stands in every file that this start could have named.
+    // Every file that this start could have named has content.
     const qint64 now = coarseSeconds();
     for (qint64 second = now - 30; second <= now; ++second) {
         QFile file(crasher.crashDir() + u"/crash-%1.log"_s.arg(second));
@@ -215,7 +215,7 @@ void tst_CrashCapture::isGuardedWithoutACrashDirectory()
     QFile file(crasher.path(u"runtime"_s));
     QVERIFY(file.open(QIODevice::WriteOnly));
     QVERIFY(crasher.start());
-    // What was in the way is gone by now: the handlers are there and know where to write.
+    // The obstacle is gone by now: the handlers are installed and know where to write.
     QVERIFY(file.remove());
     QVERIFY(QDir().mkpath(crasher.crashDir()));
     QVERIFY(crasher.die());

@@ -16,7 +16,7 @@ using namespace corvane::test;
 
 namespace {
 
-// What the C run-time leaves with when the default action of a signal is taken.
+// Exit code of the C run-time for the default action of a signal.
 constexpr int signalExitCode = 3;
 
 const QByteArray segmentationReport = "=== CORVANE CRASH ===\nreason: SIGSEGV sig=11\n=== end ===\n";
@@ -34,7 +34,7 @@ Number numberAt(const QByteArray &bytes, qsizetype offset)
                : Number();
 }
 
-/// What a minidump says of the exception that it was written for.
+/// Exception of a minidump, for which it was written.
 struct DumpedException
 {
     bool found = false;
@@ -73,7 +73,7 @@ std::pair<QByteArray, QByteArray> exceptionReported(const QByteArray &log)
 
 } // namespace
 
-/// Real deaths of a child that is guarded: what they leave, and with what exit code it goes.
+/// Real deaths of a guarded child: the files that they leave, and the exit codes.
 class tst_CrashCapture_win : public QObject
 {
     Q_OBJECT
@@ -107,7 +107,7 @@ void tst_CrashCapture_win::reportsSignals_data()
     row("uncaught exception", u"throw"_s, exceptionReports);
     row("uncaught exception of another kind", u"throw-other"_s, exceptionReports);
     row("exception out of noexcept", u"noexcept"_s, exceptionReports);
-    // The run-time makes signals of these in the threads that it starts itself; a handler then comes before
+    // The run-time turns these into signals in the threads that it starts itself; a handler then comes before
     // the exception filter.
     row("write to null", u"null-write"_s, segmentationReport);
     row("division by zero", u"divide"_s, arithmeticReport);
@@ -195,7 +195,7 @@ void tst_CrashCapture_win::pathsAreUnicode()
 
 namespace {
 
-/// Makes every file that a start within half a minute could have named, and returns their paths.
+/// Creates every file that a start within half a minute could have named, and returns their paths.
 QStringList makeAllNames(const CrasherRun &crasher, const QString &suffix, const QByteArray &bytes)
 {
     QStringList made;
@@ -209,7 +209,7 @@ QStringList makeAllNames(const CrasherRun &crasher, const QString &suffix, const
     return made;
 }
 
-/// Makes directories of the names in place of the files: they can't be opened then, by anyone.
+/// Creates directories of those names in place of the files: nobody can open them as files.
 QStringList blockAllNames(const CrasherRun &crasher, const QString &suffix)
 {
     const QStringList names = makeAllNames(crasher, suffix, {});

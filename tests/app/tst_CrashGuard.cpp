@@ -56,7 +56,7 @@ constexpr bool longPathsWork = true;
 
 } // namespace
 
-/// The sentinel, the paths worked out in advance, and what stands in their way.
+/// The sentinel, the paths worked out in advance, and the obstacles in their way.
 class tst_CrashGuard : public QObject
 {
     Q_OBJECT
@@ -147,7 +147,7 @@ void tst_CrashGuard::startAfterAnEndThatWasNone()
     QCOMPARE(contentsOf(sentinel()), QByteArray("running\n"));
 
     CrashGuard::markCleanExit();
-    QVERIFY(CrashGuard::previousRunAbnormal()); // said of the run before, whatever becomes of this one
+    QVERIFY(CrashGuard::previousRunAbnormal()); // of the previous run, whatever becomes of this one
 }
 
 void tst_CrashGuard::whateverStandsThereCounts_data()
@@ -192,7 +192,7 @@ void tst_CrashGuard::namesItsFilesByTheTimeOfInstalling()
 
 void tst_CrashGuard::goesOnWithoutADirectory()
 {
-    // Below a regular file nothing can be made, whatever the user may do.
+    // Below a regular file nothing can be created, whatever rights the user has.
     const QString file = m_directory->filePath(u"file"_s);
     writeFile(file, "a file");
 
@@ -271,7 +271,7 @@ void tst_CrashGuard::cutsAnOverLongDirectory()
 
     if (!longPathsWork)
         return;
-    // What is cut is used all the same, unless a directory bears the name that is left.
+    // The truncated path is used all the same, unless a directory has the name that is left.
     const QString used = QString::fromUtf8(running);
     QCOMPARE(QFileInfo(used).isFile(), used != directory);
     if (used != directory)

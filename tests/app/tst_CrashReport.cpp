@@ -24,7 +24,7 @@ void useLog(const QString &path)
 
 } // namespace
 
-/// What one report says, without anyone dying.
+/// Text of one report, without anyone dying.
 class tst_CrashReport : public QObject
 {
     Q_OBJECT

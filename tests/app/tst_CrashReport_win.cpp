@@ -27,7 +27,7 @@ void usePath(char (&target)[Size], const QString &path)
     std::strcpy(target, bytes.constData());
 }
 
-/// Tells whether the dump has a stream for an exception.
+/// True if the dump has a stream for an exception.
 bool namesAnException(const QByteArray &dump)
 {
     const auto number = [&](quint32 offset) {
@@ -45,7 +45,7 @@ bool namesAnException(const QByteArray &dump)
 
 } // namespace
 
-/// The exception filter as the system calls it, without anyone dying; and what is installed.
+/// The exception filter as the system calls it, without anyone dying; and the installed handlers.
 class tst_CrashReport_win : public QObject
 {
     Q_OBJECT

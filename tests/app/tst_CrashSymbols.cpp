@@ -10,7 +10,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// What a handler may call: async-signal-safe by POSIX, and what compilers put in by themselves.
+/// Functions that a handler may call: async-signal-safe by POSIX, and those that compilers insert by
+/// themselves.
 const QSet<QString> safe{
     u"abort"_s,  u"close"_s, u"open"_s,   u"open64"_s,           u"raise"_s,
     u"signal"_s, u"write"_s, u"memcpy"_s, u"__stack_chk_fail"_s, u"_GLOBAL_OFFSET_TABLE_"_s,
@@ -22,7 +23,7 @@ struct Excused
     QString reason;
 };
 
-/// What only the start and the clean end call, when all is well.
+/// Functions that only the start and the clean exit call, outside of any crash.
 const QList<Excused> outsideHandlers{
     {u"sigaction"_s, u"installs the handlers"_s},
     {u"sigemptyset"_s, u"for sigaction"_s},
@@ -36,7 +37,7 @@ const QList<Excused> outsideHandlers{
 
 } // namespace
 
-/// The objects that hold the handlers, by the names that they leave open.
+/// The objects that hold the handlers, by the names that they leave undefined.
 class tst_CrashSymbols : public QObject
 {
     Q_OBJECT
@@ -49,7 +50,7 @@ private Q_SLOTS:
     void readsSymbolsAtAll();
 
 private:
-    /// Names in the objects that `selection`, an option of nm, leaves.
+    /// Names in the objects under `selection`, an option of nm.
     static QSet<QString> symbols(const QString &object, const QString &selection);
 
     const QStringList m_objects = QStringLiteral(CORVANE_HANDLER_OBJECTS).split(u'|');
@@ -111,7 +112,7 @@ void tst_CrashSymbols::listsMeetNowhere()
 
 void tst_CrashSymbols::readsSymbolsAtAll()
 {
-    // Were these missing, the comparison above would have looked at something else.
+    // Control: without these names the comparison above would have looked at other objects.
     QVERIFY(m_defined.contains(u"corvane::CrashReport::append(char const*, int)"_s));
     QVERIFY(m_defined.contains(u"corvane::CrashReport::installHandlers()"_s));
     QSet<QString> open;

@@ -16,7 +16,7 @@
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
-/// The built program from outside: what it says, its exit code, and how it takes what is missing.
+/// The built program from outside: its output, its exit code, and its behaviour where something is missing.
 class tst_Program : public QObject
 {
     Q_OBJECT
@@ -73,7 +73,7 @@ void tst_Program::scanPrintsOneReportAndLeavesNothing()
     const QStringList before = sandbox.contents();
     QProcess program;
     sandbox.prepare(program, arguments);
-    program.start(QIODevice::ReadOnly | QIODevice::Text); // lines end as the system has it
+    program.start(QIODevice::ReadOnly | QIODevice::Text); // the system's own line ends
 
     QVERIFY(program.waitForFinished());
     QCOMPARE(program.exitStatus(), QProcess::NormalExit);
@@ -112,7 +112,7 @@ void tst_Program::closesByItsWindow()
 
 void tst_Program::startsWithoutAUsableRuntimeDirectory()
 {
-    // Below a regular file nothing can be made, whatever the user may do.
+    // Below a regular file nothing can be created, whatever rights the user has.
     ProgramSandbox sandbox;
     writeFile(sandbox.path(u"file"_s), "a file");
     sandbox.environment().insert(u"CORVANE_RUNTIME_DIR"_s, sandbox.path(u"file/runtime"_s));
@@ -153,7 +153,7 @@ void tst_Program::startsWithAnFfmpegThatHangs()
     ProgramRun run(sandbox, m_display);
 
     QVERIFY(run.start(60000));
-    // Two questions of at most five seconds each: the window comes after both.
+    // Two probes of at most five seconds each: the window comes after both.
     QVERIFY(QDateTime::currentMSecsSinceEpoch() - run.startedAtMs >= 9000);
     QCOMPARE(run.close(), 0);
 }
@@ -192,7 +192,7 @@ void tst_Program::goesOnAfterAnException()
 
 void tst_Program::endsWithoutAnInterface()
 {
-    // A copy of the program that looks for QML modules where there are none.
+    // Copy of the program that looks for QML modules in a directory without any.
     ProgramSandbox sandbox;
     const QString copy = sandbox.path("bin/"_L1 + QFileInfo(corvaneProgram()).fileName());
     QVERIFY(QFile::copy(corvaneProgram(), copy));

@@ -58,7 +58,7 @@ QString versionText(const QString &file, const QString &key)
 
 } // namespace
 
-/// What the system reads in the program's file before it runs: icon, version, manifest, subsystem.
+/// Properties of the program's file that the system reads before it runs: icon, version, manifest, subsystem.
 class tst_ProgramFile_win : public QObject
 {
     Q_OBJECT
@@ -136,7 +136,7 @@ void tst_ProgramFile_win::isAConsoleProgramOf64Bits()
     memcpy(&headers, head.constData() + dos.e_lfanew, sizeof headers);
     QCOMPARE(headers.FileHeader.Machine, WORD(IMAGE_FILE_MACHINE_AMD64));
     QCOMPARE(headers.OptionalHeader.Subsystem, WORD(IMAGE_SUBSYSTEM_WINDOWS_CUI));
-    // Loaded at a place that nobody can guess, and data isn't run.
+    // The address space layout is random, and data can't be executed.
     QVERIFY(headers.OptionalHeader.DllCharacteristics & IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE);
     QVERIFY(headers.OptionalHeader.DllCharacteristics & IMAGE_DLLCHARACTERISTICS_NX_COMPAT);
 }

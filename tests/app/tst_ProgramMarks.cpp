@@ -16,7 +16,7 @@
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
-/// The files by which a supervisor learns how the program does: the runtime directory, its heartbeat and its
+/// Files by which a supervisor follows the program's health: the runtime directory, its heartbeat and its
 /// mark of a clean exit.
 class tst_ProgramMarks : public QObject
 {
@@ -158,7 +158,7 @@ void tst_ProgramMarks::heartbeatThatCannotBeWrittenIsSkipped()
     QVERIFY(waitUntil([&] { return QDateTime::currentMSecsSinceEpoch() > firstBeatIsDue + 1000; }));
     QCOMPARE(run.program.state(), QProcess::Running);
 
-    // As soon as it can be written it is.
+    // It is written as soon as it can be.
     QVERIFY(QDir().rmdir(path));
     QVERIFY(waitUntil([&] { return contentsOf(path).size() == 13; }));
     QCOMPARE(run.close(), 0);
@@ -187,7 +187,7 @@ void tst_ProgramMarks::cleanExitIsMadeOrEmptied()
     ProgramRun run(sandbox, m_display);
 
     QVERIFY(run.start());
-    QCOMPARE(QFileInfo::exists(path), !earlier.isNull()); // the start neither makes nor removes it
+    QCOMPARE(QFileInfo::exists(path), !earlier.isNull()); // the start neither creates nor removes it
     QCOMPARE(contentsOf(path), earlier);
     QCOMPARE(run.close(), 0);
 

@@ -21,7 +21,7 @@ namespace {
 
 enum class End { WindowClosed, Killed, Terminated, SegmentationFault, Abort, NoInterface };
 
-/// What is in the runtime directory, "<start>" standing for a second from `startedAt` on.
+/// Contents of the runtime directory, "<start>" standing for a second from `startedAt` on.
 QStringList runtimeFiles(const ProgramSandbox &sandbox, qint64 startedAt)
 {
     QStringList files;
@@ -39,7 +39,7 @@ QStringList runtimeFiles(const ProgramSandbox &sandbox, qint64 startedAt)
     return files;
 }
 
-/// A copy of the program that looks for QML modules where there are none.
+/// Copy of the program that looks for QML modules in a directory without any.
 void takeInterfaceAway(const ProgramSandbox &sandbox, ProgramRun &run)
 {
     const QString copy = sandbox.path("bin/"_L1 + QFileInfo(corvaneProgram()).fileName());
@@ -52,8 +52,8 @@ void takeInterfaceAway(const ProgramSandbox &sandbox, ProgramRun &run)
 
 } // namespace
 
-/// The sentinel and the crash reports through real starts of the program: what each end leaves, and what the
-/// start after it says.
+/// The sentinel and the crash reports through real starts of the program: the files that each exit leaves,
+/// and the log of the start after it.
 class tst_ProgramSentinel : public QObject
 {
     Q_OBJECT

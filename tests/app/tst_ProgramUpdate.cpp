@@ -23,8 +23,8 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// The built program and a newer version of it: staged by its own timer, applied when nothing is on air, by
-/// an end that looks like any other.
+/// The built program and a newer version of it: staged by its own timer, applied when nothing is on air, at
+/// an exit like any other.
 class tst_ProgramUpdate : public QObject
 {
     Q_OBJECT
@@ -62,7 +62,7 @@ public:
         return m_sandbox.runtimeDir() + u'/' + name;
     }
 
-    /// Has the plugin carry out what the file stands for.
+    /// Has the plugin carry out the order that the file stands for.
     void order(const QString &name, const QByteArray &content = "x") const
     {
         writeFile(m_sandbox.path("operate/new"_L1), content);
@@ -126,7 +126,7 @@ void tst_ProgramUpdate::appliesAtOnceWhenNothingIsOnAir()
 {
     Run run(m_display);
     QVERIFY(run.program().start());
-    // Nobody asks: the first check comes by itself, a few seconds after the start.
+    // The first check comes by itself, a few seconds after the start.
     QCOMPARE(run.waitForEnd(), 0);
 
     QCOMPARE(run.said(applying), 1);

@@ -12,7 +12,7 @@
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
-/// What the built program holds, seen from within by the plugin of ProgramInspector.cpp.
+/// Contents of the built program, seen from within by the plugin of ProgramInspector.cpp.
 class tst_QmlModule : public QObject
 {
     Q_OBJECT

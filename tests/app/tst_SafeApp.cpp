@@ -12,7 +12,7 @@ using namespace corvane;
 
 namespace {
 
-/// Leaves an event handler in the way that its number says.
+/// Leaves an event handler in the way given by its number.
 enum class Thrown { RuntimeError, OwnStandardException, Percent, EmptyText, Number, Text, QtText };
 
 class OwnException : public std::exception
@@ -41,7 +41,7 @@ void raise(Thrown thrown)
     }
 }
 
-/// By what road the loop comes to the handler that throws.
+/// Route by which the loop comes to the handler that throws.
 enum class Road { Timer, QueuedCall, PostedEvent };
 
 constexpr auto throwingEvent = static_cast<QEvent::Type>(QEvent::User + 1);
@@ -78,7 +78,7 @@ private:
     Thrown m_thrown;
 };
 
-/// Keeps what is logged while it lives; nothing of it reaches the test's own log.
+/// Collects the log messages while it lives; none of them reaches the test's own log.
 class LoggedLines
 {
 public:
@@ -177,7 +177,7 @@ void tst_SafeApp::logsAnExceptionOnceAndGoesOn()
         QCoreApplication::postEvent(&receiver, new QEvent(throwingEvent));
         break;
     }
-    // Two turns of the loop later it still runs, and ends only as it is told.
+    // It still runs two turns of the loop later, and exits only when asked to.
     bool wentOn = false;
     QTimer::singleShot(10, &receiver, [&] {
         wentOn = true;

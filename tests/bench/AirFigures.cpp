@@ -40,7 +40,7 @@ void AirFigures::start()
                                   Q_ARG(QString, QString()));
         QMetaObject::invokeMethod(&m_engine, "addRtmpOutput", Q_ARG(QString, id), Q_ARG(QString, url));
     }
-    // What an edit replaced goes first, so that the pipelines found are those of the registry.
+    // Objects replaced by an edit are deleted first, so that the pipelines found are those of the registry.
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     if (qEnvironmentVariableIsSet("CORVANE_MEASURE_REFRESH")) {
         const QObjectList children = m_engine.children();

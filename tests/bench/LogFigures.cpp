@@ -67,7 +67,7 @@ public:
         qint64 withFrame;
     };
 
-    /// Of `act` and of the turns up to the frame that shows its effect.
+    /// Processor time of `act` and of the turns up to the frame that shows its effect.
     template <typename Act>
     Cost cost(const Act &act)
     {

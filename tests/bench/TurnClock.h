@@ -10,7 +10,7 @@
 namespace corvane::bench {
 
 /// The turns of this thread's event loop from construction on, each from one wait for events to the next, in
-/// processor time: what else the machine does doesn't count.
+/// processor time: other load on the machine doesn't count.
 class TurnClock : public QObject
 {
 public:

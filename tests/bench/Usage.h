@@ -9,7 +9,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-/// What this process has used so far. POSIX with /proc.
+/// Resources that this process has used so far. POSIX with /proc.
 namespace corvane::bench {
 
 [[nodiscard]] inline qint64 nanoseconds(clockid_t clock)
@@ -19,7 +19,7 @@ namespace corvane::bench {
     return qint64(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
 }
 
-/// The same clock in every process of the machine.
+/// Monotonic time, the same in every process of the machine.
 [[nodiscard]] inline qint64 monotonicNs()
 {
     return nanoseconds(CLOCK_MONOTONIC);

@@ -22,7 +22,7 @@ PipelineConfig defaultPipeline()
     return config;
 }
 
-/// As a builder would write it down that had nothing to decide and no number to format.
+/// The list as a builder without decisions and without numbers to format would write it down.
 QStringList appendedLiterals()
 {
     QStringList args;
@@ -38,7 +38,8 @@ QStringList appendedLiterals()
     return args;
 }
 
-/// The same in one block: forty-two words copied, nothing decided and nothing allocated but the list itself.
+/// The same in one block: forty-two words copied, without a decision or an allocation but that of the list
+/// itself.
 QStringList literalBlock()
 {
     return {

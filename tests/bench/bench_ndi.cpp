@@ -64,7 +64,7 @@ double peakResidentKib()
     return at < 0 ? 0 : text.sliced(at + 6, text.indexOf(" kB", at) - at - 6).trimmed().toDouble();
 }
 
-/// What the reader of a run of frames has seen.
+/// Result of reading a run of frames.
 struct Reading
 {
     std::vector<Clock::time_point> starts; ///< of each frame, as its first bytes arrived
@@ -97,7 +97,7 @@ Reading discard(const QString &path, qint64 frameSize, qint64 frames,
     return reading;
 }
 
-/// What a writer of frames has taken.
+/// Cost of writing a run of frames.
 struct Cost
 {
     std::vector<double> latenessMs; ///< of each frame but the first, against a period after the one before
@@ -126,7 +126,7 @@ double middle(std::vector<double> values)
     return values.at(values.size() / 2);
 }
 
-/// A source whose frames are there already: what is measured is the pump.
+/// A source whose frames are ready: the measurement is of the pump alone.
 class ReadySource : public FrameSource
 {
 public:
@@ -195,7 +195,7 @@ void runBareLoop(Cost &cost, const NdiFrameInfo &info, int intervalMs, qint64 fr
     const double cpuBefore = processCpuSeconds();
     auto reading = std::async(std::launch::async, [&] { return discard(path, frame.size(), frames); });
     auto writing = std::async(std::launch::async, [&] {
-        makeThreadTimeCritical(); // as the pump is: who wakes where decides what a page costs
+        makeThreadTimeCritical(); // like the pump: priorities decide the cost of a page
         const int pipe = open(QFile::encodeName(path).constData(), O_WRONLY | O_CLOEXEC);
         fcntl(pipe, F_SETPIPE_SZ, pipeCapacity);
         auto next = Clock::now();
@@ -239,7 +239,7 @@ int main(int argc, char *argv[])
     const QCoreApplication app(argc, argv);
     bench::Figures figures;
 
-    // In turns, and the middle one of them: whatever else the machine does falls on both.
+    // By turns, and the median of them: other load on the machine falls on both.
     const NdiFrameInfo hd = format(1920, 1080, 30);
     Cost pump;
     std::vector<double> costs;
@@ -274,7 +274,7 @@ int main(int argc, char *argv[])
                  pumpUhd.cpuMsPerFrame / bareUhd.cpuMsPerFrame, "x");
     figures.note("ndi: 2160p60, CPU of the pump for a frame", pumpUhd.cpuMsPerFrame, "ms");
 
-    // Sixty bytes kept of each frame would break this.
+    // Limit that keeping sixty bytes of each frame would break.
     constexpr double allowedKib = 512;
     figures.atMost("ndi: memory growth over 10,000 frames", growthKib(true), allowedKib, "KiB");
     figures.atMost("ndi: memory growth over 10,000 slates", growthKib(false), allowedKib, "KiB");

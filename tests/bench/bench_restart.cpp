@@ -41,7 +41,7 @@ int main(int argc, char *argv[])
     const QTemporaryDir directory;
     const QString clock = directory.filePath(u"clock"_s);
 
-    // Each child tells the time as its first act and dies as its next: one number is both its birth and its
+    // Each child writes the time as its first act and dies as its next: one number is both its birth and its
     // death.
     PipelineConfig config = fakeConfig("clock="_L1 + stepText(clock.toUtf8()) + ",exit=3"_L1);
     config.restart.initialBackoffMs = backoffMs;

@@ -1,4 +1,4 @@
-// What the settings cost: a save after an edit, and the stored pipelines at a start.
+// Cost of the settings: a save after an edit, and the restoration of the stored pipelines at a start.
 
 #include "engine/Engine.h"
 #include "tests/bench/Figures.h"
@@ -50,7 +50,7 @@ double startOnce(int restored)
     return spent;
 }
 
-/// Makes the settings be read from the file again, as in a process of its own.
+/// Has the settings read from the file again, as in a process of its own.
 void ageSettings(const QString &path, int turn)
 {
     QFile file(path);

@@ -23,7 +23,7 @@ namespace {
 
 constexpr int calls = 201;
 
-/// Milliseconds of one run of `program`; negative if it didn't go well.
+/// Milliseconds of one run of `program`; negative if it failed.
 double run(const QByteArray &program)
 {
     QByteArray name = program;

@@ -1,4 +1,4 @@
-// What an update costs the program that fetches it: the hash of a large package beside sha256sum, the memory
+// Cost of an update to the program that fetches it: the hash of a large package beside sha256sum, the memory
 // of a staging, the time of a check. The server is this program once more, in a process of its own.
 
 #include "tests/bench/Figures.h"
@@ -30,7 +30,7 @@ constexpr qsizetype packageSize = 200 * megabyte;
 constexpr int hashRuns = 9;
 constexpr int checks = 51;
 
-/// Bytes that no compression or cache makes anything of.
+/// Bytes that no compression or cache can shorten.
 QByteArray package()
 {
     QByteArray made(packageSize, Qt::Uninitialized);
@@ -87,7 +87,7 @@ double milliseconds(const QElapsedTimer &timer)
     return static_cast<double>(timer.nsecsElapsed()) / 1e6;
 }
 
-/// Both by turns, the best of each: what else runs on the machine only ever slows one down.
+/// Both by turns, the best of each: other load on the machine only ever slows one down.
 bool hashing(bench::Figures &figures, const QTemporaryDir &folder)
 {
     const QString path = folder.filePath(u"package"_s);
@@ -190,7 +190,7 @@ int main(int argc, char *argv[])
     }
     const QString nothing = QString::fromUtf8(server.readLine().trimmed());
     const QString latest = QString::fromUtf8(server.readLine().trimmed());
-    // The memory first: what the others leave to the allocator would be hidden in it.
+    // Memory comes first: it would be hidden in the memory that the others leave to the allocator.
     const bool measured =
         staging(figures, latest, folder) && checking(figures, nothing, folder) && hashing(figures, folder);
     server.kill();

@@ -1,4 +1,4 @@
-// What pipelines on air cost the program that shows them: encoders that print two progress lines a second,
+// Cost of pipelines on air to the program that shows them: encoders that print two progress lines a second,
 // the window in view, drawn by the processor.
 
 #include "tests/bench/Figures.h"

@@ -1,4 +1,5 @@
-// A line more in a full log, against the replacement of its whole text; and memory over very many lines.
+// Cost of one more line in a full log, against the replacement of its whole text; and memory over very many
+// lines.
 
 #include "tests/bench/Figures.h"
 #include "tests/bench/MeasuredProgram.h"

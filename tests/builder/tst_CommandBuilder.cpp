@@ -124,7 +124,7 @@ void tst_CommandBuilder::noOutput()
     QCOMPARE(errorOf(config, false), u"Pipeline sem saídas habilitadas"_s);
     QCOMPARE(errorOf(config, true), u"Pipeline sem saídas habilitadas"_s);
 
-    // It is the only thing that an unusable record is refused for.
+    // Missing outputs: the only fault for which a record is refused.
     config.source.kind = 99;
     config.source.width = -1;
     config.encoder.bitrate = 0;

@@ -14,7 +14,7 @@ namespace {
 
 using Edit = std::function<void(PipelineConfig &)>;
 
-/// What ffprobe says of a file: one line per stream, "h264,video,320,180" or "aac,audio".
+/// Streams of a file by ffprobe: one line each, "h264,video,320,180" or "aac,audio".
 QStringList streamsOf(const QString &ffprobe, const QString &path)
 {
     QProcess probe;
@@ -25,7 +25,7 @@ QStringList streamsOf(const QString &ffprobe, const QString &path)
     return QString::fromUtf8(probe.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
 }
 
-/// Ends with the test, whatever the test's end.
+/// Process that ends with the test, however that ends.
 class Ffmpeg : public QProcess
 {
 public:
@@ -114,14 +114,14 @@ void tst_CommandBuilderFfmpeg::acceptsTheList()
     const QString path = m_folder.filePath(file);
     config.outputs[0].url = path;
 
-    QByteArray said; // outlives the process, which may speak until its last moment
+    QByteArray said; // outlives the process, which may write until its last moment
     Ffmpeg ffmpeg;
     connect(&ffmpeg, &QProcess::readyReadStandardError, this, [&] { said += ffmpeg.readAllStandardError(); });
     ffmpeg.start(m_ffmpeg, CommandBuilder::build(config, false));
     QVERIFY2(ffmpeg.waitForStarted(), qPrintable(ffmpeg.errorString()));
 
-    // A picture has to be on its way before the end, or the file holds nothing to look at. B-frames and the
-    // encoder's look-ahead keep the first ones back.
+    // One picture at least has to be on its way before the end, or the file is empty. B-frames and the
+    // encoder's look-ahead hold the first ones back.
     static const QRegularExpression progress(u"frame= *[1-9][0-9]* fps="_s);
     const auto onAir = [&] { return progress.match(QString::fromUtf8(said)).hasMatch(); };
     QTRY_VERIFY2_WITH_TIMEOUT(onAir() || ffmpeg.state() == QProcess::NotRunning, said.constData(), 60000);

@@ -79,8 +79,8 @@ private:
         }
     }
 
-    /// Pieces that mean something to a URL, a format string, a shell, the tee syntax or UTF-8. No piece makes
-    /// an option of the builder's own, so that those can be looked for in the list.
+    /// Pieces with a meaning in a URL, a format string, a shell, the tee syntax or UTF-8. None of them forms
+    /// an option of the builder's own, so that the test can look for those in the list.
     QString text()
     {
         static const QStringList pieces{u"srt://host:9000"_s,
@@ -194,7 +194,7 @@ void tst_CommandBuilderRandom::refusesOnlyMissingOutputs()
             ++refused;
         }
     }
-    // Both ways were taken often enough to mean something.
+    // Control: both branches were taken often enough.
     QVERIFY(refused > records / 20);
     QVERIFY(refused < records / 2);
 }

@@ -65,7 +65,7 @@ constexpr Encoder encoders[] = {
     {6, 3, "libx265", "software"},
 };
 
-/// What follows the common block at 6000 kbit/s. "{preset}" stands for the family's word for the preset.
+/// Arguments after the common block at 6000 kbit/s. "{preset}" stands for the family's word for the preset.
 struct Block
 {
     const char *family;

@@ -1,11 +1,11 @@
 #pragma once
 
-/// What tests/children/crasher does with the platform's own means.
+/// Parts of tests/children/crasher that use the platform's own means.
 #include <string_view>
 
 namespace corvane::crasher {
 
-/// No core file; and a stack that is soon run over.
+/// Sets limits: no core file, and a stack that overflows soon.
 void limitResources();
 
 // Real faults where the processor has them, else the signal.
@@ -21,7 +21,7 @@ void dieLikeHere(std::string_view death);
 /// Takes the lock round every use of the heap, for good.
 void lockHeap();
 
-/// From here on a use of the heap by the calling thread says "heap used" on standard error.
+/// From here on a use of the heap by the calling thread reports "heap used" on standard error.
 void watchHeap();
 
 /// Has a "|" written after each piece that goes to a file.

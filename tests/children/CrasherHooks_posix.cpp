@@ -9,7 +9,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// The C library's own heap behind its public names, which this file takes.
+// The C library's own heap behind its public names, which this file defines.
 extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier): their names are the library's
 void *__libc_malloc(std::size_t size);

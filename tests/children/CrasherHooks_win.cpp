@@ -50,7 +50,7 @@ void lockHeap()
     HeapLock(GetProcessHeap());
 }
 
-// The C run-time's own allocations can't be told from the handlers' here.
+// The C run-time's own allocations can't be distinguished from those of the handlers here.
 void watchHeap() {}
 
 void markPieces() {}

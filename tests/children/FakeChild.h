@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/// What the stand-ins for child programs share. Plain C++: they link nothing that a test could break.
+/// Functions that the stand-ins for child programs share. Plain C++: they link nothing that a test could
+/// break.
 namespace corvane::fake {
 
 /// Resolves "%2C" and the like.
@@ -13,7 +15,7 @@ namespace corvane::fake {
 
 [[nodiscard]] std::vector<std::string> split(const std::string &text, char separator);
 
-/// Writes the bytes as they stand and at once.
+/// Writes the bytes unchanged and at once.
 void writeAll(std::FILE *stream, const std::string &bytes);
 
 /// Appends `line` and a line feed to the file at `path` in one piece, whoever else writes there.
@@ -35,7 +37,7 @@ void useBinaryStreams();
 
 /// Has `handler` called, on a thread of its own, when this process is asked to terminate; the process lives
 /// on. To be called before any other thread is started. On Windows such a request reaches windows alone: with
-/// `window` false there is none, as in a program of the console, and `handler` is never called.
+/// `window` false there is none, as in a console program, and `handler` is never called.
 void onTerminate(std::function<void()> handler, bool window = true);
 
 } // namespace corvane::fake

@@ -58,7 +58,7 @@ void useBinaryStreams()
     _setmode(_fileno(stdout), _O_BINARY);
 }
 
-// Who asks a process to terminate closes its windows: this one has a window for that, which nobody sees.
+// A request to terminate closes the windows of a process: this one has an invisible window to receive it.
 void onTerminate(std::function<void()> handler, bool window)
 {
     if (!window)
@@ -72,7 +72,7 @@ void onTerminate(std::function<void()> handler, bool window)
         {
             const std::lock_guard lock(mutex);
             ready = true;
-            changed.notify_one(); // under the lock: what it tells of is gone as soon as the other goes on
+            changed.notify_one(); // under the lock: its subject is gone as soon as the other thread goes on
         }
         MSG message;
         while (GetMessageW(&message, nullptr, 0, 0) > 0)

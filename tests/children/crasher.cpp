@@ -28,7 +28,7 @@ using namespace corvane;
 
 namespace {
 
-/// Its making is the last thing that the dying thread does itself: the memory it lies in is there by then.
+/// The exception's construction is the last act of the dying thread: its memory exists by then.
 struct Thrown : std::exception
 {
     Thrown() { crasher::watchHeap(); }

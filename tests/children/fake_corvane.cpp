@@ -1,9 +1,8 @@
-// A program for the guardian to guard, with CORVANE's marks. What it does stands in the file "behaviour"
-// beside it:
+// A program for the guardian to guard, with CORVANE's marks. The file "behaviour" beside it names what
+// it does:
 //
-//   beats     its heartbeat goes on; it ends in order when do-quit appears in the runtime directory, and
-//   crashes
-//             when do-crash does
+//   beats     its heartbeat goes on; it exits in order when do-quit appears in the runtime directory, and
+//             crashes when do-crash does
 //   mute      it lives without a heartbeat
 //   crashes   at once
 //   fails     at once, with exit code 255 and no marks of an end
@@ -42,7 +41,7 @@ void write(const QString &path, const QByteArray &text, QIODevice::OpenMode mode
         file.write(text);
 }
 
-/// A death that the system tells the parent of as a crash.
+/// A death that the system reports to the parent as a crash.
 [[noreturn]] void crash()
 {
 #ifdef Q_OS_WIN

@@ -1,10 +1,10 @@
-// Holds and releases the keep-awake request as told on standard input, a word to a line, and says "done WORD"
-// after each:
+// Holds and releases the keep-awake request on orders from standard input, a word to a line, and prints
+// "done WORD" after each:
 //
 //   hold       preventSleep()
 //   release    allowSleep()
-//   settle     waits until no call to a service is without its answer
-//   quit       leaves; so does the end of standard input
+//   settle     waits until every call to a service has its reply
+//   quit       exits; so does the end of standard input
 
 #include "engine/host/KeepAwake.h"
 

@@ -1,4 +1,4 @@
-// An Engine that makes random edits and tells of each, to be killed amidst them.
+// An Engine that makes random edits and reports each, to be killed amidst them.
 //
 // store_editor <seed> <edits>: works on the settings that the environment names. Before each edit it writes
 // the line "next ROWS", and "done" as soon as the edit has returned; "ready ROWS" comes before the first.
@@ -35,7 +35,7 @@ struct Row
 
 void tell(const QByteArray &line)
 {
-    // One write: a line is told whole or, when killed before, not at all.
+    // One write call: a line is written whole or, if the process is killed before, not at all.
     const QByteArray whole = line + '\n';
     if (write(STDOUT_FILENO, whole.constData(), size_t(whole.size())) != whole.size())
         std::exit(3);
@@ -49,7 +49,7 @@ void tell(const char *word, const QList<Row> &rows)
     tell(QByteArray(word) + ' ' + QJsonDocument(array).toJson(QJsonDocument::Compact));
 }
 
-/// One edit at random, on the rows and, as told, on the Engine.
+/// One random edit, of the rows and of the Engine alike.
 void edit(Engine &engine, QList<Row> &rows, QRandomGenerator &random)
 {
     const auto below = [&random](qsizetype bound) { return int(random.bounded(int(bound))); };
@@ -124,7 +124,7 @@ int main(int argc, char *argv[])
     const QVariantList restored = engine.pipelines();
     for (const QVariant &view : restored)
         rows.append({view.toMap().value(u"id"_s).toString(), view.toMap().value(u"name"_s).toString()});
-    // What the view doesn't show of a restored pipeline is given anew.
+    // Fields of a restored pipeline that the view doesn't show are set again.
     for (Row &row : rows) {
         engine.configureSource(row.id, {{u"kind"_s, u"test"_s}, {u"uri"_s, u""_s}});
         engine.configureEncoder(row.id, {{u"bitrate"_s, 6000}, {u"hw"_s, u"auto"_s}});
@@ -137,6 +137,6 @@ int main(int argc, char *argv[])
     tell("end");
     char input = 0;
     while (read(STDIN_FILENO, &input, 1) > 0) {
-    } // until it is killed, or nobody is there any more to do so
+    } // until it is killed, or its parent is gone
     return 0;
 }

@@ -1,5 +1,5 @@
-// Prints what resolveTool() finds for its argument, byte for byte. Tests copy it to where they want the
-// directory of the program to be.
+// Prints the result of resolveTool() for its argument, byte for byte. Tests copy it to the place that is to
+// be the directory of the program.
 
 #include "engine/host/ToolResolver.h"
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr qsizetype stampLength = 9; // "HH:mm:ss "
 
-/// ffmpeg as it is, but for the protocol that it keeps to itself.
+/// Script in front of the real ffmpeg that hides its protocol "srt".
 QByteArray ffmpegWithoutSrt()
 {
     return R"sh(for argument; do

@@ -9,13 +9,13 @@
 
 namespace corvane::test {
 
-/// How the ffmpeg of a test sends SRT.
+/// Way in which the ffmpeg of a test sends SRT.
 enum class SrtPath {
     Bridge, ///< it lists no protocol "srt", so srt-live-transmit does
     Direct, ///< by itself
 };
 
-/// The lines that say that a real ffmpeg gave up. From its version 7 on, the code tells which error it was.
+/// Lines by which a real ffmpeg reports its failure. From version 7 on, the code distinguishes the errors.
 [[nodiscard]] QStringList encoderFailures(const QStringList &logLines);
 
 /// One pipeline of an Engine with the machine's real tools: a small test pattern, outputs as a test adds
@@ -39,8 +39,8 @@ public:
     void start() { m_engine->startPipeline(m_id); }
     void stop() { m_engine->stopPipeline(m_id); }
 
-    /// Runs the event loop until the log shows the encoder `seconds` further than it is now; false if it
-    /// doesn't get there.
+    /// Runs the event loop until the log shows the encoder `seconds` further on than now; false if it doesn't
+    /// get there.
     bool transmitFor(double seconds);
 
     /// Process of the child whose command holds `part`; 0 if there is none.

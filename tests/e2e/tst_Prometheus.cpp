@@ -79,7 +79,7 @@ public:
 
     [[nodiscard]] QString log() const { return m_log; }
 
-    /// The data of an answer of its interface; empty if there is no good one.
+    /// Data of a response of its interface; empty if there is none or it isn't a success.
     QJsonObject get(const QString &path, const QString &query = {})
     {
         QUrl url(u"http://127.0.0.1:%1%2"_s.arg(m_port, path));
@@ -214,7 +214,7 @@ void tst_Prometheus::valuesFollowTheEncoder()
     createFile(sign);
     QVERIFY(becomes(u"corvane_fps"_s, u"29.97"_s));
     QVERIFY(becomes(u"corvane_bitrate_kbps"_s, u"6012.3"_s));
-    QVERIFY(becomes(u"corvane_dropped_frames"_s, u"1234570"_s)); // six digits are what it was told
+    QVERIFY(becomes(u"corvane_dropped_frames"_s, u"1234570"_s)); // six digits are exposed
 
     bench->stopPipeline(id);
     QVERIFY(becomes(u"corvane_pipeline_up"_s, u"0"_s));

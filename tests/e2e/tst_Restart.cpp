@@ -1,5 +1,6 @@
 #include "pipeline/Pipeline.h"
 #include "tests/support/Files.h"
+#include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
@@ -14,16 +15,12 @@ using namespace corvane::test;
 
 namespace {
 
-/// What the pipeline says of one run of a child that crashes.
+/// Events of one run of a child that crashes.
 QStringList crashedRun()
 {
-    return {u"state starting"_s,
-            u"log ffmpeg <arguments>"_s,
-            u"state running"_s,
-            u"log ffmpeg rodando (pid <pid>)"_s,
-            u"log ffmpeg errorOccurred: 1"_s,
-            u"log ERRO: ffmpeg saiu (code=%1, crash)"_s.arg(crashedExitCode()),
-            u"state failed"_s};
+    return launched() + QStringList{u"log ffmpeg errorOccurred: 1"_s,
+                                    u"log ERRO: ffmpeg saiu (code=%1, crash)"_s.arg(crashedExitCode()),
+                                    u"state failed"_s};
 }
 
 } // namespace

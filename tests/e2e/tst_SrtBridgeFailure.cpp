@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// What becomes of a pipeline whose real bridge dies, or can't do its work.
+/// Fate of a pipeline whose real bridge dies or can't work.
 class tst_SrtBridgeFailure : public QObject
 {
     Q_OBJECT
@@ -169,7 +169,7 @@ void tst_SrtBridgeFailure::oddButValid()
     air.start();
     QVERIFY(air.transmitFor(0.5));
 
-    // The tool has the text as one argument, and waits for the other end in its own way.
+    // The tool receives the text as one argument, and waits for the other end in its own way.
     const QString target = url + "?latency=120&"_L1 + parameters + "&mode=caller"_L1;
     const qint64 bridge = OnAir::childWith(u"srt-live-transmit udp://"_s);
     QVERIFY(bridge != 0);
@@ -208,7 +208,7 @@ void tst_SrtBridgeFailure::badInputOnTheDirectWay()
     air.start();
     QVERIFY2(waitUntil([&] { return air.state() == "failed"_L1; }), qPrintable(air.engine().log()));
 
-    // Here the encoder itself complains and ends, which counts as a failure.
+    // The encoder itself reports an error and exits here, which counts as a failure.
     QVERIFY2(!encoderFailures(air.logLines()).isEmpty(), qPrintable(air.engine().log()));
     QVERIFY(air.hasLine(u"auto-restart em 1000ms (tentativa 1 na janela)"_s));
     const QString command = air.linesWith(u"ffmpeg -hide_banner"_s).constLast();

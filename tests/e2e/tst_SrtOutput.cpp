@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// SRT on its two ways out, to a real listener.
+/// Both ways of sending SRT, to a real listener.
 class tst_SrtOutput : public QObject
 {
     Q_OBJECT
@@ -54,7 +54,7 @@ void tst_SrtOutput::arrives_data()
         QTest::addRow("%s, listener with both", way)
             << path << none << u"segredo-0123"_s << u"cam-1"_s << u"cam-1"_s << 1.0
             << u"?latency=120&passphrase=segredo-0123&pbkeylen=16&streamid=cam-1"_s;
-        // Older tools hand other characters on as they are encoded, newer ones decode them.
+        // Older tools pass other characters on as they are encoded, newer ones decode them.
         QTest::addRow("%s, stream id that needs encoding", way)
             << path << none << none << u"live/câmera 1"_s << u"live%2Fc%C3%A2mera%201\nlive/câmera 1"_s << 1.0
             << u"?latency=120&streamid=live%2Fc%C3%A2mera%201"_s;
@@ -129,8 +129,8 @@ void tst_SrtOutput::latency_data()
     QTest::addColumn<QString>("query");
     QTest::addColumn<int>("agreedMs");
 
-    // The same number goes out on both ways. The bridge counts milliseconds, ffmpeg microseconds, and SRT's
-    // own 120 ms are the least on which the two ends agree.
+    // The same number is sent in both ways. The bridge counts milliseconds, ffmpeg microseconds, and SRT's
+    // own 120 ms are the minimum on which the two ends agree.
     QTest::newRow("bridge counts milliseconds") << SrtPath::Bridge << QString() << 400;
     QTest::newRow("ffmpeg counts microseconds") << SrtPath::Direct << QString() << 120;
     QTest::newRow("microseconds in the URL come first") << SrtPath::Direct << u"?latency=300000"_s << 300;

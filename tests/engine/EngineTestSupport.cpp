@@ -43,7 +43,7 @@ QStringList EngineBench::logLines() const
 {
     static const QRegularExpression stamp(u"^([01]\\d|2[0-3]):[0-5]\\d:[0-5]\\d "_s);
     QStringList lines = engine.log().split(u'\n');
-    lines.removeLast(); // what follows the last line feed
+    lines.removeLast(); // the part after the last line feed
     for (QString &line : lines)
         line = stamp.match(line).hasMatch() ? line.sliced(9) : u"(no stamp) "_s + line;
     return lines;

@@ -15,19 +15,19 @@ namespace corvane::test {
 class EngineBench
 {
 public:
-    /// `protocols` is what ffmpeg lists; "srt\n" makes it one that sends SRT by itself.
+    /// `protocols`: the list that ffmpeg prints; with "srt\n" it sends SRT by itself.
     explicit EngineBench(const QByteArray &protocols = {});
 
     Engine *operator->() { return &engine; }
 
-    /// Calls an operation as QML does, through the meta-object; false if there is none of that form.
+    /// Calls an operation as QML does, through the meta-object; false if none has that signature.
     template <typename... Args>
     bool call(const char *operation, const Args &...args)
     {
         return QMetaObject::invokeMethod(&engine, operation, Qt::DirectConnection, argument(args)...);
     }
 
-    /// The same for an operation that answers.
+    /// The same for an operation that returns a value.
     template <typename Answer, typename... Args>
     Answer ask(const char *operation, const Args &...args)
     {
@@ -39,7 +39,7 @@ public:
         return answer;
     }
 
-    /// Adds a pipeline with one RTMP output whose URL is "fake:" and `steps`; answers its id.
+    /// Adds a pipeline with one RTMP output whose URL is "fake:" and `steps`; returns its id.
     QString addFake(const QString &name, const QString &steps);
 
     /// The object behind a row of the registry. With objects of the same id in disposal, the newest.

@@ -19,14 +19,14 @@ class StoreBench
 public:
     StoreBench();
 
-    /// Begins a run; one that still lives ends first.
+    /// Begins a run; a run under way ends first.
     Engine &start();
     void end() { m_engine.reset(); }
     Engine *operator->() const { return m_engine.get(); }
     [[nodiscard]] Engine &engine() const { return *m_engine; }
 
     /// Records of the pipelines, in order of the registry, from its view and its objects. Objects in disposal
-    /// are cleared away first.
+    /// are deleted first.
     [[nodiscard]] QList<PipelineConfig> configs() const;
     [[nodiscard]] Pipeline *pipeline(qsizetype row) const; ///< the object behind a row
 

@@ -19,7 +19,7 @@ constexpr int lastPort = 9200;
 
 } // namespace
 
-/// What each configuring operation does to the record, and that it replaces the object of the pipeline.
+/// Effect of each configuring operation on the record, and that it replaces the object of the pipeline.
 class tst_EngineEdits : public QObject
 {
     Q_OBJECT
@@ -304,7 +304,7 @@ void tst_EngineEdits::buildsABondedOutput()
 {
     EngineBench bench;
     const QString id = bench->addPipeline(u"a"_s);
-    QVERIFY(bench.call("addSrtlaOutput", id, u""_s, 5001)); // an empty host is the interface's to refuse
+    QVERIFY(bench.call("addSrtlaOutput", id, u""_s, 5001)); // refusing an empty host is the interface's task
     QVERIFY(bench.call("addSrtlaOutput", id, u"bond.example"_s, 65535));
 
     const QList<OutputConfig> outputs = bench.config(id).outputs;

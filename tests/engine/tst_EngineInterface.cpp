@@ -9,7 +9,8 @@
 using namespace Qt::StringLiterals;
 using namespace corvane;
 
-/// What the interface can reach of the Engine: signals, properties and operations, by form and order.
+/// Members of the Engine within the interface's reach: signals, properties and operations, by signature and
+/// order.
 class tst_EngineInterface : public QObject
 {
     Q_OBJECT
@@ -143,7 +144,7 @@ void tst_EngineInterface::operationsAreMethods()
     for (int i = engineMeta.methodOffset(); i < engineMeta.methodCount(); ++i)
         QCOMPARE(engineMeta.method(i).access(), QMetaMethod::Public);
 
-    // For the other parts of the program, not for QML.
+    // Members for the other parts of the program, not for QML.
     for (const char *hidden :
          {"anyPipelineTransmitting()", "metricsText()", "allocateLocalPort()", "appendLog(QString)"})
         QCOMPARE(engineMeta.indexOfMethod(hidden), -1);

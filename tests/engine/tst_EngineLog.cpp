@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// What the Engine says and answers by itself: its log, discovery, the audio bridge, the preview.
+/// The Engine's own output: its log, discovery, the audio bridge, the preview.
 class tst_EngineLog : public QObject
 {
     Q_OBJECT
@@ -57,7 +57,7 @@ void tst_EngineLog::clears()
     QVERIFY(bench.call("clearLog"));
     QCOMPARE(bench->log(), QString());
     QCOMPARE(logged.size(), 1);
-    QVERIFY(bench.call("clearLog")); // says so even if there was nothing
+    QVERIFY(bench.call("clearLog")); // the signal comes even if there was nothing
     QCOMPARE(logged.size(), 2);
 }
 
@@ -175,7 +175,7 @@ void tst_EngineLog::previewsSrtAsIfFfmpegHadNone()
     QVERIFY(!preview.contains(u"segredo123"_s));
     QVERIFY(!preview.contains(u"canal456"_s));
 
-    // What a start really runs stands in the log, and it may differ.
+    // The log shows the command that a start really runs, and it may differ.
     bench->clearLog();
     bench->startPipeline(id);
     QVERIFY(bench.logHas(u"ffmpeg -hide_banner"_s));

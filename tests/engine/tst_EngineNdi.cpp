@@ -8,7 +8,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// What the engine says of an NDI runtime, as a build would find it that brings one.
+/// Reports of the engine about an NDI runtime, in a build that brings one.
 class tst_EngineNdi : public QObject
 {
     Q_OBJECT
@@ -39,7 +39,7 @@ void tst_EngineNdi::answersForTheRuntime()
     QVERIFY(bench->ffmpegHasNdi());
     QVERIFY(bench.logHas(u" | NDI=sim | "_s));
 
-    // Support is asked for anew, the probe's finding stays.
+    // Support is queried each time, the result of the probe stays.
     setNdiRuntimeAvailable(false);
     QVERIFY(!bench->ndiSupported());
     QVERIFY(bench->ffmpegHasNdi());

@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// Which pipelines there are, in what order and under what names, and what becomes of their objects.
+/// The pipelines of the registry, their order and names, and the disposal of their objects.
 class tst_EngineRegistry : public QObject
 {
     Q_OBJECT
@@ -42,7 +42,7 @@ void tst_EngineRegistry::beginsEmpty()
     QVERIFY(bench.call("stopAll"));
     QStringList lines = bench.logLines();
     lines.removeOne(u"métricas Prometheus em http://127.0.0.1:9105/metrics"_s); // if the port was free
-    QCOMPARE(lines.size(), 1);                                                  // what the machine offers
+    QCOMPARE(lines.size(), 1);                                                  // the probe's summary
 }
 
 void tst_EngineRegistry::addsAPipeline()
@@ -69,7 +69,7 @@ void tst_EngineRegistry::namesByTheCurrentCount()
     bench.ask<QString>("addPipeline", QString());
     QCOMPARE(bench.column(u"name"_s), QStringList({u"Stream 1"_s, u"Stream 2"_s}));
 
-    // Two of the same name after a removal: the count is of those that are there.
+    // Two of the same name after a removal: the number follows from those that exist.
     bench.call("removePipeline", first);
     bench.ask<QString>("addPipeline", u""_s);
     QCOMPARE(bench.column(u"name"_s), QStringList({u"Stream 2"_s, u"Stream 2"_s}));

@@ -144,7 +144,7 @@ void tst_EngineRunning::editEndsATransmission()
     QCOMPARE(row.value(u"fps"_s), QVariant(0.0));
     QVERIFY(!bench->anyPipelineTransmitting());
 
-    // Nothing brings it back: no object of a former edit is left, and the only one there is stopped.
+    // It stays stopped: no object of a former edit is left, and the only one there is stopped.
     QVERIFY(waitUntil([&] { return bench.livingPipelines() == 3; }));
     QCOMPARE(bench.column(u"state"_s), QStringList({u"stopped"_s, u"stopped"_s, u"stopped"_s}));
 }
@@ -259,7 +259,7 @@ void tst_EngineRunning::handsOverAUrlAsOneArgument()
         QFile file(seen);
         if (file.open(QIODevice::ReadOnly))
             arguments = QString::fromUtf8(file.readAll()).split(u'\n');
-        return arguments.size() == 43; // 42, and what follows the last line feed
+        return arguments.size() == 43; // 42, and the empty part after the last line feed
     }));
     QCOMPARE(arguments.at(41), url);
     QVERIFY(bench.logHas(url));

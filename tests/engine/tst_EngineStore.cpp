@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// What comes back at the next start of the program, and how it is wired.
+/// Pipelines restored at the next start of the program, and their wiring.
 class tst_EngineStore : public QObject
 {
     Q_OBJECT

@@ -80,7 +80,7 @@ private:
     QByteArray m_name = name();
 };
 
-/// The place of the user's settings, until the end.
+/// Directory of the user's settings while the object lives.
 class SettingsPlace
 {
 public:
@@ -119,7 +119,7 @@ void useEverything(Engine &engine)
 
 } // namespace
 
-/// A store that can't be written, or not be read: the program goes on and says nothing of it.
+/// A store that can't be written or read: the program goes on and logs nothing about it.
 class tst_EngineStoreFailing : public QObject
 {
     Q_OBJECT
@@ -175,10 +175,10 @@ void tst_EngineStoreFailing::goesOnOnAFullDisk()
 
     QVERIFY(disk.fill());
     useEverything(bench.engine());
-    QCOMPARE(bench.bytes(), before); // whole, if old
+    QCOMPARE(bench.bytes(), before); // complete, if out of date
     QCOMPARE(bench.column(u"name"_s), QStringList({u"antes"_s, u"b"_s}));
 
-    // Space again: the next edit brings everything.
+    // Space is free again: the next edit writes everything.
     QVERIFY(QFile::remove(disk.directory() + u"/filling"_s));
     bench->addPipeline(u"depois"_s);
     bench.start();

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int edits = 1000;
 
-/// The rows of the settings file as store_editor tells them.
+/// The rows of the settings file in the form in which store_editor prints them.
 QJsonArray storedRows(const QString &path)
 {
     QSettings settings(path, QSettings::IniFormat);
@@ -33,7 +33,7 @@ QJsonArray storedRows(const QString &path)
     return rows;
 }
 
-/// Takes the id that the store gives to an added pipeline for one that couldn't be foretold.
+/// Replaces an id that couldn't be predicted by the one that the store gave to the added pipeline.
 QJsonArray withIdsOf(QJsonArray told, const QJsonArray &stored)
 {
     for (qsizetype row = 0; row < told.size() && row < stored.size(); ++row) {
@@ -53,7 +53,8 @@ QByteArray text(const QJsonArray &rows)
 
 } // namespace
 
-/// The program is killed at random moments of 1,000 random edits: what had returned is in the file.
+/// The program is killed at random moments of 1,000 random edits: every edit that had returned is in the
+/// file.
 class tst_EngineStoreKilled : public QObject
 {
     Q_OBJECT
@@ -96,7 +97,7 @@ void tst_EngineStoreKilled::holdsWhatHadReturned()
         QVERIFY2(editor.waitForReadyRead(60'000), told.right(500).constData());
         told += editor.readAllStandardOutput();
     }
-    // Spins on to a moment that has nothing to do with the child's last word.
+    // Spins on to a moment that is independent of the child's last line.
     QElapsedTimer moment;
     for (moment.start(); moment.nsecsElapsed() < delay;) {
     }
@@ -132,7 +133,7 @@ void tst_EngineStoreKilled::holdsWhatHadReturned()
                                   "\nreturned: " + text(returned) + "\nbegun:    " + text(begun);
     QVERIFY2(asReturned || asBegun, difference.constData());
 
-    // And the next run goes on with it, whatever the killed one has left lying beside the file.
+    // The next run goes on with it, whatever files the killed one has left beside it.
     QProcess next;
     next.setProcessEnvironment(environment);
     next.start(QStringLiteral(CORVANE_STORE_EDITOR), {u"1"_s, u"1"_s});

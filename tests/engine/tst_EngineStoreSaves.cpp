@@ -12,7 +12,7 @@ namespace {
 
 using Operation = std::function<void(Engine &, const QString &id)>;
 
-// What an operator enters and no file may ever show.
+// Secrets that an operator enters and no file may ever contain.
 const QString streamKey = u"chave-9f31c0"_s;
 const QString passphrase = u"frase-secreta-77"_s;
 const QString streamId = u"#!::r=canal-oculto"_s;
@@ -35,7 +35,7 @@ struct Saved
 
 } // namespace
 
-/// Which operations save, when they do so, and what never gets into the file.
+/// Operations that save, the moment at which they do so, and the contents that never reach the file.
 class tst_EngineStoreSaves : public QObject
 {
     Q_OBJECT
@@ -115,7 +115,7 @@ void tst_EngineStoreSaves::saves()
     QFETCH(QByteArray, key);
 
     Saved saved;
-    // The last step: whoever hears of the change looks at a store that doesn't hold it yet.
+    // The save is the last step: a listener to the change finds a store without it.
     int changes = 0;
     bool savedBefore = false;
     connect(&saved.bench.engine(), &Engine::pipelinesChanged, this, [&] {
@@ -220,7 +220,7 @@ void tst_EngineStoreSaves::showsNoSecret()
         [&] { engine.clearOutputs(id); },
         [&] { engine.removePipeline(id); },
     };
-    // Halves of the words too: escapes of the file's format break up what isn't plain.
+    // Parts of the secrets too: the format's escapes break up a secret that has other than plain characters.
     const QByteArrayList secrets{"chave-9f31c0",   "9f31c0",         "frase-secreta-77",
                                  "secreta",        "r=canal-oculto", "canal-oculto",
                                  "bonding.oculto", "rtmp://",        "srt://"};

@@ -20,8 +20,8 @@ constexpr const char *reason =
 
 } // namespace
 
-/// Which signals of a pipeline reach the log and the interface. That differs by how its object came about, so
-/// the tests make the objects speak and look at what the Engine passes on.
+/// Signals of a pipeline that reach the log and the interface. That differs by the object's origin, so the
+/// tests emit the signals themselves and look at those that the Engine passes on.
 class tst_EngineWiring : public QObject
 {
     Q_OBJECT
@@ -155,7 +155,7 @@ void tst_EngineWiring::listensToAnObjectInDisposal()
     bench->clearLog();
     QSignalSpy changed(&bench.engine, &Engine::pipelinesChanged);
 
-    // It came from addPipeline(), so all six of its signals still lead somewhere.
+    // It came from addPipeline(), so all six of its signals are connected.
     Q_EMIT old.logLine(u"linha"_s);
     Q_EMIT old.statsChanged(u"frame=1"_s);
     Q_EMIT old.qualityChanged(1, u"bitrate-75"_s);
@@ -169,7 +169,7 @@ void tst_EngineWiring::listensToAnObjectInDisposal()
 
 void tst_EngineWiring::runsOfEditedPipelinesReportNoLevel()
 {
-    // A pipeline gets its outputs by edits, so what its ladder does is told by its own lines alone.
+    // A pipeline gets its outputs by edits, so only its own lines report the steps of its ladder.
     EngineBench bench;
     const QString id = bench.addFake(u"a"_s, u"drops=50"_s);
     bench->startPipeline(id);
@@ -179,7 +179,7 @@ void tst_EngineWiring::runsOfEditedPipelinesReportNoLevel()
     QVERIFY(bench.logHas(u"[stats] frame="_s));
     QVERIFY(!bench.logHas(u"[qualidade]"_s));
 
-    // The lowered rate goes along into the new object, whose level begins at 0.
+    // The lowered rate is carried over into the new object, whose level begins at 0.
     bench->renamePipeline(id, u"b"_s);
     QCOMPARE(bench.column(u"level"_s), QStringList{u"0"_s});
     QCOMPARE(bench.config(id).encoder.bitrate, 4500);

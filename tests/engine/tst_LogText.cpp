@@ -85,7 +85,7 @@ void tst_LogText::keepsTheEndOfTheText()
     QString log = QString(30000, u'a') + QString(30000, u'b');
     appendLogLine(log, u"fim"_s, QTime(0, 0, 2));
 
-    // A line feed is no place to cut at: what is left begins in the middle of a line.
+    // The cut doesn't look for a line feed: the rest begins in the middle of a line.
     QCOMPARE(log, QString(9987, u'a') + QString(30000, u'b') + u"00:00:02 fim\n"_s);
 }
 

@@ -25,7 +25,7 @@ bool writeMemory(QIODevice &device, const QSettings::SettingsMap &map)
     return device.write("kept in memory\n") > 0;
 }
 
-/// Makes the default store one that shows what types are written into it.
+/// Replaces the default store by one in memory that keeps the types written into it.
 class TypedStore
 {
 public:
@@ -74,7 +74,7 @@ PipelineConfig changedThroughout()
 
 } // namespace
 
-/// The rows that a save writes, and what a load makes of them.
+/// The rows that a save writes, and the records that a load reads from them.
 class tst_PipelineStore : public QObject
 {
     Q_OBJECT
@@ -115,7 +115,7 @@ void tst_PipelineStore::writesTheseKeysAndTypes()
         {u"pipelines/1/bitrate"_s, 2500},     {u"pipelines/1/hw"_s, 2},
         {u"pipelines/1/outputs"_s, 3LL},
     };
-    QCOMPARE(written.take(u"pipelines/size"_s).toInt(), 1); // its type is Qt's affair
+    QCOMPARE(written.take(u"pipelines/size"_s).toInt(), 1); // its type is up to Qt
     QCOMPARE(written.keys(), expected.keys());
     for (auto entry = expected.begin(); entry != expected.end(); ++entry) {
         const QVariant value = written.value(entry.key());
@@ -282,7 +282,7 @@ void tst_PipelineStore::growsOverLeftovers()
     PipelineStore::save({});
     PipelineStore::save({record(u"a"_s), record(u"b"_s, u""_s)});
 
-    // Nothing of the old row shows through.
+    // No value of the old row remains.
     const PipelineConfig loaded = PipelineStore::load().value(1);
     QCOMPARE(loaded.id, u"b"_s);
     QCOMPARE(loaded.name, QString());

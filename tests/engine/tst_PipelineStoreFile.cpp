@@ -14,7 +14,7 @@ using namespace corvane::test;
 
 namespace {
 
-/// What a row says of a pipeline: id, name, kind, source, bit rate, encoder family.
+/// Fields of a pipeline in a row: id, name, kind, source, bit rate, encoder family.
 QVariantList rowOf(const PipelineConfig &config)
 {
     return {config.id,        config.name, config.source.kind, config.source.uri, config.encoder.bitrate,
@@ -27,7 +27,8 @@ const QString none;
 
 } // namespace
 
-/// The settings file itself: its bytes after a save, and what a start makes of one that others have written.
+/// The settings file itself: its bytes after a save, and the pipelines that a start restores from a file
+/// written by others.
 class tst_PipelineStoreFile : public QObject
 {
     Q_OBJECT
@@ -256,7 +257,7 @@ void tst_PipelineStoreFile::isAnEmptyStoreIfUnreadable()
     bench.write(file);
     bench.start();
     QCOMPARE(bench->pipelines(), QVariantList());
-    QCOMPARE(bench.logLines().size(), 1); // what the machine offers
+    QCOMPARE(bench.logLines().size(), 1); // the probe's summary
     bench->addPipeline(u"a"_s);
     QCOMPARE(bench.column(u"name"_s), QStringList{u"a"_s});
 }

@@ -79,7 +79,7 @@ private:
 
 } // namespace
 
-/// Where the settings are kept on Windows: in the registry, below the organization and the program.
+/// Place of the settings on Windows: the registry, below the organization and the program.
 class tst_PipelineStore_win : public QObject
 {
     Q_OBJECT
@@ -123,7 +123,7 @@ void tst_PipelineStore_win::keepsRowsBelowTheProgram()
     second.id = u"00000002"_s;
     PipelineStore::save({first, second});
 
-    // In 32 or 64 bits, as the version of Qt has it.
+    // 32 or 64 bits, depending on the version of Qt.
     QCOMPARE(Key(key(u"pipelines"_s)).values().value(u"size"_s).section(u' ', -1), u"2"_s);
     QCOMPARE(Key(key(u"pipelines\\1"_s)).values(), (QMap<QString, QString>{
                                                        {u"id"_s, u"text 0badcafe"_s},

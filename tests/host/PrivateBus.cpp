@@ -26,7 +26,7 @@ constexpr const char *configuration =
 </busconfig>
 )";
 
-/// The system's own interpreter, which is the one that the bus bindings are installed for.
+/// The system's own interpreter, for which the bus bindings are installed.
 QString pythonWithBus()
 {
     QString python = QStandardPaths::findExecutable(u"python3"_s, {u"/usr/bin"_s});

@@ -7,7 +7,7 @@
 
 namespace corvane::test {
 
-/// A child program that reads commands and tells events, a line each.
+/// A child program that reads commands and reports events, a line each.
 class LineProcess : public QObject
 {
     Q_OBJECT
@@ -20,29 +20,29 @@ public:
 
     void tell(const QString &commands); ///< words separated by blanks, sent in one piece
 
-    /// Everything that it has told so far, or those lines that begin with `prefix`.
+    /// Every event that it has reported so far, or those whose line begins with `prefix`.
     [[nodiscard]] QStringList lines(const QString &prefix = {}) const;
 
-    /// Waits for an event that the test needs to go on.
+    /// Waits for an event without which the test can't go on.
     [[nodiscard]] bool waitFor(const QString &line);
 
 private:
     QByteArray m_output;
 };
 
-/// A bus daemon that nothing else knows of, without any service that could be started on it. It serves as
-/// system bus and as session bus.
+/// A bus daemon that nobody else knows, without any service that could be started on it. It serves as system
+/// bus and as session bus.
 class PrivateBus
 {
 public:
     PrivateBus();
     ~PrivateBus();
 
-    /// Why there is no bus; empty if there is one.
+    /// Reason why there is no bus; empty if there is one.
     [[nodiscard]] QString problem() const { return m_problem; }
     [[nodiscard]] QString address() const { return m_address; }
 
-    /// The stand-ins for the services named, "login" and "screen", ready to be asked.
+    /// The stand-ins for the services named, "login" and "screen", ready for requests.
     void startServices(LineProcess &services, const QStringList &names) const;
 
 private:

@@ -5,7 +5,7 @@
 
 using namespace corvane;
 
-/// What the platforms built today answer: they have none of it.
+/// Capabilities of the platforms built today: they have none of them.
 class tst_Capabilities : public QObject
 {
     Q_OBJECT

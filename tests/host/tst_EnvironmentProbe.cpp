@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// What is read out of the listings of an ffmpeg, and what comes of one that misbehaves.
+/// Parsing of an ffmpeg's listings, and the result for one that misbehaves.
 class tst_EnvironmentProbe : public QObject
 {
     Q_OBJECT
@@ -144,7 +144,7 @@ void tst_EnvironmentProbe::givesUpOnAnFfmpegThatHangs()
 
     const EnvironmentProbe found = EnvironmentProbe::run();
 
-    // Two waits of 5000 ms, and no third one for the children to end by themselves.
+    // Two waits of 5000 ms, and no third one for the exit of the children.
     QVERIFY2(clock.elapsed() >= 9900, qPrintable(QString::number(clock.elapsed())));
     QVERIFY2(clock.elapsed() < 40000, qPrintable(QString::number(clock.elapsed())));
     QCOMPARE(found.ffmpegPath, ffmpeg);

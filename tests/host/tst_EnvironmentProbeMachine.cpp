@@ -8,7 +8,7 @@
 using namespace Qt::StringLiterals;
 using namespace corvane;
 
-/// The probe against the tools that are really installed.
+/// The probe against the installed tools.
 class tst_EnvironmentProbeMachine : public QObject
 {
     Q_OBJECT

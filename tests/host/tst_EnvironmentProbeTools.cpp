@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// Which tools a machine has, from the bare one to one with everything, up to the line in the log.
+/// Tools of a machine, from the bare one to one with everything, up to the line in the log.
 class tst_EnvironmentProbeTools : public QObject
 {
     Q_OBJECT

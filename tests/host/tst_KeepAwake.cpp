@@ -12,7 +12,7 @@ namespace {
 const QString loginRequest = u"login inhibit %1 idle:sleep|holder|Transmissão ao vivo em andamento|block"_s;
 const QString screenRequest = u"screen inhibit %1 holder|Transmissão ao vivo em andamento"_s;
 
-/// A program that asks for and gives back the request, on a bus of the test's own.
+/// A program that holds and releases the request, on a bus of the test's own.
 class Holder : public LineProcess
 {
 public:
@@ -25,7 +25,7 @@ public:
         process.start(QStringLiteral(CORVANE_KEEP_AWAKE_HOLDER), QStringList());
     }
 
-    /// Tells it to do `commands` and waits until it has done the last of them.
+    /// Sends it `commands` and waits until it has carried out the last of them.
     [[nodiscard]] bool does(const QString &commands)
     {
         const qsizetype expected = lines().size() + commands.split(u' ').size();
@@ -36,7 +36,7 @@ public:
 
 } // namespace
 
-/// The request that keeps a Linux desktop awake, seen from the services that it goes to.
+/// The request that keeps a Linux desktop awake, seen from the services that receive it.
 class tst_KeepAwake : public QObject
 {
     Q_OBJECT
@@ -59,7 +59,7 @@ private:
     PrivateBus m_bus;
 };
 
-/// Everything that has happened to the services by now has been told.
+/// Every call that the services have received by now has been reported.
 #define VERIFY_SETTLED(services)                                                                             \
     do {                                                                                                     \
         const qsizetype pongs = (services).lines(u"pong"_s).size();                                          \
@@ -104,7 +104,7 @@ void tst_KeepAwake::repeatsNothing()
     QVERIFY(services.waitFor(u"login closed 1"_s));
     QVERIFY(services.waitFor(u"screen uninhibit 1"_s));
 
-    // The request after them stands behind any that would have been one too many.
+    // A next request, before which any superfluous one would have arrived.
     QVERIFY(holder.does(u"hold settle"_s));
     VERIFY_SETTLED(services);
     QCOMPARE(services.lines(u"login"_s),
@@ -171,7 +171,7 @@ void tst_KeepAwake::tellsTheAnswersOfTwoRequestsApart()
     QVERIFY(services.waitFor(loginRequest.arg(2)));
     QVERIFY(services.waitFor(screenRequest.arg(2)));
 
-    // The first answer belongs to a request that is over.
+    // The first reply belongs to a request that is over.
     services.tell(u"answer"_s);
     QVERIFY(services.waitFor(u"login closed 1"_s));
     QVERIFY(services.waitFor(u"screen uninhibit 1"_s));

@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// That a transmission keeps the machine awake: from the Engine to the services, on a bus of the test's own.
+/// A transmission keeps the machine awake: from the Engine to the services, on a bus of the test's own.
 class tst_KeepAwakeEngine : public QObject
 {
     Q_OBJECT
@@ -55,7 +55,7 @@ void tst_KeepAwakeEngine::asksWhileSomethingTransmits()
     QVERIFY(services.waitFor(u"login closed 1"_s));
     QVERIFY(services.waitFor(u"screen uninhibit 1"_s));
 
-    // Without outputs it is on air only for as long as a start takes to fail.
+    // Without outputs it is on air only until the start has failed.
     const QString third = engine.addPipeline(u"c"_s);
     engine.startPipeline(third);
     QVERIFY(services.waitFor(u"login closed 2"_s));

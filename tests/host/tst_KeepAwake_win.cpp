@@ -22,7 +22,7 @@ unsigned long __stdcall record(unsigned long state)
 {
     requests << static_cast<quint32>(state);
     requestingThread = GetCurrentThreadId();
-    return 0; // the call has failed: nobody looks at that
+    return 0; // failure, which the caller doesn't check
 }
 
 constexpr quint32 awake = 0x80000003;
@@ -30,8 +30,8 @@ constexpr quint32 released = 0x80000000;
 
 } // namespace
 
-/// What is asked of the system while something transmits. The call itself is looked on at: the system doesn't
-/// tell what it makes of it.
+/// Requests to the system while something transmits. The call itself is observed, as the system doesn't
+/// report its effect.
 class tst_KeepAwake_win : public QObject
 {
     Q_OBJECT
@@ -62,7 +62,7 @@ void tst_KeepAwake_win::cleanup()
 
 void tst_KeepAwake_win::callsTheSystem()
 {
-    QVERIFY(m_theSystems(ES_CONTINUOUS) != 0); // what was asked for before, or 0 for a failure
+    QVERIFY(m_theSystems(ES_CONTINUOUS) != 0); // the state requested before, or 0 for a failure
 }
 
 void tst_KeepAwake_win::asksForSystemAndDisplay()

@@ -20,7 +20,7 @@ namespace {
 
 const QString exhaustedLine = u"AVISO: nenhuma porta UDP local livre na faixa 8900-9200"_s;
 
-/// A loopback UDP port that is taken while the object lives; null if somebody else has it.
+/// A loopback UDP port that is taken while the object lives; null if another process has it.
 std::unique_ptr<QUdpSocket> takePort(int port)
 {
     auto socket = std::make_unique<QUdpSocket>();
@@ -29,7 +29,7 @@ std::unique_ptr<QUdpSocket> takePort(int port)
     return socket;
 }
 
-/// Takes every port of the range. Ports that another process probes just now are tried again, and those that
+/// Takes every port of the range. Ports that another process is just probing are tried again, and those that
 /// it keeps count as taken.
 std::vector<std::unique_ptr<QUdpSocket>> takeAllPorts()
 {
@@ -51,7 +51,7 @@ std::vector<std::unique_ptr<QUdpSocket>> takeAllPorts()
 
 } // namespace
 
-/// The range of local ports: which number comes next, and what a port that is taken does to it.
+/// The range of local ports: the number that comes next, and the effect of a port that is taken.
 class tst_LocalPorts : public QObject
 {
     Q_OBJECT
@@ -74,7 +74,7 @@ void tst_LocalPorts::triesInOrder_data()
 {
     QTest::addColumn<int>("counter");
     QTest::addColumn<QList<int>>("taken");
-    QTest::addColumn<bool>("sockets"); // false: the system makes none
+    QTest::addColumn<bool>("sockets"); // false: the system creates none
     QTest::addColumn<int>("port");
     QTest::addColumn<QList<int>>("asked");
     QTest::addColumn<int>("counterAfter");
@@ -173,7 +173,7 @@ void tst_LocalPorts::probesWithASocket()
     QCOMPARE(probeUdpPort(port), UdpPortProbe::Taken);
     QCOMPARE(probeUdpPort(port), UdpPortProbe::Taken);
 
-    // Nothing is kept: what was probed can be bound, and probed again.
+    // No socket is kept: a probed port can be bound, and probed again.
     socket.close();
     QCOMPARE(probeUdpPort(port), UdpPortProbe::Free);
     QCOMPARE(probeUdpPort(port), UdpPortProbe::Free);
@@ -198,7 +198,8 @@ void tst_LocalPorts::passesOverAPortThatIsTaken()
     const int first = engine.allocateLocalPort();
     QVERIFY(first >= 8900 && first < 9190);
 
-    // Whatever others hold: our own ports are passed over, and the counter doesn't go back.
+    // Ports held by others may shift the numbers: our own ports are passed over, and the counter doesn't go
+    // back.
     const auto next = takePort(first + 1);
     const auto afterNext = takePort(first + 2);
     const int second = engine.allocateLocalPort();

@@ -53,7 +53,7 @@ public:
             file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser);
     }
 
-    /// What the program finds, with the root left away.
+    /// Result of the search by the program, with the root left out.
     [[nodiscard]] QString find(const QString &name) const
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();

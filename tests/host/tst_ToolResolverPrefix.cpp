@@ -45,7 +45,7 @@ void tst_ToolResolverPrefix::looksInUsrLocalBeforePath()
     };
     QCOMPARE(found(QStringLiteral(CORVANE_TOOL_PROBE)), local.fileName());
 
-    // What lies beside the program comes before it.
+    // A tool beside the program comes before it.
     const QString moved = QFileInfo(dir.path()).canonicalFilePath() + u"/bin/"_s;
     QVERIFY(QDir().mkpath(moved));
     QVERIFY(QFile::copy(QStringLiteral(CORVANE_TOOL_PROBE), moved + u"probe"_s));

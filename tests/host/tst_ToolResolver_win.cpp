@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// Programs have a suffix on Windows, and the name that is looked for has none.
+/// Programs have a suffix on Windows, which the name to look for lacks.
 class tst_ToolResolver_win : public QObject
 {
     Q_OBJECT
@@ -42,7 +42,7 @@ void tst_ToolResolver_win::init()
     QVERIFY(QFile::copy(QStringLiteral(CORVANE_TOOL_PROBE), m_root + "/program/tool_probe.exe"_L1));
 }
 
-/// What a program beside which nothing else lies finds for "ffmpeg" with that PATH, the root left away.
+/// Path of "ffmpeg" for a program with nothing beside it and that PATH, the root left out.
 QString tst_ToolResolver_win::find(const QString &path) const
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();

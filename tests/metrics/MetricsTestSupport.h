@@ -10,7 +10,7 @@
 
 namespace corvane::test {
 
-/// What a scraper sends.
+/// Request of a scraper.
 inline constexpr auto scrapeRequest = "GET /metrics HTTP/1.1\r\nHost: 127.0.0.1\r\nAccept: */*\r\n\r\n";
 
 /// A client of a local port. It keeps every byte that it gets.
@@ -19,7 +19,7 @@ class Client : public QTcpSocket
     Q_OBJECT
 
 public:
-    /// Connected when this returns, if the port takes connections at all.
+    /// Connected when the constructor returns, if the port takes connections at all.
     explicit Client(quint16 port);
 
     [[nodiscard]] const QByteArray &received() const { return m_received; }
@@ -31,13 +31,14 @@ private:
     QByteArray m_received;
 };
 
-/// Sends `request` to a local port and gives all that comes until the other side closes; empty if it doesn't.
+/// Sends `request` to a local port and returns everything received until the other side closes; empty if it
+/// doesn't.
 [[nodiscard]] QByteArray ask(quint16 port, const QByteArray &request = scrapeRequest);
 
-/// What follows the blank line of a response.
+/// Body of a response, behind the blank line.
 [[nodiscard]] QByteArray bodyOf(const QByteArray &response);
 
-/// The longest time that the event loop of this thread stayed away from its timers.
+/// Longest time that the event loop of this thread kept its timers waiting.
 class LoopWatch : public QObject
 {
     Q_OBJECT
@@ -53,14 +54,14 @@ private:
     qint64 m_longestMs = 0;
 };
 
-/// What a program has said by its end.
+/// Output of a program up to its exit.
 struct ToolRun
 {
     QByteArray output; ///< of both streams
-    int exitCode = -1; ///< -1: it didn't start, or found no end
+    int exitCode = -1; ///< -1: it didn't start, or didn't exit
 };
 
-/// Runs a program to its end while the event loop goes on.
+/// Runs a program to its exit while the event loop goes on.
 [[nodiscard]] ToolRun runTool(const QString &program, const QStringList &arguments,
                               const QByteArray &input = {});
 

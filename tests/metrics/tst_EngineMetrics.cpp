@@ -59,7 +59,7 @@ private Q_SLOTS:
 
 void tst_EngineMetrics::init()
 {
-    // Whoever holds it for a moment, such as another test run, is waited for.
+    // Patience with a brief holder of the port, such as another test run.
     QElapsedTimer patience;
     patience.start();
     QString problem = portProblem();

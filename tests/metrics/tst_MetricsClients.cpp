@@ -115,7 +115,8 @@ void tst_MetricsClients::curl()
 
 void tst_MetricsClients::oneByteASecond()
 {
-    // The first byte is answered, the others find the door closed. Each goes off a second after the last.
+    // The first byte is answered, the later ones find the connection closed. Each comes a second after the
+    // last.
     const QByteArray request(scrapeRequest);
     Client slow(m_server->port());
     qsizetype sent = 0;

@@ -179,7 +179,7 @@ void tst_MetricsServer::requestInTwoPiecesDuringTheResponse()
 
     Client client(server.port());
     client.setReadBufferSize(1000);
-    client.disconnect(); // takes nothing yet, so that the first response stays on its way
+    client.disconnect(); // reads nothing yet, so that the first response is still being sent
     client.write("GET /metrics");
     QVERIFY(waitUntil([&] { return scrapes == 1; }));
     client.write(" HTTP/1.1\r\n\r\n");
@@ -197,8 +197,8 @@ void tst_MetricsServer::requestInTwoPiecesDuringTheResponse()
     QVERIFY(waitUntil([&] { return client.state() == QTcpSocket::UnconnectedState; }));
     take();
 
-    // Whether the second piece is read is up to the socket. A close with the piece unread resets the
-    // connection, which may cost the client the end of the response, but nobody else anything.
+    // The socket decides whether the second piece is read. Closing with the piece unread resets the
+    // connection, which may cost the client the end of the response, but affects nobody else.
     const QByteArray response = "HTTP/1.1 200 OK\r\nContent-Type: text/plain; version=0.0.4\r\n"
                                 "Content-Length: 16777216\r\nConnection: close\r\n\r\n" +
                                 QByteArray(largeBody, 'x');
@@ -227,7 +227,8 @@ void tst_MetricsServer::asksTheProviderOncePerReadyRead()
     QCOMPARE(reads, 1);
     QCOMPARE(scrapes, 1);
 
-    // Each notice of bytes is a scrape of its own: a request that comes in pieces can be answered twice.
+    // Each notification of bytes is a scrape of its own: a request that comes in pieces can be answered
+    // twice.
     accepted = nullptr;
     Client second(server.port());
     QVERIFY(waitUntil([&] { return accepted != nullptr; }));
@@ -298,7 +299,7 @@ void tst_MetricsServer::listensOnTheLoopbackAddressAlone()
     QCOMPARE(listenerOf(server)->serverAddress(), QHostAddress(u"127.0.0.1"_s));
     QCOMPARE(listenerOf(server)->serverPort(), server.port());
 
-    // 127.0.0.2 too: a listener on all interfaces would answer there on a machine with no other address.
+    // 127.0.0.2 too: a listener on all interfaces would accept there on a machine with no other address.
     QList<QHostAddress> others = QNetworkInterface::allAddresses();
     others << QHostAddress(u"127.0.0.2"_s) << QHostAddress(QHostAddress::LocalHostIPv6);
     others.removeAll(QHostAddress(QHostAddress::LocalHost));

@@ -19,7 +19,7 @@ PipelineConfig configOf(const QString &id, const QString &steps)
     return config;
 }
 
-/// Steps of fake_ffmpeg that say one line.
+/// Steps of fake_ffmpeg that print one line.
 QString says(const QByteArray &line)
 {
     return u"stderr="_s + stepText(line + '\n');
@@ -186,7 +186,7 @@ void tst_MetricsText::numberForms()
 
 void tst_MetricsText::idsStandAsTheyAre()
 {
-    // The store takes any id that a file gives; it stands in the samples as it is.
+    // The store takes any id from a file; the samples show it unchanged.
     Pipeline placeholder(configOf(u"%1%2%3"_s, u""_s), fakeFfmpeg(), false);
     Pipeline empty(configOf(u""_s, u""_s), fakeFfmpeg(), false);
     QVERIFY(metricsText({&empty}).contains(u"corvane_thermal_state{pipeline=\"\"} 0\n"_s));

@@ -62,7 +62,7 @@ QSet<QString> namesIn(const QString &text)
 
 } // namespace
 
-/// What monitors make of the text, and what is delivered for them.
+/// The exposition and the files delivered for monitoring, checked by the monitors' own tools.
 class tst_Monitoring : public QObject
 {
     Q_OBJECT
@@ -138,7 +138,7 @@ void tst_Monitoring::dashboardQueriesAreWellFormed()
     if (promtool.isEmpty())
         QSKIP("promtool isn't installed");
 
-    // As rules, for there is no other check of a query.
+    // Checked as rules, for there is no other check of a query.
     QByteArray rules = "groups:\n  - name: dashboard\n    rules:\n";
     int number = 0;
     const QStringList queries = expressions();

@@ -19,7 +19,8 @@ QString flag(bool on)
     return on ? u"true"_s : u"false"_s;
 }
 
-/// Every field of the record, one to an element, so that a test sees what else a key has changed.
+/// Every field of the record, one to an element, so that a test notices every other field that a key has
+/// changed.
 QStringList fields(const SourceConfig &source)
 {
     return {u"kind="_s + QString::number(source.kind),   u"uri="_s + source.uri,

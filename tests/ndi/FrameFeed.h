@@ -10,11 +10,11 @@
 
 namespace corvane::test {
 
-/// What the receivers of a test receive. While it lives, every source that is made answers from here.
+/// Frames for the receivers of a test. While it lives, every new source delivers from here.
 class FrameFeed
 {
 public:
-    /// `info` is the answer to every probe.
+    /// `info`: result of every probe.
     explicit FrameFeed(const NdiFrameInfo &info);
     ~FrameFeed();
     FrameFeed(const FrameFeed &) = delete;
@@ -25,7 +25,7 @@ public:
     /// The capture under way, or the next one, delivers `frame`.
     void show(const QByteArray &frame);
 
-    /// The capture under way, or the next one, throws what `thrower` throws.
+    /// The capture under way, or the next one, calls `thrower`, which throws.
     void failWith(std::function<void()> thrower);
 
     /// "name timeout" of each probe so far.

@@ -32,7 +32,7 @@ public:
     void openPaused(const QString &path);
     void resume();
 
-    /// Goes away with the next bytes.
+    /// Closes its end of the pipe when the next bytes come.
     void close();
 
     [[nodiscard]] bool couldOpen() const;

@@ -7,7 +7,7 @@
 
 namespace corvane::test {
 
-/// Everything that a receiver says, in order, as the main thread hears it.
+/// Every log line of a receiver, in order, as the main thread receives it.
 class ReceiverLog : public QObject
 {
     Q_OBJECT
@@ -23,14 +23,14 @@ private:
     QStringList m_lines;
 };
 
-/// A pipe path that nobody else has.
+/// A pipe path that nothing else uses.
 [[nodiscard]] QString freshPipePath();
 
-/// Tells whether a pipe is being served at `path`.
+/// True if a pipe is being served at `path`.
 [[nodiscard]] bool pipeExists(const QString &path);
 
 /// Error numbers of the system that the tests run on, as the log shows them.
-[[nodiscard]] QString alreadyServedError(); ///< of a pipe whose name somebody serves
+[[nodiscard]] QString alreadyServedError(); ///< of a pipe whose name another one serves
 [[nodiscard]] QString waitEndedError();     ///< of a wait for a reader that stop() has ended
 
 } // namespace corvane::test

@@ -22,7 +22,7 @@ using namespace corvane::test;
 
 namespace {
 
-/// Sets a variable of the environment for as long as it lives; null takes the variable away.
+/// Sets a variable of the environment while it lives; null unsets it.
 class Variable
 {
 public:
@@ -50,7 +50,7 @@ private:
     std::optional<QByteArray> m_former;
 };
 
-/// Bytes that the system lets a pipe of this process hold at most.
+/// Largest capacity that the system grants a pipe of this process, in bytes.
 int largestCapacity()
 {
     int ends[2];
@@ -64,7 +64,7 @@ int largestCapacity()
 
 } // namespace
 
-/// The pipe as the FIFO that it is here.
+/// The pipe as a FIFO, its form on POSIX.
 class tst_FramePipe : public QObject
 {
     Q_OBJECT

@@ -113,7 +113,7 @@ void tst_FramePipe_win::isWhatTheReaderExpects()
     QCOMPARE(flags & PIPE_TYPE_MESSAGE, 0U); // a stream of bytes
     QCOMPARE(out, 0x400000U);                // room for a frame of the largest usual size
     QCOMPARE(instances, 1U);
-    // Nobody writes into it from the other side.
+    // The other side can't write into it.
     QVERIFY(CreateFileW(reinterpret_cast<LPCWSTR>(path.utf16()), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,
                         nullptr) == INVALID_HANDLE_VALUE);
 }
@@ -203,7 +203,7 @@ void tst_FramePipe_win::cannotBeMade_data()
     QTest::addColumn<quint32>("error");
 
     QTest::newRow("no pipe's path") << u"C:\\corvane-ndi-x"_s << quint32(ERROR_INVALID_NAME);
-    // Wine takes it for a path that isn't there.
+    // Wine reports it as a path that doesn't exist.
     const bool wine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
     QTest::newRow("another machine's")
         << u"\\\\nowhere.invalid\\pipe\\x"_s << quint32(wine ? ERROR_PATH_NOT_FOUND : ERROR_INVALID_NAME);

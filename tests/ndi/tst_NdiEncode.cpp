@@ -39,7 +39,7 @@ bool isWhite(int bar, int number)
     return bar < numberBars ? ((number >> bar) & 1) == 1 : bar % 2 == 1;
 }
 
-/// UYVY. The chroma says blue in the upper half and red in the lower one.
+/// UYVY frame. The chroma is blue in the upper half and red in the lower one.
 QByteArray testPicture(int number)
 {
     QByteArray frame;
@@ -65,7 +65,7 @@ bool isSlate(QByteArrayView picture)
                        [](char sample) { return std::abs(static_cast<uchar>(sample) - 0x80) <= 2; });
 }
 
-/// What a decoded picture (planar 4:2:0) shows: the number of a frame, `slate`, or `unknown`.
+/// Content of a decoded picture (planar 4:2:0): the number of a frame, `slate`, or `unknown`.
 int readPicture(QByteArrayView picture)
 {
     if (isSlate(picture))
@@ -137,7 +137,7 @@ private:
 
 void tst_NdiEncode::picturesCanBeTold()
 {
-    // Without the encoder in between: what the other test relies on.
+    // Control without the encoder in between: the other test relies on this.
     for (const int number : {0, 1, 60, 4095}) {
         const QByteArray frame = testPicture(number);
         QByteArray planar(qsizetype(width) * height * 3 / 2, Qt::Uninitialized);
@@ -196,7 +196,7 @@ void tst_NdiEncode::sourceThatComesStallsAndComesBack()
     setNdiRuntimeAvailable(false);
     QCoreApplication::processEvents();
 
-    // The receiver's lines, the freeze among them once. The encoder leaves before the pump is told to.
+    // The receiver's lines, the freeze among them once. The encoder may exit before the pump is stopped.
     QStringList lines = ndiLines();
     if (lines.size() == 4)
         QCOMPARE(lines.takeLast(), readerGone);
@@ -214,9 +214,9 @@ void tst_NdiEncode::sourceThatComesStallsAndComesBack()
     QVERIFY(!pictures.contains(unknown));
     QCOMPARE_LE(std::abs(inspected.seconds - static_cast<double>(pictures.size() - 1) / 30), 0.04);
 
-    // Grey until the first frame, and never again; then nothing goes back.
+    // Slates until the first frame, and never again; then the numbers never fall.
     QVERIFY(std::is_sorted(pictures.begin(), pictures.end()));
-    // Half of what the clock allows is room for a machine that is busy.
+    // Slack of half the frames due by the clock, for a busy machine.
     const auto countNear = [](qsizetype count, qint64 ms) {
         return count >= ms / intervalMs / 2 && count <= ms / intervalMs + 3;
     };

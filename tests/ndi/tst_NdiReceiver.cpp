@@ -39,7 +39,7 @@ QString pumpLine(const QString &rate, const QString &path)
 
 } // namespace
 
-/// The life of a receiver, and what it says of it.
+/// The life of a receiver, and its log lines.
 class tst_NdiReceiver : public QObject
 {
     Q_OBJECT
@@ -133,7 +133,7 @@ void tst_NdiReceiver::pipeThatCannotBeMade()
     QStringList lines;
     connect(&receiver, &NdiReceiver::logLine, this, [&](const QString &line) { lines << line; });
     QVERIFY(!receiver.createPipe(path));
-    // On the calling thread, so it is there at once.
+    // Emitted on the calling thread, so it is there at once.
     QCOMPARE(lines,
              QStringList{u"NDI: falha ao criar named pipe %1 (err=%2)"_s.arg(path, alreadyServedError())});
     QVERIFY(pipeExists(path));
@@ -253,7 +253,7 @@ void tst_NdiReceiver::secondStart()
     receiver.start(u"outro nome"_s);
     reader.open(path);
     QVERIFY(waitUntil([&] { return reader.frames() > 2; }));
-    // The new name shows in what is said from now on; the threads are the same two.
+    // Lines show the new name from now on; the two threads are the same.
     QVERIFY(waitUntil([&] { return log.lines().size() == 2; }));
     QCOMPARE(log.lines(), QStringList({waitingLine(path), pumpLine(u"100.00"_s, u"outro nome"_s)}));
     QCOMPARE(feed.captures(), 1);
@@ -429,7 +429,7 @@ void tst_NdiReceiver::linesComeOnTheMainThread()
     receiver.stop();
     QVERIFY(waitUntil([&] { return threads.size() == 2; }));
     QCOMPARE(threads, QList<QThread *>(2, thread()));
-    QCOMPARE(elsewhere, QStringList()); // both were said on the pump's own
+    QCOMPARE(elsewhere, QStringList()); // both were emitted on the pump's own
 }
 
 CORVANE_TEST(tst_NdiReceiver, QCoreApplication)

@@ -39,7 +39,7 @@ void addThrowers()
 
 } // namespace
 
-/// What goes wrong beside or behind the pump.
+/// Failures beside and behind the pump.
 class tst_NdiReceiverFailures : public QObject
 {
     Q_OBJECT
@@ -73,7 +73,7 @@ void tst_NdiReceiverFailures::captureThrows()
     feed.failWith(thrower);
     QVERIFY(waitUntil([&] { return log.contains("NDI cap: "_L1 + words); }));
     QCOMPARE(feed.captures(), 0);
-    // The reader sees a freeze, and nothing else of it.
+    // The reader gets a freeze, and no other sign of it.
     QVERIFY(waitUntil([&] { return log.contains(u"NDI: fonte sem frames novos — freeze"_s); }));
     const qsizetype before = reader.frames();
     QVERIFY(waitUntil([&] { return reader.frames() > before + 10; }));
@@ -94,7 +94,7 @@ void tst_NdiReceiverFailures::pumpThrows()
     PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     const ReceiverLog log(receiver);
-    // Whatever is called on the pump's thread may throw: here, one that hears what it says.
+    // Any slot on the pump's thread may throw: here, one that receives its lines.
     connect(
         &receiver, &NdiReceiver::logLine, &receiver,
         [&](const QString &line) {

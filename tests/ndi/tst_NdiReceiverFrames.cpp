@@ -40,7 +40,7 @@ struct OnAir
         receiver.start(path);
     }
 
-    /// Shows a frame and waits until it has come through.
+    /// Shows a frame and waits until the reader has it.
     bool show(const QByteArray &frame)
     {
         feed.show(frame);
@@ -67,7 +67,7 @@ struct OnAir
 
 } // namespace
 
-/// What the reader gets.
+/// Frames as the reader gets them.
 class tst_NdiReceiverFrames : public QObject
 {
     Q_OBJECT
@@ -173,7 +173,7 @@ void tst_NdiReceiverFrames::lastFrameRepeats()
 
 void tst_NdiReceiverFrames::newestFrameWins()
 {
-    // One frame in a second and a half: what comes meanwhile can't all be shown.
+    // One frame in a second and a half: most of the captured ones can't be shown.
     OnAir onAir(frameInfo(16, 4, 1500, 1000));
     QVERIFY(onAir.valid);
     QVERIFY(waitUntil([&] { return onAir.reader.frames() == 1; }));
@@ -187,7 +187,7 @@ void tst_NdiReceiverFrames::newestFrameWins()
 
 void tst_NdiReceiverFrames::framesComeWholeAndInOrder()
 {
-    // A source much faster than the pump, which itself is as fast as it can be.
+    // A source much faster than the pump, which runs as fast as it can.
     constexpr qsizetype size = qsizetype(2) * 64 * 32;
     constexpr int count = 5000;
     OnAir onAir(frameInfo(64, 32, 1000));
@@ -232,7 +232,7 @@ void tst_NdiReceiverFrames::freezeIsSaidOnce()
     QVERIFY(onAir.show(frameOf('a')));
     QVERIFY(!onAir.log.contains(freezeLine));
     QVERIFY(waitUntil([&] { return onAir.log.contains(freezeLine); }));
-    // The stream goes on, with the frame that there is.
+    // The stream goes on, with the last frame.
     const qsizetype before = onAir.reader.frames();
     QVERIFY(waitUntil([&] { return onAir.reader.frames() > before + 50; }));
     QCOMPARE(onAir.reader.lastFrame(), frameOf('a'));
@@ -248,7 +248,7 @@ void tst_NdiReceiverFrames::everyFreezeIsSaid()
     const qsizetype linesAtFreeze = onAir.log.lines().size();
     QVERIFY(onAir.show(frameOf('b')));
     QCoreApplication::processEvents();
-    QCOMPARE(onAir.log.lines().size(), linesAtFreeze); // its end comes without a word
+    QCOMPARE(onAir.log.lines().size(), linesAtFreeze); // its end is not logged
     QVERIFY(waitUntil([&] { return onAir.log.count(freezeLine) == 2; }));
     QCOMPARE(onAir.reader.lastFrame(), frameOf('b'));
 }
@@ -258,7 +258,7 @@ void tst_NdiReceiverFrames::slowReaderHoldsUpNoSource()
     constexpr qsizetype size = qsizetype(2) * 1920 * 1440; // more than the pipe holds
     OnAir onAir(frameInfo(1920, 1440, 100), true);
     QVERIFY(onAir.valid);
-    // The pump is held up in a frame that nobody reads, and the source isn't.
+    // The pump blocks in a frame that nobody reads, and the source goes on.
     for (char byte = 'a'; byte <= 'e'; ++byte)
         onAir.feed.show(frameOf(byte, size));
     QVERIFY(waitUntil([&] { return onAir.feed.waiting() == 0; }));

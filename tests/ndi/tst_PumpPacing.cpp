@@ -140,7 +140,7 @@ void tst_PumpPacing::sleep()
 
 void tst_PumpPacing::freeze_data()
 {
-    // Ages in ms of the frames that go out one after the other, and which of them begin a freeze.
+    // Ages in ms of consecutive frames, and those that begin a freeze.
     QTest::addColumn<QList<qint64>>("ages");
     QTest::addColumn<QList<bool>>("begins");
 

@@ -1,5 +1,6 @@
 #include "tests/pipeline/TransportTestSupport.h"
 #include "tests/support/Files.h"
+#include "tests/support/PipelineStory.h"
 
 namespace corvane::test {
 
@@ -78,6 +79,11 @@ QStringList TransportTools::deaths() const
 QString TransportTools::deathStep() const
 {
     return "death="_L1 + stepText(filePath(u"deaths"_s).toUtf8());
+}
+
+bool awaitOnAir(const Recorder &recorder, const TransportTools &tools, qsizetype processes)
+{
+    return waitUntil([&] { return tools.started().size() == processes && hasProgress(recorder); });
 }
 
 QStringList transportCommands(const Recorder &recorder)

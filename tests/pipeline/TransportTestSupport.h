@@ -14,11 +14,11 @@ namespace corvane::test {
 /// A bonded output to 127.0.0.1:5000.
 [[nodiscard]] OutputConfig bondedOutput(int localPort, int localPort2);
 
-/// These outputs, and behind them the RTMP output that tells fake_ffmpeg its steps.
+/// These outputs, and behind them the RTMP output that gives fake_ffmpeg its steps.
 [[nodiscard]] PipelineConfig transportConfig(const QList<OutputConfig> &outputs, const QString &ffmpegSteps);
 
-/// Both transport tools as fake_transport, and what becomes of their processes. While the object lives,
-/// children whose arguments name no steps take those given here, after they have written down their ids.
+/// Both transport tools as fake_transport, and the fate of their processes. While the object lives, children
+/// whose arguments name no steps take those given here, and then write down their ids.
 class TransportTools
 {
 public:
@@ -30,7 +30,7 @@ public:
     [[nodiscard]] qint64 pidOf(const QString &tool) const; ///< of the one that started first
     [[nodiscard]] QStringList deaths() const; ///< "name first-argument time" in the order of their ends
 
-    /// The step by which fake_ffmpeg writes its end into the same file.
+    /// Step by which fake_ffmpeg appends its exit to the same file.
     [[nodiscard]] QString deathStep() const;
 
     [[nodiscard]] QString filePath(const QString &name) const { return m_path.filePath(name); }
@@ -38,6 +38,10 @@ public:
 private:
     ToolPath m_path;
 };
+
+/// Runs the event loop until `processes` transport tools have started so far and the encoder has printed a
+/// progress line; false after waitUntil()'s time.
+[[nodiscard]] bool awaitOnAir(const Recorder &recorder, const TransportTools &tools, qsizetype processes);
 
 /// The log lines of a start that name a transport command: those of transport tools, with their prefixes.
 [[nodiscard]] QStringList transportCommands(const Recorder &recorder);

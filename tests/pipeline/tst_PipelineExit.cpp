@@ -14,7 +14,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// How a run comes to nothing: exits, crashes, programs that can't be launched, records that can't be built.
+/// Runs that fail: exits, crashes, programs that can't be launched, records that can't be built.
 class tst_PipelineExit : public QObject
 {
     Q_OBJECT
@@ -37,7 +37,7 @@ namespace {
 void tst_PipelineExit::exit_data()
 {
     QTest::addColumn<QString>("steps");
-    QTest::addColumn<QStringList>("after"); // what follows the launch
+    QTest::addColumn<QStringList>("after"); // events after the launch
     QTest::addColumn<Pipeline::State>("state");
 
     QTest::newRow("clean exit is not worth a word")
@@ -113,7 +113,7 @@ void tst_PipelineExit::startsAgainAfterAnEnd()
     QVERIFY(waitUntil([&] { return !pipeline.isTransmitting(); }));
     recorder.clear();
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
 
     QCOMPARE(outline(recorder), launched());
 }
@@ -142,7 +142,7 @@ void tst_PipelineExit::launchFailure()
         pipeline.start();
         QVERIFY(waitUntil([&] { return recorder.contains(u"log ffmpeg errorOccurred: 0"_s); }));
         pipeline.start();
-        passTimersOf(50); // whatever else was on its way
+        passTimersOf(50); // whatever else was pending
         QCOMPARE(pipeline.state(), Pipeline::State::Starting);
         QVERIFY(pipeline.findChildren<QTimer *>().isEmpty());
 
@@ -174,7 +174,7 @@ void tst_PipelineExit::buildFailure()
     Pipeline pipeline(config, fakeFfmpeg(), false);
     Recorder recorder(pipeline);
 
-    // The second start comes from `Failed`. Neither is followed by another by itself.
+    // The second start comes from `Failed`. Neither is followed by an automatic one.
     for (int attempt = 1; attempt <= 2; ++attempt) {
         recorder.clear();
         pipeline.start();

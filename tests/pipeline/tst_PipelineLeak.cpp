@@ -36,7 +36,7 @@ void tst_PipelineLeak::startsAndStops()
 {
     Pipeline pipeline(fakeConfig(u"progress"_s), fakeFfmpeg(), false);
     const auto disposed = [&] { return pipeline.findChildren<QProcess *>().isEmpty(); };
-    cycle(pipeline); // what is made once is there from here on
+    cycle(pipeline); // objects created once exist from here on
     QVERIFY(waitUntil(disposed));
     const qsizetype descriptors = openDescriptors();
     const qsizetype objects = pipeline.children().size();

@@ -69,7 +69,7 @@ QStringList ndiLines(const Recorder &recorder)
 
 } // namespace
 
-/// Which way an NDI source takes into ffmpeg.
+/// Route of an NDI source into ffmpeg.
 class tst_PipelineNdi : public QObject
 {
     Q_OBJECT
@@ -186,7 +186,7 @@ void tst_PipelineNdi::sourceWithAFrame()
     QVERIFY(waitUntil([&] { return ndiLines(recorder).size() == 2; }));
     QCOMPARE(ndiLines(recorder).constLast(),
              u"[ndi] NDI: ffmpeg não conectou no pipe (err=%1)"_s.arg(waitEndedError()));
-    // What the run has found stays in the record.
+    // The result of the run stays in the record.
     QCOMPARE(source.width, 1280);
     QCOMPARE(source.ndiPipePath, framePipePath(config.id));
     QCOMPARE(QSet<QThread *>(threads.begin(), threads.end()), QSet<QThread *>{thread()});

@@ -7,6 +7,7 @@
 #include "tests/ndi/ReceiverBench.h"
 #include "tests/pipeline/TransportTestSupport.h"
 #include "tests/support/Files.h"
+#include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 
@@ -39,7 +40,7 @@ QList<NdiReceiver *> receiversOf(const Pipeline &pipeline)
 
 } // namespace
 
-/// How long a receiver runs, and how long it is kept. The frames are read here, in ffmpeg's place.
+/// Lifetime of a receiver: running, and kept. The test reads the frames in ffmpeg's place.
 class tst_PipelineNdiStop : public QObject
 {
     Q_OBJECT
@@ -100,7 +101,7 @@ void tst_PipelineNdiStop::encodersEnd()
     createFile(sign);
     QVERIFY(waitUntil([&] { return pipeline.state() == state; }));
 
-    // Stopped, and kept until the stop.
+    // Stopped, and kept until the stop of the pipeline.
     QVERIFY(waitUntil([&] { return reader.ended(); }));
     QVERIFY(!pipeExists(framePipePath(config.id)));
     QCOMPARE(m_feed->captures(), 0);
@@ -119,7 +120,7 @@ void tst_PipelineNdiStop::automaticRestart()
     Pipeline pipeline(config, fakeFfmpeg(), false);
     const Recorder recorder(pipeline);
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
     QCOMPARE(m_feed->probes().size(), 2);
     // The new one serves the old one's path; the old one stays for as long as the pipeline.
     QCOMPARE(receiversOf(pipeline).size(), 2);
@@ -159,7 +160,7 @@ void tst_PipelineNdiStop::pumpsUntilTheEncoderHasGone()
     const Recorder recorder(pipeline);
     pipeline.start();
     reader.open(framePipePath(config.id));
-    QVERIFY(waitUntil([&] { return reader.frames() > 2 && recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(waitUntil([&] { return reader.frames() > 2 && hasProgress(recorder); }));
 
     const qsizetype before = reader.frames();
     pipeline.stop(); // three seconds of patience with the encoder
@@ -229,7 +230,7 @@ void tst_PipelineNdiStop::leavesNothing()
         return waitUntil(
             [&] { return receiversOf(pipeline).isEmpty() && pipeline.findChildren<QProcess *>().isEmpty(); });
     };
-    QVERIFY(cycle()); // what is made once is there from here on
+    QVERIFY(cycle()); // objects created once exist from here on
     const qsizetype descriptors = openDescriptors();
     for (int i = 0; i < 30; ++i)
         QVERIFY(cycle());

@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// What becomes of the bytes that ffmpeg writes.
+/// Treatment of the bytes that ffmpeg writes.
 class tst_PipelineOutput : public QObject
 {
     Q_OBJECT
@@ -24,8 +24,8 @@ private Q_SLOTS:
     void floodArrivesWhole();
 
 private:
-    /// Runs a child that takes `steps` once the pipeline is `Running` and then exits with 0. Gives what the
-    /// pipeline said in between.
+    /// Runs a child that takes `steps` once the pipeline is `Running` and then exits with 0. Returns the
+    /// events in between.
     static QStringList said(Pipeline &pipeline, const QString &sign);
     static PipelineConfig config(const QString &sign, const QString &steps);
 };

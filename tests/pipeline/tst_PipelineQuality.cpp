@@ -18,7 +18,7 @@ namespace {
 const QString stepLine = u"log DEGRADAÇÃO: nível 1 (bitrate-75) — bitrate 6000→4500 kbps"_s;
 } // namespace
 
-/// Drops end a run at a lower rate.
+/// Dropped frames end a run and lower the rate.
 class tst_PipelineQuality : public QObject
 {
     Q_OBJECT
@@ -36,24 +36,24 @@ void tst_PipelineQuality::threeBadSecondsEndTheRun()
     const QString arguments = dir.filePath(u"arguments"_s);
     PipelineConfig config = fakeConfig(
         u"append=%1,args=%2,drops=50"_s.arg(stepText(pids.toUtf8()), stepText(arguments.toUtf8())));
-    config.restart.maxRestartsInWindow = 0; // a failure that is counted would open the circuit
+    config.restart.maxRestartsInWindow = 0; // a failure, if it were counted, would open the circuit
     Pipeline pipeline(config, fakeFfmpeg(), false);
     Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
     QVERIFY(fileLines(arguments).join(u' ').contains(u" -b:v 6000k "_s));
     QVERIFY(waitUntil([&] { return recorder.contains(relaunchLine()); }, 60000));
     const qint64 pid = lastPid(recorder);
 
     QCOMPARE(outline(recorder), launched() + QStringList({stepLine, u"quality 1 bitrate-75"_s,
                                                           u"log ffmpeg errorOccurred: 1"_s, relaunchLine()}));
-    // A first second to compare with and three bad ones; each goes out before it is acted on.
+    // A first second as the reference and three bad ones; each is reported before it is acted on.
     QCOMPARE_GE(recorder.count(u"telemetry"_s), 4);
     const qsizetype step = recorder.events().indexOf(stepLine);
     QCOMPARE(recorder.events().at(step - 1), u"telemetry"_s);
 
-    // The relaunch is due 200 ms later and finds `Running`: nothing comes back by itself.
+    // The relaunch is due 200 ms later and finds `Running`: nothing starts by itself.
     recorder.clear();
     passTimersOf(600);
     QCOMPARE(recorder.events(), QStringList());
@@ -75,7 +75,7 @@ void tst_PipelineQuality::threeBadSecondsEndTheRun()
     QCOMPARE(recorder.events(), QStringList{u"state stopped"_s});
     recorder.clear();
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
     QCOMPARE(outline(recorder), launched());
     QVERIFY(fileLines(arguments).join(u' ').contains(u" -b:v 4500k "_s));
     QCOMPARE(pipeline.level(), 1);

@@ -12,7 +12,7 @@ using namespace corvane::test;
 
 namespace {
 
-/// Lets a run go on until the ladder ends it; gives the lines that tell of a step.
+/// Lets a run go on until the ladder ends it; returns the lines that report a step.
 QStringList runUntilAStep(Pipeline &pipeline)
 {
     const Recorder recorder(pipeline);
@@ -59,12 +59,11 @@ void tst_PipelineQualitySteps::downToTheLowest()
                           u"quality 4 bitrate-25+540p"_s}));
     QCOMPARE(pipeline.level(), 4);
 
-    // There is nothing below: the drops go on, and so does the run.
+    // No level is left below: the drops go on, and so does the run.
     const Recorder recorder(pipeline);
     pipeline.start();
     QVERIFY(waitUntil([&] { return recorder.count(u"telemetry"_s) >= 6; }));
-    QCOMPARE(outline(recorder), QStringList({u"state starting"_s, u"log ffmpeg <arguments>"_s,
-                                             u"state running"_s, u"log ffmpeg rodando (pid <pid>)"_s}));
+    QCOMPARE(outline(recorder), launched());
     QCOMPARE(pipeline.level(), 4);
     QCOMPARE(pipeline.config().encoder.bitrate, 1500);
 }
@@ -80,7 +79,7 @@ void tst_PipelineQualitySteps::downAndUpAgain()
     QCOMPARE(runUntilAStep(pipeline),
              QStringList({u"log DEGRADAÇÃO: nível 1 (bitrate-75) — bitrate 6000→4500 kbps"_s,
                           u"quality 1 bitrate-75"_s}));
-    // The way up ends a run like the way down, and in the same words.
+    // The way up ends a run as the way down does, with the same lines.
     QCOMPARE(
         runUntilAStep(pipeline),
         QStringList({u"log DEGRADAÇÃO: nível 0 (full) — bitrate 4500→6000 kbps"_s, u"quality 0 full"_s}));

@@ -53,7 +53,7 @@ void tst_PipelineRestart::comesBackAfterAFailure()
     Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
 
     QCOMPARE(outline(recorder), launched() + failed() +
                                     QStringList{u"log auto-restart em 20ms (tentativa 1 na janela)"_s} +
@@ -79,7 +79,7 @@ void tst_PipelineRestart::disabledPolicy()
     config.autoRestart = autoRestart;
     config.restart.enabled = policyEnabled;
     config.restart.initialBackoffMs = 1;
-    config.restart.maxRestartsInWindow = 0; // not even the circuit is asked
+    config.restart.maxRestartsInWindow = 0; // the circuit isn't even consulted
     Pipeline pipeline(config, fakeFfmpeg(), false);
     Recorder recorder(pipeline);
 
@@ -118,7 +118,7 @@ void tst_PipelineRestart::openCircuit()
         QCOMPARE(outline(recorder), launched() + failed() + opened(failures));
     }
 
-    // A stop gives a clean slate.
+    // A stop clears the history.
     recorder.clear();
     pipeline.stop();
     QCOMPARE(recorder.events(), QStringList{u"state stopped"_s});

@@ -11,7 +11,7 @@ namespace {
 
 const Telemetry good{};
 
-/// Bad at every tick, whatever came before.
+/// Telemetry that is bad at every tick, whatever came before.
 Telemetry bad()
 {
     Telemetry figures;
@@ -175,8 +175,8 @@ void tst_QualityLadder::judgement()
 void tst_QualityLadder::drops_data()
 {
     QTest::addColumn<QList<int>>("totals"); // one a tick
-    QTest::addColumn<QString>("encoder");   // judgement of each tick, b or g, where ffmpeg counts
-    QTest::addColumn<QString>("sender");    // the same where the link's sender counts
+    QTest::addColumn<QString>("encoder");   // verdict on each tick, b or g, by ffmpeg's counter
+    QTest::addColumn<QString>("sender");    // the same by the counter of the link's sender
 
     QTest::newRow("no drops") << QList{0, 0, 0} << u"ggg"_s << u"ggg"_s;
     QTest::newRow("rising from nothing") << QList{0, 1, 2} << u"gbb"_s << u"gbb"_s;
@@ -265,7 +265,7 @@ void tst_QualityLadder::countersAtTheEnds()
         QCOMPARE(full.goodTicks, tick);
     }
 
-    // A step begins the count anew.
+    // A step restarts the count.
     QualityLadder stepping;
     for (int tick = 0; tick < 3; ++tick)
         stepping.evaluate(bad());

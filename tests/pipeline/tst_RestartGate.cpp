@@ -78,7 +78,7 @@ void tst_RestartGate::stableRun_data()
     QTest::addColumn<qint64>("delay");
     QTest::addColumn<int>("attemptsAfter");
 
-    // Three failures lie behind: the next delay is 8000 ms, or 1000 ms after a stable run.
+    // Three failures so far: the next delay is 8000 ms, or 1000 ms after a stable run.
     QTest::newRow("died at once") << 120 << noon << qint64(8000) << 4;
     QTest::newRow("half the window less 1 ms") << 120 << noon - 59999 << qint64(8000) << 4;
     QTest::newRow("exactly half the window") << 120 << noon - 60000 << qint64(8000) << 4;
@@ -123,7 +123,7 @@ void tst_RestartGate::window_data()
     QTest::newRow("all go but the new one")
         << QList{noon - 300000, noon - 200000, noon - 150000} << QList{noon};
     QTest::newRow("same millisecond twice") << QList{noon} << QList{noon, noon};
-    // After the clock was set back a young entry shields what lies behind it.
+    // After the clock was set back, a recent entry at the front keeps the older ones behind it.
     QTest::newRow("only the front ages")
         << QList{noon + 10, noon - 200000} << QList{noon + 10, noon - 200000, noon};
 }
@@ -234,7 +234,7 @@ void tst_RestartGate::leavingTheWindowKeepsTheExponent()
 {
     RestartGate gate;
     QCOMPARE(gate.onFailure(RestartPolicy(), noon, noon).delayMs, 1000);
-    // Long after, but the run itself was short: the pipeline stood still in between.
+    // Long after, but the run itself was short: the pipeline was stopped in between.
     const qint64 later = noon + 600000;
     const RestartDecision decision = gate.onFailure(RestartPolicy(), later - 10, later);
     QCOMPARE(decision.delayMs, 2000);
@@ -267,7 +267,7 @@ void tst_RestartGate::anOpenCircuitClosesByAgeing()
     QCOMPARE(decision.circuitOpen, false);
     QCOMPARE(decision.failuresInWindow, 1);
     QCOMPARE(decision.delayMs, 30000);
-    // The mark tells that it has been open; only clear() takes it away.
+    // The mark records that it has been open; only clear() removes it.
     QCOMPARE(gate.circuitOpened, true);
 }
 

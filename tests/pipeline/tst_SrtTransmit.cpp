@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// Where a bridge reads and what it calls.
+/// A bridge's source and target on its command line.
 class tst_SrtTransmit : public QObject
 {
     Q_OBJECT

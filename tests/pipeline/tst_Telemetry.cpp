@@ -141,8 +141,7 @@ void tst_Telemetry::readProgress()
     QTEST(telemetry.bitrateKbps, "bitrate");
     QTEST(telemetry.dropped, "dropped");
 
-    // Every figure of the table differs from the one that was there, so a change shows that something was
-    // read.
+    // Every figure of the table differs from the one before, so a change shows that something was read.
     QFETCH(const double, fps);
     QFETCH(const double, bitrate);
     QFETCH(const int, dropped);
@@ -158,11 +157,11 @@ void tst_Telemetry::laterLinesOverwriteOnlyWhatTheyHold()
     QCOMPARE(telemetry.bitrateKbps, 6000.0);
     QCOMPARE(telemetry.dropped, 9);
 
-    // A total, stored as it stands: a fresh run counts from the beginning.
+    // A total, stored as it is: a fresh run counts from zero.
     telemetry.readProgress(u"frame=1 drop=2"_s);
     QCOMPARE(telemetry.dropped, 2);
 
-    // A line without figures doesn't take the mark away.
+    // A line without figures doesn't remove the mark.
     telemetry.readProgress(u"frame=3"_s);
     QCOMPARE(telemetry.valid, true);
 }

@@ -19,7 +19,7 @@ using namespace corvane::test;
 
 namespace {
 
-/// One of the two wrappers, with a child that takes `steps`, and all that it says.
+/// One of the two wrappers, with a child that takes `steps`, and all of its signals.
 class Wrapper
 {
 public:
@@ -45,7 +45,7 @@ public:
     void destroy() { m_object.reset(); }
 
     [[nodiscard]] const QStringList &lines() const { return m_lines; }
-    [[nodiscard]] QString commandLine() const { return m_commandLine; } ///< what a start says
+    [[nodiscard]] QString commandLine() const { return m_commandLine; } ///< logged by a start
 
 private:
     template <class T>
@@ -72,7 +72,7 @@ qint64 pidIn(const QString &line)
 
 } // namespace
 
-/// What the wrappers of the two transport tools have in common, said of each.
+/// Common behaviour of the wrappers of the two transport tools, tested on each.
 class tst_TransportChild : public QObject
 {
     Q_OBJECT
@@ -189,7 +189,7 @@ void tst_TransportChild::toolThatGoesAway()
     QVERIFY(waitUntil([&] { return fileLines(m_pids).size() == 1; }));
 
     QVERIFY(QFile::rename(path, path + ".gone"_L1)); // Windows keeps the file of a program that runs
-    wrapper.start(); // the search comes before the look at the child that runs
+    wrapper.start();                                 // the search comes before the check for a running child
 
     QCOMPARE(wrapper.lines(), QStringList({wrapper.commandLine(), line}));
     QVERIFY(processExists(pidIn(fileLines(m_pids).constFirst())));
@@ -333,7 +333,7 @@ void tst_TransportChild::deadChildBlocksAStart()
     QCOMPARE(wrapper.lines(), before);
     QCOMPARE(fileLines(m_pids).size(), 1);
 
-    wrapper.stop(); // says nothing more of the dead one, and makes way
+    wrapper.stop(); // reports nothing more of the dead one, and makes way
     QCOMPARE(wrapper.lines(), before);
     wrapper.start();
     QVERIFY(waitUntil([&] { return deaths() == 2; }));

@@ -27,7 +27,7 @@ constexpr int patienceMs = 240000;
 
 PipelineConfig failingConfig(int restarts)
 {
-    // The bridges have a moment to come up before their encoder goes.
+    // A moment for the bridges to come up before their encoder exits.
     PipelineConfig config =
         transportConfig({bondedOutput(8910, 8911), srtOutput(8900)}, u"pause=10,exit=3"_s);
     config.restart.initialBackoffMs = 0;
@@ -45,7 +45,7 @@ void runIntoOpenCircuit(Pipeline &pipeline)
 
 } // namespace
 
-/// How long a stop may take, and how much may be kept.
+/// Limits on the duration of a stop, and on the objects kept.
 class tst_TransportLimits : public QObject
 {
     Q_OBJECT
@@ -63,8 +63,7 @@ void tst_TransportLimits::childrenThatIgnoreEverything()
         fakeFfmpeg(), false);
     const Recorder recorder(pipeline);
     pipeline.start();
-    QVERIFY(
-        waitUntil([&] { return tools.started().size() == 4 && recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitOnAir(recorder, tools, 4));
 
     QElapsedTimer timer;
     timer.start();
@@ -79,7 +78,7 @@ void tst_TransportLimits::childrenThatIgnoreEverything()
 void tst_TransportLimits::hundredRestarts()
 {
     const TransportTools tools;
-    { // what is made once for a process is there from here on
+    { // objects created once for a process exist from here on
         Pipeline pipeline(failingConfig(2), fakeFfmpeg(), false);
         runIntoOpenCircuit(pipeline);
     }

@@ -1,5 +1,6 @@
 #include "pipeline/Pipeline.h"
 #include "tests/pipeline/TransportTestSupport.h"
+#include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 
@@ -44,7 +45,7 @@ OutputConfig namedBonded()
 
 } // namespace
 
-/// Which transport children a pipeline has, what it says of them, and that nothing watches over them.
+/// Transport children of a pipeline, their log lines, and that nothing watches over them.
 class tst_TransportPipeline : public QObject
 {
     Q_OBJECT
@@ -110,9 +111,7 @@ void tst_TransportPipeline::childrenOfOutputs()
     const Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] {
-        return recorder.containsPart(u"stats frame="_s) && tools.started().size() >= commands.size();
-    }));
+    QVERIFY(waitUntil([&] { return hasProgress(recorder) && tools.started().size() >= commands.size(); }));
 
     QCOMPARE(transportCommands(recorder), commands);
     QStringList expected;
@@ -136,7 +135,7 @@ void tst_TransportPipeline::childrenComeBeforeTheEncoder()
     const Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
 
     QCOMPARE(outline(recorder),
              QStringList({u"state starting"_s, "log "_L1 + launcherLine(), "log "_L1 + bondedBridgeLine(),
@@ -183,7 +182,7 @@ void tst_TransportPipeline::missingTools()
     const Recorder recorder(pipeline);
 
     pipeline.start();
-    QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitProgress(recorder));
 
     QCOMPARE(outline(recorder), QStringList{u"state starting"_s} + lines +
                                     QStringList({u"log ffmpeg <arguments>"_s, u"state running"_s,
@@ -221,14 +220,14 @@ void tst_TransportPipeline::deadChild()
     Recorder recorder(pipeline);
     pipeline.start();
     QVERIFY(waitUntil([&] {
-        return tools.pidOf(tool) != 0 && recorder.containsPart(u"stats frame="_s) &&
+        return tools.pidOf(tool) != 0 && hasProgress(recorder) &&
                tools.started().size() == transportCommands(recorder).size();
     }));
     const qsizetype started = tools.started().size();
 
     recorder.clear();
     killProcess(tools.pidOf(tool));
-    // Two ticks of the pipeline's own clock after that, nothing has happened but the words.
+    // Two ticks of the pipeline's own clock later, the log lines are the only effect.
     QVERIFY(waitUntil([&] { return recorder.containsPart(u"MORREU"_s); }));
     const qsizetype ticks = recorder.count(u"telemetry"_s);
     QVERIFY(waitUntil([&] { return recorder.count(u"telemetry"_s) >= ticks + 2; }));

@@ -12,7 +12,7 @@ using namespace corvane::test;
 
 namespace {
 
-/// Nothing comes back by itself after a step: no encoder, no transport.
+/// Checks that nothing restarts by itself after a step: no encoder, no transport.
 void staysDark(const Pipeline &pipeline, Recorder &recorder)
 {
     recorder.clear();
@@ -40,7 +40,7 @@ void tst_TransportQuality::downAndUp()
     PipelineConfig config = transportConfig(
         {bondedOutput(8910, 8911), srtOutput(8900)},
         u"once=%1,drops=50,end,progress"_s.arg(stepText(tools.filePath(u"first"_s).toUtf8())));
-    config.restart.maxRestartsInWindow = 0; // a failure that is counted would open the circuit
+    config.restart.maxRestartsInWindow = 0; // a failure, if it were counted, would open the circuit
     Pipeline pipeline(config, fakeFfmpeg(), false);
     Recorder recorder(pipeline);
 
@@ -50,12 +50,11 @@ void tst_TransportQuality::downAndUp()
     QVERIFY(!recorder.containsPart(u"MORREU"_s));
     staysDark(pipeline, recorder);
 
-    // The operator's stop and start runs at the lower rate, bonding and all.
+    // The operator's stop and start runs at the lower rate, bonding included.
     pipeline.stop();
     recorder.clear();
     pipeline.start();
-    QVERIFY(
-        waitUntil([&] { return recorder.containsPart(u"stats frame="_s) && tools.started().size() == 6; }));
+    QVERIFY(awaitOnAir(recorder, tools, 6));
     QVERIFY(recorder.containsPart(u" -b:v 4500k "_s));
     QCOMPARE(transportCommands(recorder).size(), 3);
     QCOMPARE(childProcesses().size(), 4);

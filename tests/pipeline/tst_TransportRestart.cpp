@@ -40,7 +40,7 @@ qsizetype launchers(const Pipeline &pipeline)
 
 } // namespace
 
-/// What comes back when an encoder does: plain bridges, but no bonding before an operator's stop.
+/// Children that come back with an encoder: plain bridges, but no bonding before an operator's stop.
 class tst_TransportRestart : public QObject
 {
     Q_OBJECT
@@ -88,8 +88,7 @@ void tst_TransportRestart::nextRunWithoutAStop()
         QCOMPARE(childProcesses(), QList<qint64>());
         pipeline.start();
     }
-    QVERIFY(
-        waitUntil([&] { return recorder.containsPart(u"stats frame="_s) && tools.started().size() == 4; }));
+    QVERIFY(awaitOnAir(recorder, tools, 4));
 
     // The plain output has a new bridge; the bonded one has nothing, though ffmpeg sends to it as before.
     QCOMPARE(transportCommands(recorder), QStringList{plainSrtLine()});
@@ -106,8 +105,7 @@ void tst_TransportRestart::nextRunWithoutAStop()
 
     recorder.clear();
     pipeline.start();
-    QVERIFY(
-        waitUntil([&] { return recorder.containsPart(u"stats frame="_s) && tools.started().size() == 7; }));
+    QVERIFY(awaitOnAir(recorder, tools, 7));
     QCOMPARE(transportCommands(recorder), QStringList({launcherLine(), bondedBridgeLine(), plainSrtLine()}));
     QCOMPARE(bridges(pipeline), 2);
     QCOMPARE(launchers(pipeline), 1);

@@ -1,6 +1,7 @@
 #include "pipeline/Pipeline.h"
 #include "tests/pipeline/TransportTestSupport.h"
 #include "tests/support/Files.h"
+#include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 
@@ -83,7 +84,7 @@ void tst_TransportStop::order()
     createFile(sign);
 
     if (operatorStops) {
-        QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+        QVERIFY(awaitProgress(recorder));
         pipeline.stop();
     } else {
         QVERIFY(waitUntil([&] { return !pipeline.isTransmitting(); }));
@@ -101,8 +102,7 @@ void tst_TransportStop::healthyChildrenAreQuick()
     Pipeline pipeline(transportConfig(threeOutputs(), u"progress"_s), fakeFfmpeg(), false);
     const Recorder recorder(pipeline);
     pipeline.start();
-    QVERIFY(
-        waitUntil([&] { return tools.started().size() == 4 && recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitOnAir(recorder, tools, 4));
 
     QElapsedTimer timer;
     timer.start();
@@ -118,8 +118,7 @@ void tst_TransportStop::badExitsOnStop()
     Pipeline pipeline(transportConfig(threeOutputs(), u"progress"_s), fakeFfmpeg(), false);
     Recorder recorder(pipeline);
     pipeline.start();
-    QVERIFY(
-        waitUntil([&] { return tools.started().size() == 4 && recorder.containsPart(u"stats frame="_s); }));
+    QVERIFY(awaitOnAir(recorder, tools, 4));
 
     recorder.clear();
     pipeline.stop();

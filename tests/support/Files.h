@@ -15,7 +15,7 @@ void writeFile(const QString &path, const QByteArray &bytes);
 /// The lines of the file at `path`; none if there is no such file.
 [[nodiscard]] QStringList fileLines(const QString &path);
 
-/// Makes the file at `path`, empty: the sign for which a fake child awaits.
+/// Creates the file at `path`, empty: the sign that the step "await" of a fake child waits for.
 void createFile(const QString &path);
 
 /// Second since the epoch by the clock that names the crash files: a tick behind QDateTime's.

@@ -136,7 +136,7 @@ void HttpServer::release()
 
 namespace {
 
-/// Whether a handshake with a server of this process succeeds.
+/// True if a handshake with a server of this process succeeds.
 bool tlsServes()
 {
     const HttpServer server(HttpServer::Identity::Trusted);

@@ -13,7 +13,7 @@ class QSslSocket;
 
 namespace corvane::test {
 
-/// What an HttpServer sends for one path.
+/// Response of an HttpServer for one path.
 struct HttpAnswer
 {
     enum class End {
@@ -24,19 +24,19 @@ struct HttpAnswer
 
     QByteArray body;
     int status = 200;
-    QString location;      ///< where a redirect leads
-    qint64 announced = -1; ///< bytes that the head promises, if other than the body's
+    QString location;      ///< target of a redirect
+    qint64 announced = -1; ///< bytes that the head announces, if other than the body's
     End end = End::Orderly;
 };
 
 /// A small web server on a loopback port of its own, in the event loop of this thread: plain, or over TLS
-/// with one of the certificates that the build has made. A path that it doesn't know is a 404.
+/// with one of the certificates that the build has created. An unknown path is a 404.
 class HttpServer : public QTcpServer
 {
     Q_OBJECT
 
 public:
-    /// What the server shows to prove who it is.
+    /// Identity that the server proves.
     enum class Identity {
         Plain,     ///< nothing: plain HTTP
         Trusted,   ///< a certificate by the authority of trustTestAuthority()
@@ -53,7 +53,7 @@ public:
     /// Paths that were asked for, in order.
     [[nodiscard]] const QStringList &asked() const { return m_asked; }
 
-    /// Lets the answers go on that are held.
+    /// Resumes the responses that are held.
     void release();
 
 protected:
@@ -66,11 +66,11 @@ private:
     Identity m_identity;
     QHash<QString, HttpAnswer> m_answers;
     QStringList m_asked;
-    QHash<QSslSocket *, QByteArray> m_requests;            ///< heads that have begun
-    QList<QPair<QPointer<QSslSocket>, QByteArray>> m_held; ///< what is still to be sent
+    QHash<QSslSocket *, QByteArray> m_requests;            ///< heads begun so far
+    QList<QPair<QPointer<QSslSocket>, QByteArray>> m_held; ///< bytes still to be sent
 };
 
-/// Why this build or this machine has no TLS for a test; empty if it has.
+/// Reason why this build or this machine has no TLS for a test; empty if it has.
 [[nodiscard]] QString tlsProblem();
 
 /// That authority's certificate as a PEM text.

@@ -15,4 +15,14 @@ QString relaunchLine()
     return u"log aplicando novo bitrate (degradação) — restart imediato"_s;
 }
 
+bool hasProgress(const Recorder &recorder)
+{
+    return recorder.containsPart(u"stats frame="_s);
+}
+
+bool awaitProgress(const Recorder &recorder)
+{
+    return waitUntil([&] { return hasProgress(recorder); });
+}
+
 } // namespace corvane::test

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/TestSupport.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -11,5 +13,11 @@ namespace corvane::test {
 
 /// Announcement of the relaunch that follows a step of the quality ladder.
 [[nodiscard]] QString relaunchLine();
+
+/// True from the first progress line of the encoder on.
+[[nodiscard]] bool hasProgress(const Recorder &recorder);
+
+/// Runs the event loop until hasProgress(); false after waitUntil()'s time.
+[[nodiscard]] bool awaitProgress(const Recorder &recorder);
 
 } // namespace corvane::test

@@ -5,7 +5,7 @@
 #include <QStringList>
 #include <QtGlobal>
 
-/// What tests ask of the system about processes.
+/// Queries and operations of tests on processes.
 namespace corvane::test {
 
 /// True as long as `pid` is in the process table; a child that has ended and isn't reaped yet counts.
@@ -25,28 +25,28 @@ namespace corvane::test {
 /// than in `directory`: the libraries are searched there too on Windows.
 [[nodiscard]] QString pathForCopies(const QString &directory);
 
-/// Tells whether a connection that the other side resets is told of. Under Wine it isn't.
+/// True if the system reports a connection that the other side resets. Wine doesn't.
 [[nodiscard]] bool resetsAreTold();
 
-/// Tells whether the system takes a large response from a socket at once, however slow its reader.
+/// True if the system takes a large response from a socket at once, however slow its reader.
 [[nodiscard]] bool sendsWithoutLimit();
 
-/// What a program itself wrote to standard error: with line feeds alone, and without Wine's own shortcomings.
+/// Standard error of a program itself: with line feeds alone, and without Wine's own messages.
 [[nodiscard]] QByteArray ownWords(const QByteArray &standardError);
 
-/// Holds `pid`, which lives on but does nothing any more, until it is killed.
+/// Suspends `pid`, which then exists without doing anything, until it is killed.
 void suspendProcess(qint64 pid);
 
-/// Tells whether a process can be sent a signal. If not, sendSignal() does nothing.
+/// True if a process can be sent a signal. If not, sendSignal() does nothing.
 [[nodiscard]] bool signalsCanBeSent();
 
 /// Sends `pid` the signal of that number.
 void sendSignal(qint64 pid, int signal);
 
-/// What a parent sees of an exit code, of which some systems keep the low byte alone.
+/// Exit code as a parent receives it: some systems keep its low byte alone.
 [[nodiscard]] int seenExitCode(int code);
 
-/// Ends `pid` at once.
+/// Kills `pid`.
 void killProcess(qint64 pid);
 
 /// Children of this process, those that have ended and aren't reaped included.
@@ -55,7 +55,8 @@ void killProcess(qint64 pid);
 /// Program and arguments of `pid`; empty if there is no such process, or if it has ended.
 [[nodiscard]] QStringList processCommand(qint64 pid);
 
-/// While it lives, file permissions hold for this process even if root runs it: it has nobody's rights.
+/// While it lives, file permissions bind this process even if it is run by root: it has the rights of
+/// "nobody".
 class Unprivileged
 {
 public:

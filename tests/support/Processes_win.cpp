@@ -74,7 +74,7 @@ QByteArray ownWords(const QByteArray &standardError)
         if (!ofWine)
             words += line + '\n';
     }
-    words.chop(1); // what follows the last line feed is no line
+    words.chop(1); // the part after the last line feed is no line
     return words;
 }
 

@@ -22,10 +22,10 @@ public:
     /// Closes the window and waits for the end; the exit code, or -1 if there was no orderly end.
     [[nodiscard]] int close();
 
-    /// Ends the program as a power cut would.
+    /// Kills the program, as a power cut would.
     [[nodiscard]] bool kill();
 
-    [[nodiscard]] QString standardError(); ///< all of it so far
+    [[nodiscard]] QString standardError(); ///< everything printed so far
 
     QProcess program;
     qint64 startedAtMs = 0; ///< since the epoch

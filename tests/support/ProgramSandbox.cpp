@@ -48,12 +48,12 @@ ProgramSandbox::ProgramSandbox()
         m_environment.insert(QLatin1String(variable), path(QLatin1String(directory)));
     }
     m_environment.insert(u"PATH"_s, pathForCopies(path(u"bin"_s)));
-    // Qt warns of a run-time directory that others may look into.
+    // Qt warns of a run-time directory that other users may read.
     QFile::setPermissions(path(u"run"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     QFile::copy(fakeFfmpeg(), fakeFfmpegCopy());
 
     m_environment.insert(u"CORVANE_RUNTIME_DIR"_s, runtimeDir());
-    // No feed: nothing that a test starts asks the world outside for updates.
+    // No feed: no program that a test starts asks the outside world for updates.
     m_environment.insert(u"CORVANE_UPDATE_FEED"_s, u""_s);
     m_environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, "unix:path="_L1 + path(u"no-session-bus"_s));
     m_environment.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, "unix:path="_L1 + path(u"no-system-bus"_s));

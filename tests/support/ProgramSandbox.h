@@ -9,8 +9,8 @@ class QProcess;
 
 namespace corvane::test {
 
-/// Where one run of the program lives: a temporary directory that holds its home, its XDG directories, its
-/// PATH and its working directory. No display is set and no bus answers. The PATH holds "ffmpeg", which is
+/// Place of one run of the program: a temporary directory that holds its home, its XDG directories, its PATH
+/// and its working directory. No display is set and no bus answers. The PATH holds "ffmpeg", which is
 /// fake_ffmpeg, and nothing else.
 class ProgramSandbox
 {
@@ -19,7 +19,7 @@ public:
 
     /// Path of `name` in the directory.
     [[nodiscard]] QString path(const QString &name) const { return m_directory.filePath(name); }
-    /// Value of CORVANE_RUNTIME_DIR at first; not made yet.
+    /// Value of CORVANE_RUNTIME_DIR at first; not created yet.
     [[nodiscard]] QString runtimeDir() const { return path(QStringLiteral("runtime")); }
     [[nodiscard]] QString fakeFfmpegCopy() const; ///< what the program finds as "ffmpeg"
     /// Everything in the directory, hidden files too, sorted.
@@ -27,7 +27,7 @@ public:
 
     [[nodiscard]] QProcessEnvironment &environment() { return m_environment; }
 
-    /// Makes `program` run the built program here with the environment as it now stands; doesn't start it.
+    /// Sets `program` up to run the built program here with the environment as it now is; doesn't start it.
     void prepare(QProcess &program, const QStringList &arguments = {}) const;
 
 private:

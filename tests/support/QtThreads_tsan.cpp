@@ -1,6 +1,6 @@
-// For builds under ThreadSanitizer alone. Qt's libraries aren't instrumented, so that it can't see what
-// orders a thread's work after its start and before its end: all of it would look like a race. The threads
-// that QThread::create() makes tell it, in the place of Qt's own.
+// Replacement of QThread::create() for builds under ThreadSanitizer. Qt's libraries aren't instrumented, so
+// that ThreadSanitizer can't see the order of a thread's work after its start and before its end: all of it
+// would look like a race. The threads made here report that order.
 
 #include <QThread>
 

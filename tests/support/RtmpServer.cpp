@@ -81,7 +81,7 @@ bool RtmpServer::start()
         m_nginx->setProcessChannelMode(QProcess::MergedChannels);
         m_nginx->start(nginx(), {u"-p"_s, m_directory.path(), u"-e"_s, m_directory.filePath(u"error.log"_s),
                                  u"-c"_s, file.fileName()});
-        // Each look costs a connection attempt; nginx ending is the other way out.
+        // Each attempt costs a connection; the exit of nginx is the other way out.
         for (int waited = 0; waited < serverStartTimeoutMs && !m_nginx->waitForFinished(50); waited += 50) {
             QTcpSocket probe;
             probe.connectToHost(QHostAddress::LocalHost, m_port);

@@ -16,17 +16,17 @@ public:
     RtmpServer();
     ~RtmpServer();
 
-    /// What of it isn't installed; empty if it can be started.
+    /// Missing part of its installation; empty if it can be started.
     [[nodiscard]] static QString missing();
 
-    /// Answers whether the server accepts connections; if not, error() says why.
+    /// True if the server accepts connections; if not, error() has the reason.
     bool start();
 
     /// Ends the server and with it the recording, which is whole from then on.
     void stop();
 
-    [[nodiscard]] QString url(const QString &streamName) const;       ///< where to publish
-    [[nodiscard]] QString recording(const QString &streamName) const; ///< FLV file of what was received
+    [[nodiscard]] QString url(const QString &streamName) const;       ///< address to publish to
+    [[nodiscard]] QString recording(const QString &streamName) const; ///< FLV file of the received stream
     [[nodiscard]] QString error() const { return m_error; }
 
 private:

@@ -42,8 +42,8 @@ int main(int argc, char **argv)
             std::fprintf(stderr, "  %s\n", entry.name.data());
         return 2;
     }
-    // An application's name is that of its program unless one is set: each class has a name, and so folders,
-    // of its own.
+    // An application's name is that of its program unless one is set: each class gets a name, and so
+    // directories, of its own.
     QCoreApplication::setApplicationName(QString::fromUtf8(argv[1]));
     argv[1] = argv[0];
     return chosen->run(argc - 1, argv + 1);

@@ -31,7 +31,7 @@ class Registration
 public:
     using Run = int (*)(int argc, char **argv);
 
-    /// `name`: what the command line calls the class; it has to outlive the program's run.
+    /// `name`: the class on the command line; the text has to outlive the program's run.
     Registration(const char *name, Run run);
 };
 

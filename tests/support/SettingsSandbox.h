@@ -13,7 +13,7 @@ public:
     ~SettingsSandbox();
     Q_DISABLE_COPY_MOVE(SettingsSandbox)
 
-    /// The file behind them, where the platform keeps settings in files.
+    /// File that holds them, where the platform keeps settings in files.
     [[nodiscard]] QString filePath() const;
 
 private:

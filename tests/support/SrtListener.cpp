@@ -36,7 +36,8 @@ quint16 freeUdpPort()
 
 bool udpPortTaken(quint16 port)
 {
-    // A look into the table: an attempt to bind the port would be in the way of the one that wants it.
+    // Looked up in the system's table: an attempt to bind the port would be in the way of the process that is
+    // to have it.
     const QByteArray ending = ':' + QByteArray::number(port, 16).rightJustified(4, '0').toUpper();
     for (const QString &path : {u"/proc/net/udp"_s, u"/proc/net/udp6"_s}) {
         QFile table(path);

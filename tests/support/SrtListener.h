@@ -8,12 +8,12 @@
 
 namespace corvane::test {
 
-/// A real SRT receiver on loopback: srt-live-transmit as listener on a port of its own, recording what comes.
-/// It runs from start() to stop() or to the end of this object.
+/// A real SRT receiver on loopback: srt-live-transmit as listener on a port of its own, recording the
+/// received stream. It runs from start() to stop() or to the end of this object.
 class SrtListener
 {
 public:
-    /// What a caller has to bring. Empty: anyone is welcome.
+    /// Credentials that a caller needs. Empty: none.
     struct Demands
     {
         QString passphrase;
@@ -25,13 +25,13 @@ public:
 
     bool start() { return start({}); }
 
-    /// Answers whether the port is open; if not, error() says why.
+    /// True if the port is open; if not, error() has the reason.
     bool start(const Demands &demands);
 
     /// Ends the listener; the recording is whole from then on.
     void stop();
 
-    /// Ends the listener at once and without a word to the sender.
+    /// Kills the listener, without notice to the sender.
     void kill();
 
     [[nodiscard]] quint16 port() const { return m_port; }
@@ -49,13 +49,13 @@ private:
     QString m_error;
 };
 
-/// Whether the machine has what start() needs for these demands.
+/// True if the machine has the tools that start() needs for these demands.
 [[nodiscard]] bool srtListenerAvailable(const SrtListener::Demands &demands = {});
 
-/// A UDP port that nobody has at the moment.
+/// A UDP port that is free at the moment.
 [[nodiscard]] quint16 freeUdpPort();
 
-/// Whether somebody on this machine has the UDP port. Doesn't touch it.
+/// True if a process of this machine has the UDP port. Doesn't touch it.
 [[nodiscard]] bool udpPortTaken(quint16 port);
 
 } // namespace corvane::test

@@ -7,7 +7,7 @@
 
 #include <functional>
 
-/// What tests of several folders share.
+/// Basics that tests of several folders share.
 namespace corvane::test {
 
 [[nodiscard]] QString fakeFfmpeg();     ///< path of tests/children/fake_ffmpeg
@@ -26,8 +26,8 @@ constexpr int serverStartTimeoutMs = 10000;
 /// A default record with id "cafe0001", name "Teste" and one RTMP output whose URL is "fake:" and `steps`.
 [[nodiscard]] PipelineConfig fakeConfig(const QString &steps);
 
-/// Everything that a Pipeline says, in order: "state starting", "log …", "stats …", "circuit …",
-/// "telemetry", "quality N name". Connected for the life of this object.
+/// Every signal of a Pipeline, in order: "state starting", "log …", "stats …", "circuit …", "telemetry",
+/// "quality N name". Connected for the life of this object.
 class Recorder : public QObject
 {
     Q_OBJECT
@@ -51,11 +51,11 @@ private:
     QStringList m_events;
 };
 
-/// Runs the event loop until `condition` holds, looking at it after every event; false after `timeoutMs`.
+/// Runs the event loop until `condition` holds, evaluated after every event; false after `timeoutMs`.
 bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 20000);
 
 /// Runs the event loop until a timer of `ms` that starts now has fired. Timers fire in the order in which
-/// they are due, so a shorter one that was started before has had its turn: this shows that it did nothing.
+/// they are due, so a shorter one that was started before has fired by then: its lack of effect shows.
 void passTimersOf(int ms);
 
 /// The recorded events as a list that can be compared in full: figures ("stats …", "telemetry") are left out,

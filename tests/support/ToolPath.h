@@ -19,7 +19,7 @@ public:
     ToolPath(const ToolPath &) = delete;
     ToolPath &operator=(const ToolPath &) = delete;
 
-    /// Copies the program `source` to the tool `name`; answers the path at which a search finds it.
+    /// Copies the program `source` to the tool `name`; returns the path at which a search finds it.
     QString addCopy(const QString &name, const QString &source);
 
     /// A file called `name` with execute permission that no system can start.
@@ -28,10 +28,10 @@ public:
     /// An executable script of the shell, for systems that have one.
     QString addScript(const QString &name, const QByteArray &script);
 
-    /// The machine's own `name` by that name; empty if there is none.
+    /// The machine's own `name` under that name; returns its path, empty if there is none.
     QString addMachineTool(const QString &name);
 
-    /// fake_ffmpeg as "ffmpeg". It answers -encoders and -protocols with these bytes.
+    /// fake_ffmpeg as "ffmpeg". It replies to -encoders and -protocols with these bytes.
     QString addFakeFfmpeg(const QByteArray &encoders = {}, const QByteArray &protocols = {});
 
     [[nodiscard]] QString filePath(const QString &name) const { return m_dir.filePath(name); }
@@ -45,7 +45,7 @@ private:
 /// File name of the program `name`: Windows finds a program in `PATH` only by its suffix.
 [[nodiscard]] QString executableName(const QString &name);
 
-/// Where the machine has `name` installed, whatever `PATH` a test has set; empty if it hasn't.
+/// Path of the machine's installed `name`, whatever `PATH` a test has set; empty if there is none.
 [[nodiscard]] QString machineTool(const QString &name);
 
 } // namespace corvane::test

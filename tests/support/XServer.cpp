@@ -26,7 +26,7 @@ struct Freed
 template <typename T>
 using Reply = std::unique_ptr<T, Freed>;
 
-/// One connection to the server; lives for one question.
+/// One connection to the server, for one query.
 class Connection
 {
 public:
@@ -46,7 +46,7 @@ public:
         QList<xcb_window_t> open{root};
         while (!open.isEmpty()) {
             const xcb_window_t window = open.takeFirst();
-            // A window may go while it is looked at; its replies are then empty.
+            // A window may disappear during the query; its replies are then empty.
             if (window != root && isViewable(window) && titleOf(window) == title)
                 return window;
             const Reply<xcb_query_tree_reply_t> tree(

@@ -6,7 +6,7 @@
 namespace corvane::test {
 
 /// A private X server (Xvfb) without a window manager, for the life of this object. The server picks a
-/// display number that is free, so several may run at once. Every question opens a connection of its own, so
+/// display number that is free, so several may run at once. Every query opens a connection of its own, so
 /// none of them disturbs the display of the test itself.
 class XServer
 {
@@ -15,7 +15,8 @@ public:
     ~XServer();
     Q_DISABLE_COPY_MOVE(XServer)
 
-    /// Empty if the server runs, else what isn't installed. One that is and doesn't start is fatal.
+    /// Empty if the server runs, else the name of what isn't installed. An installed server that doesn't
+    /// start is fatal.
     [[nodiscard]] QString problem() const { return m_problem; }
 
     /// Value for DISPLAY, as ":7".

@@ -4,7 +4,7 @@
 
 #include <windows.h>
 
-// The desktop of the session takes the server's place: there is one, and it is there.
+// The desktop of the session takes the server's place: there is exactly one.
 namespace corvane::test {
 
 namespace {

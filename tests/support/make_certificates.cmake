@@ -32,7 +32,7 @@ function(certificate name authority names)
         -CA ${authority}.pem -CAkey ${authority}.key -CAcreateserial)
 endfunction()
 
-# Only this command of OpenSSL's takes dates that have gone by, in every version of it.
+# The only command of OpenSSL that takes past dates, in every version of it.
 function(past_certificate name authority names)
     request(${name} ${names})
     file(WRITE "${FOLDER}/index.txt" "")

@@ -3,7 +3,7 @@
 # Exit code: the command's.
 set -eu
 
-# Addresses of the machine: the loopback's, and one that isn't (of the block for documentation).
+# Addresses of the machine: the loopback's, and one outside it (of the block for documentation).
 script='
     ip link set lo up
     ip address add 192.0.2.1/32 dev lo

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs a command under an X server of its own and answers with its exit code. The server picks a free display number.
+# Runs a command under an X server of its own and returns its exit code. The server picks a free display number.
 set -u
 
 exec 3< <(exec Xvfb -displayfd 1 -screen 0 1920x1200x24 -nolisten tcp 2>/dev/null)

@@ -21,12 +21,12 @@ public:
 
     QProcess &start(const QStringList &arguments);
 
-    /// Runs to the end and answers the exit code.
+    /// Runs to the exit and returns the exit code.
     int run(const QStringList &arguments);
 
     [[nodiscard]] QProcess &process() { return m_process; }
 
-    /// What has the encoder write its arguments to the file "arguments" and leave.
+    /// Argument by which the encoder writes its arguments to the file "arguments" and exits.
     [[nodiscard]] QString argumentsStep() const;
 
 private:
@@ -34,7 +34,7 @@ private:
     QProcess m_process;
 };
 
-/// Words of the shim that finds nothing to run.
+/// Message of the shim that finds nothing to run.
 [[nodiscard]] QByteArray noOtherEncoder();
 
 } // namespace corvane::test

@@ -34,7 +34,7 @@ const QStringList aac{u"-c:a"_s, u"aac"_s};
 
 } // namespace
 
-/// What the shim makes of an argument list.
+/// Argument lists as the shim rewrites them.
 class tst_TeeRewrite : public QObject
 {
     Q_OBJECT

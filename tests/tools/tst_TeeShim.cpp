@@ -108,7 +108,7 @@ void tst_TeeShim::teeIsRewritten()
 void tst_TeeShim::search_data()
 {
     QTest::addColumn<QStringList>("path");
-    QTest::addColumn<QString>("atB"); ///< what "ffmpeg" in the second folder is
+    QTest::addColumn<QString>("atB"); ///< kind of "ffmpeg" in the second folder
     QTest::addColumn<bool>("encoderInC");
     QTest::addColumn<int>("exitCode"); ///< the encoder's is 3
 

@@ -85,7 +85,7 @@ void tst_TeeShimPosix::argumentsThatAreNoText()
 void tst_TeeShimPosix::passesOverLinksAndPlainFiles_data()
 {
     QTest::addColumn<QStringList>("path");
-    QTest::addColumn<QString>("atB"); ///< what "ffmpeg" in the second folder is
+    QTest::addColumn<QString>("atB"); ///< kind of "ffmpeg" in the second folder
     QTest::addColumn<bool>("encoderInC");
     QTest::addColumn<int>("exitCode"); ///< the encoder's is 3
 

@@ -10,7 +10,7 @@
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
-/// The shim where it can't become the encoder: a parent that does all that its child does.
+/// The shim where it can't become the encoder: a parent that mirrors its child.
 class tst_TeeShim_win : public QObject
 {
     Q_OBJECT

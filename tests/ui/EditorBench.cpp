@@ -72,7 +72,7 @@ QStringList fieldsOf(const PipelineConfig &config)
         add(prefix + "groupMode"_L1, output.groupMode);
         add(prefix + "receiverHost"_L1, output.receiverHost);
         add(prefix + "receiverPort"_L1, output.receiverPort);
-        // Which port is free is the machine's affair.
+        // The number depends on the ports that are free.
         add(prefix + "hasLocalPort"_L1, output.localPort > 0);
         add(prefix + "hasLocalPort2"_L1, output.localPort2 > 0);
     }
@@ -233,6 +233,23 @@ QString EditorBench::spokenName(QQuickItem *item)
 {
     QAccessibleInterface *spoken = QAccessible::queryAccessibleInterface(item);
     return spoken ? spoken->text(QAccessible::Name) : QString();
+}
+
+void EditorPageTest::initTestCase()
+{
+    m_ui = std::make_unique<EditorBench>();
+}
+
+void EditorPageTest::init()
+{
+    m_ui->removeAll();
+    m_id = m_ui->addUnusual();
+    m_ui->openTab(m_tab);
+}
+
+void EditorPageTest::cleanup()
+{
+    QCOMPARE(m_ui->warnings(), QStringList());
 }
 
 } // namespace corvane::test

@@ -2,25 +2,28 @@
 
 #include "tests/ui/Interface.h"
 
+#include <QObject>
 #include <QSignalSpy>
+
+#include <memory>
 
 namespace corvane::test {
 
 /// The fields of a record, one "name value" each, in a fixed order; outputs as "outputs[0].url …".
 [[nodiscard]] QStringList fieldsOf(const PipelineConfig &config);
 
-/// What the window does to one record from construction on.
+/// Changes that the window makes to one record from construction on.
 class RecordWatch
 {
 public:
     RecordWatch(Interface &ui, QString id);
 
-    /// The fields whose value isn't that of the beginning, as fieldsOf() writes them, and "- …" for those
-    /// gone.
+    /// Fields whose value isn't that of the beginning, as fieldsOf() writes them, and "- …" for those
+    /// removed.
     [[nodiscard]] QStringList changes() const;
     /// Number of edits that reached the Engine, those without effect included. For stopped pipelines.
     [[nodiscard]] qsizetype edits() const { return m_edits.count(); }
-    void restart(); ///< the record as it is now is the beginning
+    void restart(); ///< makes the record as it is now the beginning
 
 private:
     Interface &m_ui;
@@ -29,7 +32,7 @@ private:
     QSignalSpy m_edits;
 };
 
-/// The window with the editor open, and what one does with the editor's controls.
+/// The window with the editor open, and the operations on the editor's controls.
 class EditorBench : public Interface
 {
 public:
@@ -49,18 +52,43 @@ public:
         return value(name, QStringLiteral("text")).toString();
     }
     [[nodiscard]] bool isShown(const QString &name) const; ///< it and all above it are visible
-    /// What the style draws of a text field in focus: a thicker line or, in later versions, a frame.
+    /// The style's mark of a text field in focus: a thicker line or, in later versions, a frame.
     [[nodiscard]] bool showsFocus(const QString &textField) const;
 
     void step(const QString &spinBox, bool up); ///< clicks one of its two buttons
     void hover(QQuickItem *item);
-    void settle(); ///< waits until a frame has been shown, and with it every layout has been done
+    void settle(); ///< waits for the next frame, by which every layout has been done
     void paste(const QString &text);
 
     /// Name of the item that has the focus; a list's, if its current row has it.
     [[nodiscard]] QString focused() const;
     void focusByTab(const QString &name);                      ///< presses Tab until the item has the focus
-    [[nodiscard]] static QString spokenName(QQuickItem *item); ///< what a screen reader says
+    [[nodiscard]] static QString spokenName(QQuickItem *item); ///< name for a screen reader
+};
+
+/// Test of a page of the editor, in a window that stands as long as the class: each function finds the page
+/// open on the only pipeline, which addUnusual() made, and may cause no QML warning.
+class EditorPageTest : public QObject
+{
+    Q_OBJECT
+
+protected:
+    /// `tab`: the page, as Interface::openTab() counts.
+    explicit EditorPageTest(int tab)
+        : m_tab(tab)
+    {
+    }
+
+    std::unique_ptr<EditorBench> m_ui;
+    QString m_id; ///< of that pipeline
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+private:
+    const int m_tab;
 };
 
 } // namespace corvane::test

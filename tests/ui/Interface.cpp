@@ -127,7 +127,7 @@ void Interface::scrollIntoView(QQuickItem *item) const
     }
 }
 
-// What is to be clicked has its place only when a frame has shown it.
+// An item to be clicked has its place only once a frame has shown it.
 bool Interface::awaitFrame() const
 {
     bool shown = false;
@@ -154,7 +154,7 @@ void Interface::doubleClick(QQuickItem *item)
 
 void Interface::type(const QString &text)
 {
-    // A key gives a whole character, also one that takes two units.
+    // One key event for a whole character, also one of two code units.
     for (qsizetype i = 0; i < text.size(); ++i) {
         const QString character = text.mid(i, text.at(i).isHighSurrogate() ? 2 : 1);
         QTest::sendKeyEvent(QTest::Click, m_window.data(), Qt::Key_unknown, character, Qt::NoModifier);

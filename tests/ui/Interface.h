@@ -27,7 +27,7 @@ public:
     [[nodiscard]] QString latestVersion() const { return m_latestVersion; }
     [[nodiscard]] QString status() const { return {}; }
 
-    /// A newer version is there from now on.
+    /// Announces a newer version.
     void offer(const QString &version);
 
     QStringList calls; ///< names of the slots called, in order
@@ -85,16 +85,16 @@ public:
     void click(QQuickItem *item); ///< in the middle of it, scrolled into view first
     void click(const QString &name) { click(item(name)); }
     void doubleClick(QQuickItem *item);
-    void type(const QString &text); ///< into what has the focus
+    void type(const QString &text); ///< into the item in focus
     void press(Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
     void replaceText(const QString &fieldName, const QString &text); ///< click, select all, type; focus stays
     void choose(const QString &comboName, int index);                ///< opens the popup and clicks the entry
     void openTab(int index); ///< 0 Fonte, 1 Encoder, 2 Saídas, 3 Preview
 
-    /// Adds a pipeline through the sidebar's "+" and answers its id.
+    /// Adds a pipeline through the sidebar's "+" and returns its id.
     QString addPipeline();
-    /// Adds a pipeline behind the window's back, with one RTMP output whose URL is "fake:" and `steps`;
-    /// answers its id.
+    /// Adds a pipeline through the Engine, with one RTMP output whose URL is "fake:" and `steps`; returns its
+    /// id.
     QString addFake(const QString &steps, const QString &name = {});
     /// The object behind a row of the registry. With objects of the same id in disposal, the youngest.
     [[nodiscard]] Pipeline *pipeline(const QString &id) const;

@@ -107,4 +107,22 @@ void compareLook(const Interface &ui)
     QCOMPARE(lookText(object, property), expected);
 }
 
+void LookTest::openWithOutputs()
+{
+    m_ui = std::make_unique<Interface>();
+    const QString id = m_ui->addPipeline();
+    m_ui->engine().addRtmpOutput(id, u"rtmp://host/live/key"_s);
+    m_ui->engine().addSrtOutput(id, u"srt://host:9000"_s, 120, {});
+    m_ui->engine().addSrtlaOutput(id, u"receiver"_s, 5000);
+    m_ui->engine().setOutputEnabled(id, 1, false);
+    // The list of outputs is read when the selection changes.
+    m_ui->window().setProperty("selectedId", QString());
+    m_ui->window().setProperty("selectedId", id);
+}
+
+void LookTest::cleanup()
+{
+    QCOMPARE(m_ui->warnings(), QStringList());
+}
+
 } // namespace corvane::test

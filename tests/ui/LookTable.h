@@ -6,10 +6,11 @@
 #include <QString>
 
 #include <initializer_list>
+#include <memory>
 
 namespace corvane::test {
 
-/// One thing to read off the live window: a property of an item and what it has to be, as text.
+/// Expectation of the live window: a property of an item and its value, as text.
 struct Look
 {
     const char *item;     ///< see find()
@@ -35,5 +36,20 @@ void addLooks(std::initializer_list<Look> looks);
 
 /// Compares the current row of addLooks() with the live item.
 void compareLook(const Interface &ui);
+
+/// Test of the looks of a window that stands as long as the class. No function may cause a QML warning.
+class LookTest : public QObject
+{
+    Q_OBJECT
+
+protected:
+    /// Opens the window on a pipeline with an output of each kind, of which the second is switched off.
+    void openWithOutputs();
+
+    std::unique_ptr<Interface> m_ui;
+
+private Q_SLOTS:
+    void cleanup();
+};
 
 } // namespace corvane::test

@@ -7,7 +7,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// "Detectar HW" and "Sugerir": what they say, for how long, and that they change nothing.
+/// "Detectar HW" and "Sugerir": their texts, how long these stay, and that they change nothing.
 class tst_EditorAdvice : public QObject
 {
     Q_OBJECT
@@ -26,7 +26,7 @@ private Q_SLOTS:
 
 namespace {
 
-/// Opens the page on a fresh pipeline; answers its id.
+/// Opens the page on a fresh pipeline; returns its id.
 QString openEncoderPage(EditorBench &ui)
 {
     QString id = ui.addUnusual();
@@ -34,7 +34,7 @@ QString openEncoderPage(EditorBench &ui)
     return id;
 }
 
-/// What every control of the two first pages shows.
+/// Values that the controls of the first two pages show.
 QVariantList shownValues(const EditorBench &ui)
 {
     QVariantList shown;
@@ -120,7 +120,7 @@ void tst_EditorAdvice::suggestShowsTheRates_data()
     QTest::newRow("4K25")
         << 3840 << 2160 << 2
         << u"Recomendado: 20000kbps (min 12000 / max 30000)\nbufsize: 40000k | GOP: 50 frames"_s + limits;
-    // A fraction loses what is behind its point on the way into a whole number.
+    // A fraction is truncated to a whole number.
     QTest::newRow("29.97")
         << 1920 << 1080 << 3
         << u"Recomendado: 5000kbps (min 3000 / max 7500)\nbufsize: 10000k | GOP: 58 frames"_s + limits;

@@ -8,15 +8,17 @@ using namespace corvane;
 using namespace corvane::test;
 
 /// The page "Encoder": what each control sends, and when.
-class tst_EditorEncoder : public QObject
+class tst_EditorEncoder : public EditorPageTest
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void cleanup();
+public:
+    tst_EditorEncoder()
+        : EditorPageTest(1)
+    {
+    }
 
+private Q_SLOTS:
     void choiceSendsItsKey_data();
     void choiceSendsItsKey();
     void numberSendsItsKey_data();
@@ -26,28 +28,7 @@ private Q_SLOTS:
     void changeByCodeSendsNothing();
     void untouchedPipelineKeepsItsOwnAudioRate();
     void changeSendsOneKeyToTheNewSelection();
-
-private:
-    std::unique_ptr<EditorBench> m_ui;
-    QString m_id;
 };
-
-void tst_EditorEncoder::initTestCase()
-{
-    m_ui = std::make_unique<EditorBench>();
-}
-
-void tst_EditorEncoder::init()
-{
-    m_ui->removeAll();
-    m_id = m_ui->addUnusual();
-    m_ui->openTab(1);
-}
-
-void tst_EditorEncoder::cleanup()
-{
-    QCOMPARE(m_ui->warnings(), QStringList());
-}
 
 void tst_EditorEncoder::choiceSendsItsKey_data()
 {
@@ -62,7 +43,7 @@ void tst_EditorEncoder::choiceSendsItsKey_data()
     };
     row("encCodec", 0, "h264", "encoder.codec 0");
     row("encCodec", 1, "hevc", "encoder.codec 1");
-    row("encCodec", 2, "av1", ""); // what the record has already
+    row("encCodec", 2, "av1", ""); // the record's value already
     row("encHw", 0, "auto", "encoder.hw 0");
     row("encHw", 1, "videotoolbox", "encoder.hw 5");
     row("encHw", 2, "x264", "encoder.hw 1");
@@ -138,7 +119,7 @@ void tst_EditorEncoder::switchSendsItsKey_data()
     QTest::addColumn<QString>("control");
     QTest::addColumn<QStringList>("changes"); // after each click
 
-    // The first click sends the opposite of what is shown, whatever the record has.
+    // The first click sends the opposite of the value shown, whatever the record has.
     QTest::newRow("zero latency, shown on, off in the record")
         << u"encZeroLatency"_s
         << QStringList({u""_s, u"encoder.zeroLatency true"_s, u""_s, u"encoder.zeroLatency true"_s});

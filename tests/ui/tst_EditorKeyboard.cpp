@@ -8,7 +8,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// The window without a mouse and for a screen reader: names, the way of the Tab key, focus that can be seen.
+/// The window without a mouse and for a screen reader: names, the order of the Tab key, visible focus.
 class tst_EditorKeyboard : public QObject
 {
     Q_OBJECT
@@ -42,13 +42,13 @@ private:
 
 namespace {
 
-/// The way of the Tab key in the window round the editor, before and after the open page.
+/// The order of the Tab key in the window round the editor, before and after the open page.
 const QStringList before{u"updateBtn"_s,  u"aboutButton"_s,  u"startAllButton"_s,
                          u"addButton"_s,  u"pipelineList"_s, u"tabFonte"_s,
                          u"tabEncoder"_s, u"tabSaídas"_s,    u"tabPreview"_s};
 const QStringList after{u"clearLogButton"_s, u"logArea"_s};
 
-/// The controls of the pages, as the eye meets them.
+/// The controls of the pages, in reading order.
 const QList<QStringList> pages{
     {u"srcKind"_s, u"srcUriField"_s, u"danteField"_s, u"resW"_s, u"resH"_s, u"fpsPicker"_s},
     {u"detectHwButton"_s, u"encCodec"_s, u"encHw"_s, u"encPreset"_s, u"encBitrate"_s, u"suggestButton"_s,
@@ -189,7 +189,7 @@ void tst_EditorKeyboard::everyControlHasAName()
 {
     QFETCH(int, page);
 
-    // The tables of this test leave out no control that the window has.
+    // Control: the tables of this test leave out no control of the window.
     m_ui->openTab(page);
     const QStringList expected = before + pages.at(page) + after;
     QList<QQuickItem *> controls;
@@ -242,7 +242,7 @@ void tst_EditorKeyboard::tabWithoutAPipeline()
     }
     QCOMPARE(way, expected);
 
-    // The large "+" makes a pipeline by keyboard, and the editor opens.
+    // The large "+" adds a pipeline by keyboard, and the editor opens.
     m_ui->focusByTab(u"emptyAddButton"_s);
     m_ui->press(Qt::Key_Space);
     QVERIFY(m_ui->isShown(u"editor"_s));
@@ -275,7 +275,7 @@ void tst_EditorKeyboard::focusIsSeen()
 {
     QFETCH(int, page);
 
-    // A text area has no look of its own for it, a list neither; a frame shows it there.
+    // A text area has no focus style of its own, nor has a list; a frame shows the focus there.
     const QHash<QString, QString> frames{
         {u"pipelineList"_s, u"pipelineListFocus"_s},
         {u"previewText"_s, u"previewFocus"_s},
@@ -332,7 +332,7 @@ void tst_EditorKeyboard::focusStaysInSight()
                                     .arg(place.bottom())
                                     .arg(view->height())));
         }
-        m_ui->press(Qt::Key_Tab); // on to what follows, for the way back
+        m_ui->press(Qt::Key_Tab); // on to the next control, for the way back
     }
     m_ui->window().resize(1280, 820);
 }

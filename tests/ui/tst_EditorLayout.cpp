@@ -41,7 +41,7 @@ const QList<QSize> sizes{{1280, 820}, {1024, 640}, {3840, 2160}};
 const QStringList lastControls{u"fpsPicker"_s, u"encAudioBitrate"_s, u"clearOutputsButton"_s,
                                u"removePipelineButton"_s};
 
-/// A text without a name of its own is told by what it says.
+/// Name of an item for a message, with the beginning of its text.
 QString nameOf(const QQuickItem *item)
 {
     const QString name = item->objectName().isEmpty() ? QString::fromLatin1(item->metaObject()->className())
@@ -50,7 +50,7 @@ QString nameOf(const QQuickItem *item)
     return text.isEmpty() ? name : name + u" \""_s + text + u'"';
 }
 
-/// Things that people see or press: text, controls, dots, boxes. What only arranges others is none.
+/// Items that people see or press: text, controls, dots, boxes. Items that only arrange others don't count.
 bool isShown(const QQuickItem *item)
 {
     return item->isVisible() && item->opacity() > 0 && item->width() > 0 && item->height() > 0;
@@ -76,7 +76,7 @@ void findLayouts(QQuickItem *below, QList<QQuickItem *> &found)
         findLayouts(child, found);
 }
 
-/// Pairs of things in one layout that lie on each other, and things that stick out of it.
+/// Pairs of items in one layout that overlap, and items that stick out of it.
 QStringList faultsIn(const QQuickItem *layout)
 {
     QStringList faults;
@@ -112,7 +112,7 @@ QStringList faultsIn(const QQuickItem *layout)
     return faults;
 }
 
-/// Texts that are cut off without saying so.
+/// Texts that are truncated without an ellipsis.
 void findCutTexts(QQuickItem *below, QStringList &faults)
 {
     if (!isShown(below))
@@ -139,7 +139,7 @@ void tst_EditorLayout::initTestCase()
         m_ui->engine().addSrtOutputFull(m_id, u"srt://host:9000/"_s + QString(300, u'x'), 120, {}, {}, 25, 0);
         m_ui->engine().addSrtlaOutput(m_id, u"host"_s, 5000);
     }
-    // Everything that shows only at times: a stream on air, rows of outputs, the advice, a long preview.
+    // Every part that shows only at times: a stream on air, rows of outputs, the advice, a long preview.
     m_ui->engine().renamePipeline(m_id, u"Um nome comprido de stream que não cabe"_s);
     m_ui->engine().clearOutputs(m_id);
     m_ui->engine().addRtmpOutput(m_id, steps);
@@ -155,8 +155,8 @@ void tst_EditorLayout::initTestCase()
 
 void tst_EditorLayout::scaleFactor()
 {
-    // Registered once for each factor. Run by hand without one, or on a screen with a factor of its own,
-    // it can't tell what to expect.
+    // Registered once for each factor. Run by hand without one, or on a screen with a factor of its own, it
+    // has nothing to compare with.
     if (!qEnvironmentVariableIsSet("QT_SCALE_FACTOR"))
         QSKIP("no scale factor is set");
     QCOMPARE(m_ui->window().effectiveDevicePixelRatio(), qEnvironmentVariable("QT_SCALE_FACTOR").toDouble());
@@ -235,7 +235,7 @@ void tst_EditorLayout::pageScrollsToItsLastControl()
     m_ui->openTab(page);
     m_ui->settle();
 
-    // By the wheel, as far as it goes.
+    // Scrolled by the wheel, as far as it goes.
     const QQuickItem *last = m_ui->item(lastControls.at(page));
     QVERIFY(last && last->isVisible());
     const QQuickItem *view = m_ui->item(u"pages"_s);

@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// What the editable number fields make of keys and of numbers outside their range.
+/// Reaction of the editable number fields to keys and to numbers outside their range.
 class tst_EditorNumbers : public QObject
 {
     Q_OBJECT
@@ -88,7 +88,7 @@ void tst_EditorNumbers::cleanup()
 
 QString tst_EditorNumbers::shownDigits(const QString &spinBox) const
 {
-    // Thousands are set apart as the locale does.
+    // Thousands are separated as in the locale.
     static const QRegularExpression separator(u"[^0-9-]"_s);
     return m_ui->value(spinBox, u"contentItem.text"_s).toString().remove(separator);
 }
@@ -142,7 +142,7 @@ void tst_EditorNumbers::bounds()
     QCOMPARE(number(spinBox), field.from);
     QCOMPARE(record.edits(), 0);
 
-    // Half a step away an end is still reached.
+    // An end is still reached from half a step away.
     if (field.stepSize > 1) {
         open(spinBox, field.to - 1);
         m_ui->step(spinBox, true);
@@ -185,7 +185,7 @@ void tst_EditorNumbers::outOfRange()
     m_ui->press(Qt::Key_Return);
     m_ui->press(Qt::Key_Tab);
 
-    // Whatever was typed, what is shown, what is held and what was sent agree, and lie in the range.
+    // Whatever was typed, the values shown, held and sent agree, and lie in the range.
     const int now = number(spinBox);
     QVERIFY2(now >= field.from && now <= field.to, qPrintable(QString::number(now)));
     QCOMPARE(shownDigits(spinBox), QString::number(now));

@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// The list of outputs on the page "Saídas": what it shows, and when it looks; switch, removal, clearing.
+/// The list of outputs on the page "Saídas": its rows, and when they are read; switch, removal, clearing.
 class tst_EditorOutputs : public QObject
 {
     Q_OBJECT
@@ -52,7 +52,7 @@ private:
 
 void tst_EditorOutputs::initTestCase()
 {
-    // Not every platform asks for hover effects by itself.
+    // Not every platform enables hover effects by itself.
     QGuiApplication::styleHints()->setUseHoverEffects(true);
     m_ui = std::make_unique<EditorBench>();
 }
@@ -203,7 +203,7 @@ void tst_EditorOutputs::deleteTakesTwoClicks()
     m_ui->click(part(u"outputDelete"_s, 0));
     QCOMPARE(urls(), QStringList({u"rtmp://b"_s}));
     QCOMPARE(record.edits(), 1);
-    QCOMPARE(rows().size(), 2); // the old picture
+    QCOMPARE(rows().size(), 2); // the old state
     QCOMPARE(rows().at(0)->property("confirmDelete"), QVariant(false));
     QCOMPARE(partText(u"outputDelete"_s, 0), u"✗"_s);
 }
@@ -251,7 +251,7 @@ void tst_EditorOutputs::confirmationIsTheRowsOwn()
     QCOMPARE(urls(), QStringList({u"rtmp://a"_s, u"rtmp://b"_s}));
     QCOMPARE(rows().at(1)->property("confirmDelete"), QVariant(true));
 
-    // A change of selection builds the rows anew.
+    // A change of selection recreates the rows.
     lookAgain();
     QCOMPARE(rows().at(0)->property("confirmDelete"), QVariant(false));
     QCOMPARE(rows().at(1)->property("confirmDelete"), QVariant(false));
@@ -301,7 +301,7 @@ void tst_EditorOutputs::clearAllAtOnce()
     m_ui->click(u"clearOutputsButton"_s);
     QCOMPARE(urls(), QStringList());
     QCOMPARE(record.edits(), 1);
-    QCOMPARE(rows().size(), 2); // the old picture, button included
+    QCOMPARE(rows().size(), 2); // the old state, button included
     QVERIFY(m_ui->isShown(u"clearOutputsButton"_s));
     QVERIFY(!m_ui->isShown(u"noOutputsLabel"_s));
 }

@@ -9,15 +9,17 @@ using namespace corvane;
 using namespace corvane::test;
 
 /// The three ways to add an output on the page "Saídas", and the scenarios of the SRT form.
-class tst_EditorOutputsAdd : public QObject
+class tst_EditorOutputsAdd : public EditorPageTest
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void cleanup();
+public:
+    tst_EditorOutputsAdd()
+        : EditorPageTest(2)
+    {
+    }
 
+private Q_SLOTS:
     void addsRtmp();
     void addsSrt();
     void addsSrtWithWhatIsStillBeingTyped();
@@ -41,27 +43,7 @@ private:
         return m_ui->value(spinBox, u"value"_s).toInt();
     }
     void enter(const QString &spinBox, int value);
-
-    std::unique_ptr<EditorBench> m_ui;
-    QString m_id;
 };
-
-void tst_EditorOutputsAdd::initTestCase()
-{
-    m_ui = std::make_unique<EditorBench>();
-}
-
-void tst_EditorOutputsAdd::init()
-{
-    m_ui->removeAll();
-    m_id = m_ui->addUnusual();
-    m_ui->openTab(2);
-}
-
-void tst_EditorOutputsAdd::cleanup()
-{
-    QCOMPARE(m_ui->warnings(), QStringList());
-}
 
 void tst_EditorOutputsAdd::enter(const QString &spinBox, int value)
 {
@@ -195,7 +177,7 @@ void tst_EditorOutputsAdd::emptyFieldAddsNothing()
 {
     QFETCH(QString, button);
 
-    // What else is filled in stays.
+    // The other fields keep their content.
     m_ui->replaceText(u"srtPass"_s, u"pass"_s);
     m_ui->replaceText(u"srtStreamid"_s, u"id"_s);
     m_ui->choose(u"srtScenario"_s, 3);
@@ -290,7 +272,7 @@ void tst_EditorOutputsAdd::scenarioIsKeptByTheNextOutput()
     QCOMPARE(output.oheadbw, 50);
     QCOMPARE(output.maxbw, 0);
 
-    // The combo box went back by code, which chooses nothing.
+    // The combo box was reset by code, which is no choice.
     QCOMPARE(m_ui->value(u"srtScenario"_s, u"currentIndex"_s).toInt(), 0);
     QCOMPARE(number(u"srtLatency"_s), 1500);
     QCOMPARE(number(u"srtOheadbw"_s), 50);

@@ -101,7 +101,7 @@ void tst_EditorPreview::refreshEndsTheBinding()
     QVERIFY(shown().endsWith("rtmp://first"_L1));
     const QString firstCommand = shown();
 
-    // From here on the button alone changes the text.
+    // Only the button changes the text from here on.
     const QString second = m_ui->addPipeline();
     QCOMPARE(shown(), firstCommand);
     m_ui->engine().addRtmpOutput(second, u"rtmp://second"_s);
@@ -121,7 +121,7 @@ void tst_EditorPreview::textIsPlain()
     QCOMPARE(shown(), m_ui->engine().previewCommand(id));
     QVERIFY(shown().contains("<b>x</b>"_L1));
 
-    // Read-only: what is typed goes nowhere.
+    // Read-only: typed keys have no effect.
     m_ui->click(u"previewText"_s);
     m_ui->type(u"xyz"_s);
     m_ui->press(Qt::Key_Delete);
@@ -143,7 +143,7 @@ void tst_EditorPreview::textGrowsTheBox()
     QCOMPARE(m_ui->item(u"previewBox"_s)->height(), text->implicitHeight() + 24);
     QVERIFY(text->property("contentWidth").toReal() <= text->width());
 
-    // What stands below is reached by scrolling.
+    // The rest is reached by scrolling.
     m_ui->click(u"startButton"_s);
     QTRY_VERIFY(state(id) != "stopped"_L1);
 }
@@ -165,7 +165,7 @@ void tst_EditorPreview::startAndStop()
 void tst_EditorPreview::stopAsksNothing()
 {
     const QString id = addOutput(u"fake:progress"_s);
-    m_ui->click(u"stopButton"_s); // a stopped one: nothing to say
+    m_ui->click(u"stopButton"_s); // a stopped one: no log line
     QCOMPARE(state(id), u"stopped"_s);
 
     m_ui->click(u"startButton"_s);
@@ -210,7 +210,7 @@ void tst_EditorPreview::removeWhileOnAir()
 void tst_EditorPreview::vanishedPipeline()
 {
     const QString id = m_ui->addPipeline();
-    m_ui->engine().removePipeline(id); // behind the window's back: the editor stays open
+    m_ui->engine().removePipeline(id); // through the Engine: the editor stays open
     QVERIFY(m_ui->isShown(u"editor"_s));
     QSignalSpy edits(&m_ui->engine(), &Engine::pipelinesChanged);
 

@@ -8,15 +8,17 @@ using namespace corvane;
 using namespace corvane::test;
 
 /// The page "Fonte": what each control sends, when, and to which pipeline.
-class tst_EditorSource : public QObject
+class tst_EditorSource : public EditorPageTest
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void cleanup();
+public:
+    tst_EditorSource()
+        : EditorPageTest(0)
+    {
+    }
 
+private Q_SLOTS:
     void choiceSendsItsKey_data();
     void choiceSendsItsKey();
     void choiceByCodeSendsNothing();
@@ -35,28 +37,7 @@ private Q_SLOTS:
     void keepsWhatIsTypedOnANewSelection();
     void changeSendsOneKeyToTheNewSelection();
     void unfinishedEditGoesToTheSelectedPipeline();
-
-private:
-    std::unique_ptr<EditorBench> m_ui;
-    QString m_id;
 };
-
-void tst_EditorSource::initTestCase()
-{
-    m_ui = std::make_unique<EditorBench>();
-}
-
-void tst_EditorSource::init()
-{
-    m_ui->removeAll();
-    m_id = m_ui->addUnusual();
-    m_ui->openTab(0);
-}
-
-void tst_EditorSource::cleanup()
-{
-    QCOMPARE(m_ui->warnings(), QStringList());
-}
 
 void tst_EditorSource::choiceSendsItsKey_data()
 {
@@ -74,7 +55,7 @@ void tst_EditorSource::choiceSendsItsKey_data()
     kind("srt", "source.kind 1");
     kind("capture", "source.kind 3");
     kind("decklink", "source.kind 2");
-    kind("file", ""); // what the record has already
+    kind("file", ""); // the record's value already
 
     auto fps = [entry = 0](const char *shown, const char *change) mutable {
         QTest::addRow("fps %s", shown)

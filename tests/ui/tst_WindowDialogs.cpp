@@ -108,12 +108,12 @@ void tst_WindowDialogs::modalAndCentred()
     const QPointF centre(opened->property("x").toReal() + opened->property("width").toReal() / 2,
                          opened->property("y").toReal() + opened->property("height").toReal() / 2);
     const QPointF onWindow = overlay->mapToScene(centre);
-    // Centred between toolbar and lower edge: the window's content is what a dialog is centred in.
+    // Centred between toolbar and lower edge: a dialog is centred in the window's content.
     const QRectF content = overlay->mapRectToScene(QRectF(0, 0, overlay->width(), overlay->height()));
     QVERIFY2((onWindow - content.center()).manhattanLength() <= 2, qPrintable(QDebug::toString(onWindow)));
     QCOMPARE(content.width(), 1280.0);
 
-    // Nothing behind it can be pressed.
+    // Modal: nothing behind it can be pressed.
     m_ui->click(u"addButton"_s);
     QCOMPARE(m_ui->engine().pipelines().size(), 1);
 }

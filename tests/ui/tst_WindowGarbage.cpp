@@ -1,4 +1,4 @@
-// The window's garbage collection on a machine so busy that a look at the clock outlasts one slice of it.
+// The window's garbage collection on a machine so busy that one look at the clock outlasts a slice of it.
 
 #include "app/GarbageCollection.h"
 #include "tests/support/Runner.h"
@@ -22,7 +22,8 @@ std::atomic<int> looksAtTheClock = 0;
 
 } // namespace
 
-// Qt's libraries call this one: a program's symbols come before those of the libraries that it is linked to.
+// Replacement that Qt's libraries call: a program's symbols come before those of the libraries that it is
+// linked to.
 bool QDeadlineTimer::hasExpired() const noexcept
 {
     ++looksAtTheClock;
@@ -45,7 +46,7 @@ private Q_SLOTS:
 };
 
 #if QT_VERSION >= QT_VERSION_CHECK(6, 8, 0)
-// What the next test stands on: where there are slices, each ends by the clock above.
+// Precondition of the next test: each slice, where there are slices, ends by the clock above.
 void tst_WindowGarbage::slicesLookAtTheClock()
 {
     const auto looksOfAnEngine = [](const char *limit) {

@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// Text from outside that would like to be more than text. What shows it has to show it as it stands.
+/// Text from outside with markup in it. Every item has to show it unchanged.
 class tst_WindowHostile : public QObject
 {
     Q_OBJECT
@@ -85,7 +85,7 @@ void tst_WindowHostile::shownLiterally()
     ui.click(ui.row(0));
     QCOMPARE(ui.selectedId(), id);
 
-    QHash<QString, int> seen; // where it stands, and how often
+    QHash<QString, int> seen; // number of items by their names
     for (const int tab : {0, 1, 2, 3}) {
         ui.openTab(tab);
         renderOnce(ui);
@@ -96,7 +96,7 @@ void tst_WindowHostile::shownLiterally()
         for (QQuickItem *item : found) {
             ++seen[item->objectName()];
             if (item->inherits("QQuickTextInput"))
-                continue; // knows no other form than plain
+                continue; // always plain text
             QVERIFY2(lookText(item, u"textFormat"_s) == "PlainText"_L1, qPrintable(item->objectName()));
         }
     }
@@ -115,7 +115,7 @@ void tst_WindowHostile::shownLiterally()
     QVERIFY(lookText(ui.item(u"previewText"_s), u"text"_s).contains(text));
     QCOMPARE(lookText(ui.item(u"updateText"_s), u"text"_s), "Atualizar "_L1 + text);
 
-    // The rename field shows the same text and gives it back unchanged.
+    // The rename field shows the same text and returns it unchanged.
     ui.doubleClick(ui.item(u"nameLabel"_s));
     QTRY_VERIFY(ui.item(u"renameField"_s));
     QCOMPARE(lookText(ui.item(u"renameField"_s), u"text"_s), text);

@@ -13,8 +13,8 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// What comes and goes in the window, without a mouse and for a screen reader: a row's stop button, the field
-/// for a new name, the dialogs.
+/// Transient parts of the window, without a mouse and for a screen reader: a row's stop button, the field for
+/// a new name, the dialogs.
 class tst_WindowKeyboard : public QObject
 {
     Q_OBJECT
@@ -61,7 +61,7 @@ void tst_WindowKeyboard::cleanup()
     m_ui.reset();
 }
 
-/// A running pipeline. An output was added to it, so its figures don't renew the rows.
+/// A running pipeline. An output was added to it, so its figures don't refresh the rows.
 QString tst_WindowKeyboard::onAir(const QString &name)
 {
     QString id = m_ui->addFake(u"progress"_s, name);
@@ -122,7 +122,7 @@ void tst_WindowKeyboard::rowStopButton()
     m_ui->press(Qt::Key(key));
     QTRY_COMPARE(m_ui->pipeline(id)->state(), Pipeline::State::Stopped);
     QTRY_VERIFY(!m_ui->item(u"rowStopButton"_s));
-    // The row was built anew, without a button: the next Tab goes on from the list.
+    // The row was recreated, without a button: the next Tab goes on from the list.
     m_ui->focusByTab(u"pipelineList"_s);
 }
 

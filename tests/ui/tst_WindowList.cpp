@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// The pipeline list's header, selection, and what the window makes of pipelines that come and go.
+/// The pipeline list's header, its selection, and the window's reaction to pipelines that come and go.
 class tst_WindowList : public QObject
 {
     Q_OBJECT
@@ -150,7 +150,7 @@ void tst_WindowList::removalOfTheSelected()
     const QString first = m_ui->addPipeline();
     const QString second = m_ui->addPipeline();
 
-    // Removed elsewhere: the selection stays, without a row.
+    // Removed elsewhere: the selection remains, without a row.
     m_ui->engine().removePipeline(second);
     QCOMPARE(m_ui->selectedId(), second);
     QVERIFY(selectedRow().isEmpty());
@@ -240,7 +240,7 @@ void tst_WindowList::clickOnAVanishedRow()
     const QString id = m_ui->engine().addPipeline({});
     QTRY_VERIFY(m_ui->row(0));
     {
-        // Rows of before: the list hears of the removal after the click.
+        // Outdated rows: the list learns of the removal after the click.
         const QSignalBlocker unheard(m_ui->engine());
         m_ui->engine().removePipeline(id);
     }
@@ -248,7 +248,7 @@ void tst_WindowList::clickOnAVanishedRow()
     QCOMPARE(m_ui->selectedId(), id);
     QVERIFY(selectedRow().isEmpty());
 
-    // Everything that the editor could call now ends in nothing.
+    // Every call of the editor is without effect now.
     m_ui->openTab(0);
     m_ui->replaceText(u"srcUriField"_s, u"x"_s);
     m_ui->press(Qt::Key_Return);

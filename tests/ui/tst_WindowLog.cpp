@@ -111,7 +111,7 @@ void tst_WindowLog::cutAtTheBound()
 {
     fill(59000);
     compareWithEngine();
-    // Over the bound the Engine drops the older part.
+    // Beyond the limit the Engine drops the older part.
     qsizetype before = m_ui->engine().log().size();
     int cuts = 0;
     for (int i = 0; i < 700; ++i) {
@@ -183,7 +183,7 @@ void tst_WindowLog::readOnly()
     m_ui->press(Qt::Key_Backspace);
     m_ui->press(Qt::Key_V, Qt::ControlModifier);
     QCOMPARE(shown(), m_ui->engine().log());
-    m_ui->engine().appendLog(u"de volta ao fim"_s); // from where the click has put the cursor
+    m_ui->engine().appendLog(u"de volta ao fim"_s); // from the cursor's place after the click
 }
 
 void tst_WindowLog::markupStandsLiterally_data()
@@ -243,7 +243,8 @@ void tst_WindowLog::otherLineEnds_data()
     QTest::newRow("no-break space") << u"um\u00A0dois"_s << u"um dois"_s;
 }
 
-// A text document knows one line end. What comes after such a line has to stand in its place all the same.
+// A text document knows one kind of line end. The text after such a line end has to be in its
+// place all the same.
 void tst_WindowLog::otherLineEnds()
 {
     QFETCH(const QString, line);

@@ -14,13 +14,12 @@ using namespace corvane::test;
 
 /// The frame round the editor as it stands on the screen: two rows, the first of them on air, the second
 /// selected.
-class tst_WindowLook : public QObject
+class tst_WindowLook : public LookTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanup();
 
     void theme_data();
     void theme();
@@ -45,8 +44,6 @@ private Q_SLOTS:
 
 private:
     [[nodiscard]] QRectF placeOf(const QString &path) const;
-
-    std::unique_ptr<Interface> m_ui;
 };
 
 void tst_WindowLook::initTestCase()
@@ -59,11 +56,6 @@ void tst_WindowLook::initTestCase()
     QTRY_VERIFY(m_ui->item(u"telemetryLine"_s)->isVisible());
     // A layout places its items with the next frame.
     QTRY_VERIFY(m_ui->item(u"rowStopButton"_s)->width() > 0 && m_ui->row(1) && m_ui->row(1)->y() > 0);
-}
-
-void tst_WindowLook::cleanup()
-{
-    QCOMPARE(m_ui->warnings(), QStringList());
 }
 
 QRectF tst_WindowLook::placeOf(const QString &path) const
@@ -88,7 +80,7 @@ void tst_WindowLook::theme_data()
     QTest::newRow("danger") << "#e05555";
     QTest::newRow("running") << "#4ecdc4";
     QTest::newRow("starting") << "#f0c040";
-    // The name of a font is no colour, and what is no colour reads as black.
+    // The name of a font is no colour, and an invalid colour reads as black.
     QTest::newRow("mono") << "#000000";
 }
 

@@ -11,22 +11,18 @@ using namespace corvane;
 using namespace corvane::test;
 
 /// Both dialogs as they stand on the screen, with one pipeline on air.
-class tst_WindowLookDialogs : public QObject
+class tst_WindowLookDialogs : public LookTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanup() { QCOMPARE(m_ui->warnings(), QStringList()); }
 
     void stopAllLook_data();
     void stopAllLook() { compareLook(*m_ui); }
     void stopAllOrder();
     void aboutLook_data();
     void aboutLook() { compareLook(*m_ui); }
-
-private:
-    std::unique_ptr<Interface> m_ui;
 };
 
 void tst_WindowLookDialogs::initTestCase()
@@ -58,7 +54,7 @@ void tst_WindowLookDialogs::stopAllLook_data()
     });
 }
 
-// Which of the two stands left is the platform's custom.
+// The platform decides which of the two is on the left.
 void tst_WindowLookDialogs::stopAllOrder()
 {
     auto *footer = m_ui->object(u"stopAllDialog"_s)->property("footer").value<QQuickItem *>();

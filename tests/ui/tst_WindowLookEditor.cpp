@@ -3,20 +3,17 @@
 
 #include <QTest>
 
-#include <memory>
-
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
 /// The four pages of the editor as they stand on the screen, with one output of each kind.
-class tst_WindowLookEditor : public QObject
+class tst_WindowLookEditor : public LookTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanup();
+    void initTestCase() { openWithOutputs(); }
 
     void frameOfPages_data();
     void frameOfPages();
@@ -33,28 +30,7 @@ private Q_SLOTS:
     void orderOfItems_data();
     void orderOfItems();
     void boxesAreAsHighAsTheirContent();
-
-private:
-    std::unique_ptr<Interface> m_ui;
 };
-
-void tst_WindowLookEditor::initTestCase()
-{
-    m_ui = std::make_unique<Interface>();
-    const QString id = m_ui->addPipeline();
-    m_ui->engine().addRtmpOutput(id, u"rtmp://host/live/key"_s);
-    m_ui->engine().addSrtOutput(id, u"srt://host:9000"_s, 120, {});
-    m_ui->engine().addSrtlaOutput(id, u"receiver"_s, 5000);
-    m_ui->engine().setOutputEnabled(id, 1, false);
-    // The list of outputs is read when the selection changes.
-    m_ui->window().setProperty("selectedId", QString());
-    m_ui->window().setProperty("selectedId", id);
-}
-
-void tst_WindowLookEditor::cleanup()
-{
-    QCOMPARE(m_ui->warnings(), QStringList());
-}
 
 // --- What the pages share
 

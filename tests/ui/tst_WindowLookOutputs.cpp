@@ -3,20 +3,17 @@
 
 #include <QTest>
 
-#include <memory>
-
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
 /// The editor's page of outputs as it stands on the screen, with one output of each kind.
-class tst_WindowLookOutputs : public QObject
+class tst_WindowLookOutputs : public LookTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanup() { QCOMPARE(m_ui->warnings(), QStringList()); }
+    void initTestCase() { openWithOutputs(); }
 
     void outputsPage_data();
     void outputsPage() { compareLook(*m_ui); }
@@ -24,23 +21,7 @@ private Q_SLOTS:
     void outputRows() { compareLook(*m_ui); }
     void rules_data();
     void rules();
-
-private:
-    std::unique_ptr<Interface> m_ui;
 };
-
-void tst_WindowLookOutputs::initTestCase()
-{
-    m_ui = std::make_unique<Interface>();
-    const QString id = m_ui->addPipeline();
-    m_ui->engine().addRtmpOutput(id, u"rtmp://host/live/key"_s);
-    m_ui->engine().addSrtOutput(id, u"srt://host:9000"_s, 120, {});
-    m_ui->engine().addSrtlaOutput(id, u"receiver"_s, 5000);
-    m_ui->engine().setOutputEnabled(id, 1, false);
-    // The list of outputs is read when the selection changes.
-    m_ui->window().setProperty("selectedId", QString());
-    m_ui->window().setProperty("selectedId", id);
-}
 
 void tst_WindowLookOutputs::outputsPage_data()
 {

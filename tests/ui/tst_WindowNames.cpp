@@ -12,8 +12,8 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// The document's text against the objects that it talks to: QML finds out about a name only when it gets
-/// there, and some branches are seldom taken.
+/// The document's text against the objects that it refers to: QML resolves a name only when it is evaluated,
+/// and some branches seldom are.
 class tst_WindowNames : public QObject
 {
     Q_OBJECT
@@ -38,7 +38,7 @@ private:
 
 namespace {
 
-/// Properties and methods that QML can reach, inherited ones included.
+/// Properties and methods within QML's reach, inherited ones included.
 QStringList reachable(const QMetaObject &meta)
 {
     QStringList names;
@@ -87,7 +87,7 @@ void tst_WindowNames::initTestCase()
 {
     QFile file(u":/qt/qml/Corvane/app/qml/Main.qml"_s);
     QVERIFY(file.open(QFile::ReadOnly));
-    // Comments and texts may say what they like.
+    // Comments and texts are free of these rules.
     m_document = QString::fromUtf8(file.readAll());
     m_document.remove(QRegularExpression(uR"("(?:[^"\\\n]|\\.)*")"_s));
     m_document.remove(QRegularExpression(u"//[^\n]*"_s));

@@ -12,7 +12,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// Renaming a stream in its row. Each call of the Engine rebuilds the rows: items are looked up anew.
+/// Renaming a stream in its row. Each call of the Engine recreates the rows: items are looked up again.
 class tst_WindowRename : public QObject
 {
     Q_OBJECT
@@ -230,7 +230,7 @@ void tst_WindowRename::goneBeforeReturn()
     openField();
     m_ui->type(u"tarde"_s);
     {
-        // Rows of before: the list hears of the removal after the key.
+        // Outdated rows: the list learns of the removal after the key.
         const QSignalBlocker unheard(m_ui->engine());
         m_ui->engine().removePipeline(m_id);
     }

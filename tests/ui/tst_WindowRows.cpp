@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
-/// What a row shows of its pipeline's state and figures, and its stop button.
+/// A row's view of its pipeline's state and figures, and its stop button.
 class tst_WindowRows : public QObject
 {
     Q_OBJECT
@@ -47,11 +47,11 @@ private:
         return item ? lookText(item, u"text"_s) : u"(none)"_s;
     }
     [[nodiscard]] Pipeline::State state(const QString &id) const { return m_ui->pipeline(id)->state(); }
-    /// On air, with the row made.
+    /// Puts a pipeline with one output "fake:" and `steps` on air, and waits for its row.
     QString onAir(const QString &steps);
-    /// When it stands where the layout wants it: it changes its width when armed.
+    /// Clicks the stop button once it is where the layout wants it: it changes its width when armed.
     void clickStop();
-    /// Lets the list change, which builds its rows anew.
+    /// Triggers a change of the list, which recreates its rows.
     void rebuild();
     void bringToState(const QString &name, const QString &id);
 
@@ -199,7 +199,7 @@ void tst_WindowRows::telemetryForms()
     QFETCH(const double, rtt);
     QFETCH(const int, sndDrop);
     const QString id = onAir(u"pause=60000"_s);
-    // Nothing feeds these two figures yet, so they are put where their source will put them.
+    // Nothing sets these two figures yet: the test writes them where their source will.
     auto &figures = const_cast<Telemetry &>(m_ui->pipeline(id)->telemetry());
     figures.rttMs = rtt;
     figures.sndDrop = sndDrop;
@@ -223,7 +223,8 @@ void tst_WindowRows::levelOfAFallingStream()
 
 void tst_WindowRows::refreshEverySecond()
 {
-    // A pipeline that has never been edited reports each second; its record gets its output by the back door.
+    // A pipeline that has never been edited reports each second; the test writes its output into the record
+    // directly.
     const QString id = m_ui->engine().addPipeline({});
     const auto figures = [](int fps) {
         return "stderr="_L1 + stepText("frame=1 fps=" + QByteArray::number(fps) + " bitrate=6000kbits/s\n");
@@ -234,7 +235,7 @@ void tst_WindowRows::refreshEverySecond()
     m_ui->engine().startPipeline(id);
     QTRY_COMPARE(textInRow(u"telemetryLine"_s), u"25fps · 6000kb/s · RTT 0ms"_s);
 
-    // Neither the question nor the rename field lives to see the next figures.
+    // Neither the question nor the rename field survives the next figures.
     const QPointer<QQuickItem> former = m_ui->row(0);
     former->setProperty("confirmingStop", true);
     former->setProperty("renaming", true);
@@ -320,7 +321,7 @@ void tst_WindowRows::stopOfAVanishedPipeline()
     const QString id = onAir(u"progress"_s);
     clickStop();
     {
-        // Rows of before: the list hears of the removal after the click.
+        // Outdated rows: the list learns of the removal after the click.
         const QSignalBlocker unheard(m_ui->engine());
         m_ui->engine().removePipeline(id);
     }

@@ -79,7 +79,8 @@ void tst_WindowToolbar::chipOfARuntime_data()
     QTest::newRow("chipDecklink") << u"DeckLink"_s;
 }
 
-// No machine of today has these runtimes: the dot follows the chip's test, which is seen here alone.
+// No machine of today has these runtimes: the dot depends on the chip's condition, which is checked here by
+// itself.
 void tst_WindowToolbar::chipOfARuntime()
 {
     QFETCH(const QString, label);

@@ -1,4 +1,5 @@
-// The least that a window in the Material style costs: what the start of the program is measured against.
+// Empty window in the Material style: the least that such a window costs, against which the start of the
+// program is measured.
 
 #include "engine/host/EnvironmentProbe.h"
 #include "tests/bench/Usage.h"
@@ -13,8 +14,7 @@ int main(int argc, char *argv[])
 {
     const QGuiApplication app(argc, argv);
 
-    // The program probes at this point of its start. Here the time is taken, so that it can be left out of
-    // both.
+    // The program probes at this point of its start. The time is taken here, so that both can leave it out.
     const qint64 before = corvane::bench::monotonicNs();
     (void)corvane::EnvironmentProbe::run();
     qApp->setProperty("probeNs", corvane::bench::monotonicNs() - before);

@@ -1,4 +1,4 @@
-// What a publisher's build pins, for the demonstration's publisher, and the authority of its server.
+// Pins of a publisher's build, for the demonstration's publisher, and the authority of its server.
 
 #include "update/PinnedUpdateKey.h"
 
@@ -8,7 +8,7 @@
 
 namespace corvane {
 
-// The public key of the first vector in RFC 8032: everybody knows its private half.
+// Public key of the first vector in RFC 8032, whose private half is public too.
 const char *pinnedUpdateKey()
 {
     return "d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a";
@@ -18,7 +18,7 @@ const char *pinnedUpdateKey()
 
 namespace {
 
-/// As if the machine trusted the authority whose certificate the environment names.
+/// Adds the authority whose certificate the environment names to those that the machine trusts.
 void trustDemoAuthority()
 {
     QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
