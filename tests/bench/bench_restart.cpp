@@ -2,10 +2,10 @@
 
 #include "pipeline/Pipeline.h"
 #include "tests/bench/Figures.h"
+#include "tests/support/Files.h"
 #include "tests/support/TestSupport.h"
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <algorithm>
@@ -23,13 +23,8 @@ constexpr int backoffMs = 20;
 QList<qint64> numbersIn(const QString &path)
 {
     QList<qint64> numbers;
-    QFile file(path);
-    const QByteArrayList lines =
-        file.open(QIODevice::ReadOnly) ? file.readAll().split('\n') : QByteArrayList();
-    for (const QByteArray &line : lines) {
-        if (!line.isEmpty())
-            numbers << line.toLongLong();
-    }
+    for (const QString &line : fileLines(path))
+        numbers << line.toLongLong();
     return numbers;
 }
 

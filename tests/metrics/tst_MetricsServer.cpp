@@ -28,6 +28,17 @@ qsizetype openSockets(const MetricsServer &server)
     return listenerOf(server)->findChildren<QTcpSocket *>().size();
 }
 
+/// Starts `server` with a body of `largeBody` characters; `scrapes` counts its requests.
+bool startWithLargeBody(MetricsServer &server, int &scrapes)
+{
+    return server.start(
+        [&scrapes] {
+            ++scrapes;
+            return QString(largeBody, u'x');
+        },
+        0);
+}
+
 } // namespace
 
 class tst_MetricsServer : public QObject
@@ -170,12 +181,7 @@ void tst_MetricsServer::requestInTwoPiecesDuringTheResponse()
 {
     MetricsServer server;
     int scrapes = 0;
-    QVERIFY(server.start(
-        [&] {
-            ++scrapes;
-            return QString(largeBody, u'x');
-        },
-        0));
+    QVERIFY(startWithLargeBody(server, scrapes));
 
     Client client(server.port());
     client.setReadBufferSize(1000);
@@ -334,12 +340,7 @@ void tst_MetricsServer::deletesTheSocketOfAClientThatGoesAway()
 {
     MetricsServer server;
     int scrapes = 0;
-    QVERIFY(server.start(
-        [&] {
-            ++scrapes;
-            return QString(largeBody, u'x');
-        },
-        0));
+    QVERIFY(startWithLargeBody(server, scrapes));
     Client client(server.port());
     client.setReadBufferSize(1000);
     client.disconnect();

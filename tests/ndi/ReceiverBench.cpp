@@ -16,4 +16,11 @@ QString freshPipePath()
     return framePipePath(QUuid::createUuid().toString(QUuid::WithoutBraces));
 }
 
+ReceiverStand::ReceiverStand(const NdiFrameInfo &info, qsizetype readSize)
+    : feed(info)
+    , reader(readSize)
+{
+    ready = receiver.probe(3000).valid && receiver.createPipe(path);
+}
+
 } // namespace corvane::test

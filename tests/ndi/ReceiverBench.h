@@ -1,6 +1,8 @@
 #pragma once
 
 #include "ndi/NdiReceiver.h"
+#include "tests/ndi/FrameFeed.h"
+#include "tests/ndi/PipeReader.h"
 
 #include <QObject>
 #include <QStringList>
@@ -25,6 +27,21 @@ private:
 
 /// A pipe path that nothing else uses.
 [[nodiscard]] QString freshPipePath();
+
+/// A receiver that has probed its source and created its pipe, with the source, its log and a reader. The
+/// reader isn't open yet, the receiver not started.
+struct ReceiverStand
+{
+    /// `readSize`: bytes of a frame for the reader.
+    explicit ReceiverStand(const NdiFrameInfo &info, qsizetype readSize = smallFrameSize);
+
+    const QString path = freshPipePath();
+    FrameFeed feed;
+    PipeReader reader;
+    NdiReceiver receiver{QStringLiteral("fonte")};
+    const ReceiverLog log{receiver};
+    bool ready = false; ///< false: the probe or the creation of the pipe has failed
+};
 
 /// True if a pipe is being served at `path`.
 [[nodiscard]] bool pipeExists(const QString &path);

@@ -179,36 +179,26 @@ void tst_NdiReceiver::saysTheRate()
 
 void tst_NdiReceiver::readerIsThereFirst()
 {
-    const QString path = freshPipePath();
-    const FrameFeed feed(smallFormat());
-    PipeReader reader(smallFrameSize);
-    NdiReceiver receiver(u"fonte"_s);
-    const ReceiverLog log(receiver);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    reader.open(path);
-    QVERIFY(reader.couldOpen());
-    receiver.start(path);
-    QVERIFY(waitUntil([&] { return reader.frames() > 2; }));
-    QVERIFY(waitUntil([&] { return log.lines().size() == 2; }));
-    QCOMPARE(log.lines(), QStringList({waitingLine(path), pumpLine(u"100.00"_s, path)}));
+    ReceiverStand stand(smallFormat());
+    QVERIFY(stand.ready);
+    stand.reader.open(stand.path);
+    QVERIFY(stand.reader.couldOpen());
+    stand.receiver.start(stand.path);
+    QVERIFY(waitUntil([&] { return stand.reader.frames() > 2; }));
+    QVERIFY(waitUntil([&] { return stand.log.lines().size() == 2; }));
+    QCOMPARE(stand.log.lines(), QStringList({waitingLine(stand.path), pumpLine(u"100.00"_s, stand.path)}));
 }
 
 void tst_NdiReceiver::readerComesLater()
 {
-    const QString path = freshPipePath();
-    const FrameFeed feed(smallFormat());
-    PipeReader reader(smallFrameSize);
-    NdiReceiver receiver(u"fonte"_s);
-    const ReceiverLog log(receiver);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    receiver.start(path);
-    QVERIFY(waitUntil([&] { return log.contains(waitingLine(path)); }));
-    QVERIFY(!log.contains(pumpLine(u"100.00"_s, path)));
-    reader.open(path);
-    QVERIFY(waitUntil([&] { return reader.frames() > 2; }));
-    QVERIFY(waitUntil([&] { return log.contains(pumpLine(u"100.00"_s, path)); }));
+    ReceiverStand stand(smallFormat());
+    QVERIFY(stand.ready);
+    stand.receiver.start(stand.path);
+    QVERIFY(waitUntil([&] { return stand.log.contains(waitingLine(stand.path)); }));
+    QVERIFY(!stand.log.contains(pumpLine(u"100.00"_s, stand.path)));
+    stand.reader.open(stand.path);
+    QVERIFY(waitUntil([&] { return stand.reader.frames() > 2; }));
+    QVERIFY(waitUntil([&] { return stand.log.contains(pumpLine(u"100.00"_s, stand.path)); }));
 }
 
 void tst_NdiReceiver::readerNeverComes()
@@ -241,22 +231,19 @@ void tst_NdiReceiver::startWithoutAPipe()
 
 void tst_NdiReceiver::secondStart()
 {
-    const QString path = freshPipePath();
-    const FrameFeed feed(smallFormat());
-    PipeReader reader(smallFrameSize);
-    NdiReceiver receiver(u"fonte"_s);
-    const ReceiverLog log(receiver);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    receiver.start(path);
-    QVERIFY(waitUntil([&] { return log.contains(waitingLine(path)) && feed.captures() == 1; }));
-    receiver.start(u"outro nome"_s);
-    reader.open(path);
-    QVERIFY(waitUntil([&] { return reader.frames() > 2; }));
+    ReceiverStand stand(smallFormat());
+    QVERIFY(stand.ready);
+    stand.receiver.start(stand.path);
+    QVERIFY(
+        waitUntil([&] { return stand.log.contains(waitingLine(stand.path)) && stand.feed.captures() == 1; }));
+    stand.receiver.start(u"outro nome"_s);
+    stand.reader.open(stand.path);
+    QVERIFY(waitUntil([&] { return stand.reader.frames() > 2; }));
     // Lines show the new name from now on; the two threads are the same.
-    QVERIFY(waitUntil([&] { return log.lines().size() == 2; }));
-    QCOMPARE(log.lines(), QStringList({waitingLine(path), pumpLine(u"100.00"_s, u"outro nome"_s)}));
-    QCOMPARE(feed.captures(), 1);
+    QVERIFY(waitUntil([&] { return stand.log.lines().size() == 2; }));
+    QCOMPARE(stand.log.lines(),
+             QStringList({waitingLine(stand.path), pumpLine(u"100.00"_s, u"outro nome"_s)}));
+    QCOMPARE(stand.feed.captures(), 1);
 }
 
 void tst_NdiReceiver::startOfAPumpThatHasEnded()
@@ -309,23 +296,19 @@ void tst_NdiReceiver::stopAfterThePipeAlone()
 
 void tst_NdiReceiver::stopEndsTheStream()
 {
-    const QString path = freshPipePath();
-    const FrameFeed feed(smallFormat());
-    PipeReader reader(smallFrameSize);
-    NdiReceiver receiver(u"fonte"_s);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    reader.open(path);
-    receiver.start(path);
-    QVERIFY(waitUntil([&] { return reader.frames() > 2 && feed.captures() == 1; }));
+    ReceiverStand stand(smallFormat());
+    QVERIFY(stand.ready);
+    stand.reader.open(stand.path);
+    stand.receiver.start(stand.path);
+    QVERIFY(waitUntil([&] { return stand.reader.frames() > 2 && stand.feed.captures() == 1; }));
 
     QElapsedTimer clock;
     clock.start();
-    receiver.stop();
+    stand.receiver.stop();
     QCOMPARE_LT(clock.elapsed(), stopLimitMs);
-    QVERIFY(waitUntil([&] { return reader.ended(); }));
-    QVERIFY(!pipeExists(path));
-    QCOMPARE(feed.captures(), 0);
+    QVERIFY(waitUntil([&] { return stand.reader.ended(); }));
+    QVERIFY(!pipeExists(stand.path));
+    QCOMPARE(stand.feed.captures(), 0);
 }
 
 void tst_NdiReceiver::stopLetsFrameAndSourceGo()
@@ -351,23 +334,18 @@ void tst_NdiReceiver::stopLetsFrameAndSourceGo()
 
 void tst_NdiReceiver::stopInTheMiddleOfAFrame()
 {
-    const QString path = freshPipePath();
-    const FrameFeed feed(frameInfo(1920, 1440, 100)); // larger than the pipe
-    PipeReader reader(1);
-    NdiReceiver receiver(u"fonte"_s);
-    const ReceiverLog log(receiver);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    reader.openPaused(path);
-    QVERIFY(reader.couldOpen());
-    receiver.start(path);
-    QVERIFY(waitUntil([&] { return log.contains(pumpLine(u"100.00"_s, path)); }));
+    ReceiverStand stand(frameInfo(1920, 1440, 100), 1); // larger than the pipe
+    QVERIFY(stand.ready);
+    stand.reader.openPaused(stand.path);
+    QVERIFY(stand.reader.couldOpen());
+    stand.receiver.start(stand.path);
+    QVERIFY(waitUntil([&] { return stand.log.contains(pumpLine(u"100.00"_s, stand.path)); }));
 
     QElapsedTimer clock;
     clock.start();
-    receiver.stop();
+    stand.receiver.stop();
     QCOMPARE_LT(clock.elapsed(), stopLimitMs);
-    QVERIFY(!pipeExists(path));
+    QVERIFY(!pipeExists(stand.path));
 }
 
 void tst_NdiReceiver::destructorStops_data()

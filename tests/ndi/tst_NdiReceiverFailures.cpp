@@ -58,30 +58,25 @@ void tst_NdiReceiverFailures::captureThrows()
     QFETCH(const Thrower, thrower);
     QFETCH(const QString, words);
 
-    const QString path = freshPipePath();
-    FrameFeed feed(frameInfo(16, 4, 100));
-    PipeReader reader(smallFrameSize);
-    NdiReceiver receiver(u"fonte"_s);
-    const ReceiverLog log(receiver);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    reader.open(path);
-    receiver.start(path);
-    feed.show(QByteArray(smallFrameSize, 'a'));
-    QVERIFY(waitUntil([&] { return reader.lastFrame() == QByteArray(smallFrameSize, 'a'); }));
+    ReceiverStand stand(frameInfo(16, 4, 100));
+    QVERIFY(stand.ready);
+    stand.reader.open(stand.path);
+    stand.receiver.start(stand.path);
+    stand.feed.show(QByteArray(smallFrameSize, 'a'));
+    QVERIFY(waitUntil([&] { return stand.reader.lastFrame() == QByteArray(smallFrameSize, 'a'); }));
 
-    feed.failWith(thrower);
-    QVERIFY(waitUntil([&] { return log.contains("NDI cap: "_L1 + words); }));
-    QCOMPARE(feed.captures(), 0);
+    stand.feed.failWith(thrower);
+    QVERIFY(waitUntil([&] { return stand.log.contains("NDI cap: "_L1 + words); }));
+    QCOMPARE(stand.feed.captures(), 0);
     // The reader gets a freeze, and no other sign of it.
-    QVERIFY(waitUntil([&] { return log.contains(u"NDI: fonte sem frames novos — freeze"_s); }));
-    const qsizetype before = reader.frames();
-    QVERIFY(waitUntil([&] { return reader.frames() > before + 10; }));
-    QCOMPARE(reader.lastFrame(), QByteArray(smallFrameSize, 'a'));
-    QCOMPARE(log.lines().size(), 4);
+    QVERIFY(waitUntil([&] { return stand.log.contains(u"NDI: fonte sem frames novos — freeze"_s); }));
+    const qsizetype before = stand.reader.frames();
+    QVERIFY(waitUntil([&] { return stand.reader.frames() > before + 10; }));
+    QCOMPARE(stand.reader.lastFrame(), QByteArray(smallFrameSize, 'a'));
+    QCOMPARE(stand.log.lines().size(), 4);
 
-    receiver.stop();
-    QVERIFY(waitUntil([&] { return reader.ended(); }));
+    stand.receiver.stop();
+    QVERIFY(waitUntil([&] { return stand.reader.ended(); }));
 }
 
 void tst_NdiReceiverFailures::pumpThrows()
@@ -89,79 +84,64 @@ void tst_NdiReceiverFailures::pumpThrows()
     QFETCH(const Thrower, thrower);
     QFETCH(const QString, words);
 
-    const QString path = freshPipePath();
-    const FrameFeed feed(frameInfo(16, 4, 100));
-    PipeReader reader(smallFrameSize);
-    NdiReceiver receiver(u"fonte"_s);
-    const ReceiverLog log(receiver);
+    ReceiverStand stand(frameInfo(16, 4, 100));
     // Any slot on the pump's thread may throw: here, one that receives its lines.
     connect(
-        &receiver, &NdiReceiver::logLine, &receiver,
+        &stand.receiver, &NdiReceiver::logLine, &stand.receiver,
         [&](const QString &line) {
             if (line.startsWith("NDI: pump @"_L1))
                 thrower();
         },
         Qt::DirectConnection);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    reader.open(path);
-    receiver.start(path);
-    QVERIFY(waitUntil([&] { return log.contains("NDI pump: "_L1 + words); }));
-    QVERIFY(waitUntil([&] { return feed.captures() == 1; })); // goes on
+    QVERIFY(stand.ready);
+    stand.reader.open(stand.path);
+    stand.receiver.start(stand.path);
+    QVERIFY(waitUntil([&] { return stand.log.contains("NDI pump: "_L1 + words); }));
+    QVERIFY(waitUntil([&] { return stand.feed.captures() == 1; })); // goes on
 
     // The receiver counts as started until it is stopped.
-    const QStringList lines = log.lines();
-    receiver.start(path);
-    receiver.stop();
+    const QStringList lines = stand.log.lines();
+    stand.receiver.start(stand.path);
+    stand.receiver.stop();
     QCoreApplication::processEvents();
-    QCOMPARE(log.lines(), lines);
-    QCOMPARE(reader.frames(), 0);
-    QCOMPARE(feed.captures(), 0);
+    QCOMPARE(stand.log.lines(), lines);
+    QCOMPARE(stand.reader.frames(), 0);
+    QCOMPARE(stand.feed.captures(), 0);
 }
 
 void tst_NdiReceiverFailures::readerGoesAway()
 {
-    const QString path = freshPipePath();
-    const FrameFeed feed(frameInfo(16, 4, 100));
-    PipeReader reader(smallFrameSize);
-    NdiReceiver receiver(u"fonte"_s);
-    const ReceiverLog log(receiver);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    reader.open(path);
-    receiver.start(path);
-    QVERIFY(waitUntil([&] { return reader.frames() > 2; }));
-    reader.close();
-    QVERIFY(waitUntil([&] { return log.contains(readerGone); }));
-    QCOMPARE(feed.captures(), 1);
+    ReceiverStand stand(frameInfo(16, 4, 100));
+    QVERIFY(stand.ready);
+    stand.reader.open(stand.path);
+    stand.receiver.start(stand.path);
+    QVERIFY(waitUntil([&] { return stand.reader.frames() > 2; }));
+    stand.reader.close();
+    QVERIFY(waitUntil([&] { return stand.log.contains(readerGone); }));
+    QCOMPARE(stand.feed.captures(), 1);
 
     // The receiver counts as started until it is stopped, and its pipe stays.
-    const QStringList lines = log.lines();
-    QVERIFY(pipeExists(path));
-    receiver.start(path);
-    receiver.stop();
+    const QStringList lines = stand.log.lines();
+    QVERIFY(pipeExists(stand.path));
+    stand.receiver.start(stand.path);
+    stand.receiver.stop();
     QCoreApplication::processEvents();
-    QCOMPARE(log.lines(), lines);
+    QCOMPARE(stand.log.lines(), lines);
     QCOMPARE(lines.constLast(), readerGone);
     QCOMPARE(lines.size(), 3);
-    QVERIFY(!pipeExists(path));
+    QVERIFY(!pipeExists(stand.path));
 }
 
 void tst_NdiReceiverFailures::readerGoesAwayInTheMiddleOfAFrame()
 {
-    const QString path = freshPipePath();
-    const FrameFeed feed(frameInfo(1920, 1440, 100)); // larger than the pipe
-    PipeReader reader(1000);
-    NdiReceiver receiver(u"fonte"_s);
-    const ReceiverLog log(receiver);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    reader.openPaused(path);
-    QVERIFY(reader.couldOpen());
-    receiver.start(path);
-    QVERIFY(waitUntil([&] { return log.lines().size() == 2; }));
-    reader.close();
-    QVERIFY(waitUntil([&] { return log.contains(readerGone); }));
+    ReceiverStand stand(frameInfo(1920, 1440, 100), 1000); // larger than the pipe
+    QVERIFY(stand.ready);
+    stand.reader.openPaused(stand.path);
+    QVERIFY(stand.reader.couldOpen());
+    stand.receiver.start(stand.path);
+    QVERIFY(waitUntil([&] { return stand.log.lines().size() == 2; }));
+    stand.reader.close();
+    QVERIFY(waitUntil([&] { return stand.log.contains(readerGone); }));
 }
 
 CORVANE_TEST(tst_NdiReceiverFailures, QCoreApplication)

@@ -25,18 +25,16 @@ QByteArray frameOf(char byte, qsizetype size = smallFrameSize)
 }
 
 /// A receiver on air, and its reader.
-struct OnAir
+struct OnAir : ReceiverStand
 {
     explicit OnAir(const NdiFrameInfo &info, bool paused = false)
-        : feed(info)
-        , reader(qsizetype(2) * info.width * info.height)
+        : ReceiverStand(info, qsizetype(2) * info.width * info.height)
     {
-        valid = receiver.probe(3000).valid && receiver.createPipe(path);
         if (paused)
             reader.openPaused(path);
         else
             reader.open(path);
-        valid = valid && reader.couldOpen();
+        valid = ready && reader.couldOpen();
         receiver.start(path);
     }
 
@@ -57,12 +55,7 @@ struct OnAir
         return bytes;
     }
 
-    bool valid = false;
-    const QString path = freshPipePath();
-    FrameFeed feed;
-    PipeReader reader;
-    NdiReceiver receiver{u"fonte"_s};
-    const ReceiverLog log{receiver};
+    bool valid = false; ///< false: it isn't on air
 };
 
 } // namespace
