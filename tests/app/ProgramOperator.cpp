@@ -2,7 +2,7 @@
 // program from within, by files in the directory that CORVANE_OPERATE names.
 //
 //   ca.pem   there at the start: the one authority that this process trusts
-//   said     written: what the updater says, one line each
+//   said     written: log lines of the updater
 //   air      its content is an RTMP address: a stream to it goes on air
 //   off      all streams are stopped
 //   button   the update button is clicked

@@ -11,12 +11,12 @@ namespace corvane::bench {
 class TurnClock;
 
 /// Puts pipelines on air through the engine's operations and measures what they cost this process: share of
-/// one core, longest turn of the event loop (processor time of its thread), frames. The environment says
+/// one core, longest turn of the event loop (processor time of its thread), frames. The environment gives
 ///
-///   CORVANE_MEASURE_PIPELINES=N   how many
+///   CORVANE_MEASURE_PIPELINES=N   their number
 ///   CORVANE_MEASURE_OUTPUT=URL    the output of each
-///   CORVANE_MEASURE_SECONDS=N     for how long
-///   CORVANE_MEASURE_REFRESH=1     that their figures reach the list too, as those of unedited pipelines do
+///   CORVANE_MEASURE_SECONDS=N     duration
+///   CORVANE_MEASURE_REFRESH=1     figures reach the list too, as those of unedited pipelines do
 class AirFigures : public QObject
 {
     Q_OBJECT

@@ -6,7 +6,7 @@ class QQuickWindow;
 
 namespace corvane::bench {
 
-/// What lines of log cost the GUI thread, in nanoseconds of its processor time, with a log that is full and
+/// Cost of log lines to the GUI thread, in nanoseconds of its processor time, with a log that is full and
 /// in view: a line that is added ("line" alone, "lineFrame" with the frame that shows it), the same by
 /// replacing the whole text ("whole", "wholeFrame"), and a line at which the engine cuts its log
 /// ("cutFrame"). "unequal" counts the lines after which the view didn't show the engine's log with the cursor

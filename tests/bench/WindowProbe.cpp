@@ -30,7 +30,7 @@ using namespace corvane::bench;
 namespace {
 
 constexpr int restMs = 500;
-constexpr qint64 restCpuNs = 5'000'000; ///< what a program at rest may use in that time
+constexpr qint64 restCpuNs = 5'000'000; ///< limit for a program at rest in that time
 
 QObject *engineOf(const QQuickWindow *window)
 {

@@ -48,8 +48,7 @@ void flood(bench::Figures &figures)
 {
     constexpr qint64 lines = 10'000'000;
     constexpr qint64 sampleEvery = 1'000'000;
-    constexpr double allowedGrowthKib =
-        512; // what the heap may shift about; one byte kept per line is 20 times this
+    constexpr double allowedGrowthKib = 512; // variation of the heap; one byte kept per line is 20 times this
 
     Pipeline pipeline(fakeConfig(u"progress=%1,exit=0"_s.arg(lines)), fakeFfmpeg(), false);
     qint64 seen = 0;

@@ -28,8 +28,7 @@ int main(int argc, char *argv[])
     const QList<double> memory = of("memoryKib"_L1);
     const double growth =
         memory.isEmpty() ? qQNaN() : *std::max_element(memory.begin(), memory.end()) - memory.first();
-    constexpr double allowedGrowthKib =
-        2048; // what the heaps may shift about; the lines themselves are 20 MiB
+    constexpr double allowedGrowthKib = 2048; // variation of the heaps; the lines themselves are 20 MiB
 
     bench::Figures figures;
     figures.note("log: a line more, with its frame", bench::median(of("lineFrame"_L1)) / 1e3, "us");

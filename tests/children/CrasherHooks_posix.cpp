@@ -65,7 +65,7 @@ void limitResources()
 
 void writeToNull()
 {
-    volatile int *volatile nowhere = nullptr; // both, or an optimizer sees no one who could tell
+    volatile int *volatile nowhere = nullptr; // both, or an optimizer removes it as unobservable
     *nowhere = 1; // NOLINT(clang-analyzer-core.NullDereference): that is the death
 }
 

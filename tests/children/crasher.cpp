@@ -1,4 +1,4 @@
-// Guards itself with CrashGuard, waits for a line on standard input and dies as it is told:
+// Guards itself with CrashGuard, waits for a line on standard input and dies as its arguments demand:
 //
 //   crasher DIRECTORY DEATH [CIRCUMSTANCE...]
 //
@@ -8,7 +8,7 @@
 // "heap-own" (the dying one has it), "pieces" (a "|" after every piece of the report),
 // "again=NUMBER:DEATH" (a second death, before that piece of the report is written).
 //
-// The heap is watched: "heap used" on standard error says that the dying thread allocated or released.
+// The heap is watched: "heap used" on standard error reports that the dying thread allocated or released.
 
 #include "app/CrashGuard.h"
 #include "tests/children/CrasherHooks.h"

@@ -99,7 +99,7 @@ void tst_SrtBridgeFailure::badInput_data()
     QTest::addColumn<QString>("url");
     QTest::addColumn<QString>("passphrase");
     QTest::addColumn<QString>("target");    ///< as it reaches the tool
-    QTest::addColumn<QString>("complaint"); ///< part of what the tool says
+    QTest::addColumn<QString>("complaint"); ///< part of the tool's message
     QTest::addColumn<int>("exitCode");
 
     const QString url = u"srt://127.0.0.1:%1"_s.arg(freeUdpPort());

@@ -21,7 +21,7 @@ public:
     [[nodiscard]] QString path(const QString &name) const { return m_directory.filePath(name); }
     /// Value of CORVANE_RUNTIME_DIR at first; not created yet.
     [[nodiscard]] QString runtimeDir() const { return path(QStringLiteral("runtime")); }
-    [[nodiscard]] QString fakeFfmpegCopy() const; ///< what the program finds as "ffmpeg"
+    [[nodiscard]] QString fakeFfmpegCopy() const; ///< path at which the program finds "ffmpeg"
     /// Everything in the directory, hidden files too, sorted.
     [[nodiscard]] QStringList contents() const;
 

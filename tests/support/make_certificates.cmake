@@ -1,8 +1,8 @@
 # cmake -DOPENSSL=<program> -DFOLDER=<folder> -P make_certificates.cmake
 #
-# Makes an authority (ca.pem) and what a server on loopback may show, all with the key server.key:
+# Creates an authority (ca.pem) and certificates of servers on loopback, all with the key server.key:
 #   trusted.pem    by that authority, for 127.0.0.1 and localhost
-#   expired.pem    the same, but of a time gone by
+#   expired.pem    the same, expired
 #   elsewhere.pem  by that authority, for another host
 #   stranger.pem   for 127.0.0.1 and localhost, by an authority that nobody trusts
 
