@@ -11,6 +11,7 @@
 
 using namespace Qt::StringLiterals;
 using corvane::guardian::RotatingLog;
+using corvane::test::contentsOf;
 
 namespace {
 

@@ -13,6 +13,7 @@
 
 using namespace Qt::StringLiterals;
 using namespace corvane::guardian;
+using corvane::test::contentsOf;
 using corvane::test::writeZip;
 using corvane::test::ZipItem;
 
