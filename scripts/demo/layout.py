@@ -108,7 +108,8 @@ def hold(folder, pictures):
     committed = sorted(pictures.glob("*" + SUFFIX))
     if not committed:
         raise DemoError(f"no layouts in {pictures}")
-    complaints = []
+    unheld = {file.stem for file in pictures.glob("*.png")} ^ {path.stem for path in committed}
+    complaints = [f"{name}: picture and layout don't both lie in {pictures}" for name in sorted(unheld)]
     for path in committed:
         own = folder / path.name
         if not own.exists():

@@ -69,6 +69,7 @@ class Files(unittest.TestCase):
     def put(self, committed, own):
         if committed:
             layout.write(committed, self.pictures / "about.layout")
+            (self.pictures / "about.png").touch()
         if own:
             layout.write(own, self.run / "about.layout")
 
@@ -91,6 +92,12 @@ class Files(unittest.TestCase):
     def test_picture_that_was_not_made(self):
         self.put(drawn(ABOUT), None)
         with self.assertRaisesRegex(DemoError, "no such picture"):
+            layout.hold(self.run, self.pictures)
+
+    def test_picture_without_a_layout(self):
+        self.put(drawn(ABOUT), drawn(ABOUT))
+        (self.pictures / "fonte.png").touch()
+        with self.assertRaisesRegex(DemoError, "fonte: picture and layout don't both lie in"):
             layout.hold(self.run, self.pictures)
 
     def test_no_pictures(self):
