@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qsizetype usualLength = 24; ///< holds every list of this file
+constexpr qsizetype usualBlockLength = 24; ///< holds every list of this file
 
 /// One preset in each family's own words, for the families that take one.
 ///
@@ -151,7 +151,7 @@ QStringList videoEncoderArgs(const EncoderConfig &encoder, int fps)
     const QString rate = kilobits(encoder.bitrate);
 
     QStringList args;
-    args.reserve(usualLength);
+    args.reserve(usualBlockLength);
     args << u"-c:v"_s << family.encoderFor(encoder.codec);
     // Constant bit rate: "-maxrate" equals "-b:v" on purpose, and the buffer holds two seconds at that rate.
     args << u"-b:v"_s << rate << u"-maxrate"_s << rate << u"-bufsize"_s

@@ -10,7 +10,7 @@ using namespace corvane::test;
 
 namespace {
 
-using Operation = std::function<void(Engine &, const QString &id)>;
+using Saving = std::function<void(Engine &, const QString &id)>;
 
 // Secrets that an operator enters and no file may ever contain.
 const QString streamKey = u"chave-9f31c0"_s;
@@ -51,11 +51,11 @@ private Q_SLOTS:
 
 void tst_EngineStoreSaves::saves_data()
 {
-    QTest::addColumn<Operation>("operation");
+    QTest::addColumn<Saving>("operation");
     QTest::addColumn<QByteArray>("key");
     QTest::addColumn<QByteArray>("value");
 
-    const auto row = [](const char *name, const Operation &operation, const char *key, const char *value) {
+    const auto row = [](const char *name, const Saving &operation, const char *key, const char *value) {
         QTest::newRow(name) << operation << QByteArray(key) << QByteArray(value);
     };
     row(
@@ -111,7 +111,7 @@ void tst_EngineStoreSaves::saves_data()
 
 void tst_EngineStoreSaves::saves()
 {
-    QFETCH(Operation, operation);
+    QFETCH(Saving, operation);
     QFETCH(QByteArray, key);
 
     Saved saved;
@@ -133,9 +133,9 @@ void tst_EngineStoreSaves::saves()
 
 void tst_EngineStoreSaves::doesNotSave_data()
 {
-    QTest::addColumn<Operation>("operation");
+    QTest::addColumn<Saving>("operation");
 
-    const auto row = [](const char *name, const Operation &operation) { QTest::newRow(name) << operation; };
+    const auto row = [](const char *name, const Saving &operation) { QTest::newRow(name) << operation; };
     const QString other = u"deadbeef"_s;
     row("startPipeline", [](Engine &e, auto &id) { e.startPipeline(id); });
     row("stopPipeline", [](Engine &e, auto &id) { e.stopPipeline(id); });
@@ -178,7 +178,7 @@ void tst_EngineStoreSaves::doesNotSave_data()
 
 void tst_EngineStoreSaves::doesNotSave()
 {
-    QFETCH(Operation, operation);
+    QFETCH(Saving, operation);
 
     Saved saved;
     operation(saved.bench.engine(), saved.id);

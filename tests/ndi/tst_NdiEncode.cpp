@@ -177,7 +177,7 @@ void tst_NdiEncode::sourceThatComesStallsAndComesBack()
     const QString waiting = "[ndi] NDI: aguardando ffmpeg conectar no pipe "_L1 + path;
     const QString pumping = "[ndi] NDI: pump @ 30.00 fps (last-good/slate) -> "_L1 + path;
     const QString freeze = u"[ndi] NDI: fonte sem frames novos — freeze"_s;
-    const QString readerGone = u"[ndi] NDI: pipe fechado pelo leitor (ffmpeg) — encerrando pump"_s;
+    const QString pipeClosed = u"[ndi] NDI: pipe fechado pelo leitor (ffmpeg) — encerrando pump"_s;
 
     QElapsedTimer clock;
     clock.start();
@@ -199,7 +199,7 @@ void tst_NdiEncode::sourceThatComesStallsAndComesBack()
     // The receiver's lines, the freeze among them once. The encoder may exit before the pump is stopped.
     QStringList lines = ndiLines();
     if (lines.size() == 4)
-        QCOMPARE(lines.takeLast(), readerGone);
+        QCOMPARE(lines.takeLast(), pipeClosed);
     QCOMPARE(lines, QStringList({waiting, pumping, freeze}));
     QVERIFY(!recorder.containsPart(u"ERRO"_s));
     QVERIFY(!recorder.contains(u"state failed"_s));

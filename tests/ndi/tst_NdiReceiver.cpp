@@ -315,13 +315,13 @@ void tst_NdiReceiver::stopLetsFrameAndSourceGo()
 {
     const QString path = freshPipePath();
     FrameFeed feed(smallFormat());
-    PipeReader reader(frameSize);
+    PipeReader reader(smallFrameSize);
     NdiReceiver receiver(u"fonte"_s);
     QVERIFY(receiver.probe(3000).valid);
     QVERIFY(receiver.createPipe(path));
     reader.open(path);
     receiver.start(path);
-    const QByteArray frame(frameSize, 'a');
+    const QByteArray frame(smallFrameSize, 'a');
     feed.show(frame);
     QVERIFY(waitUntil([&] { return reader.lastFrame() == frame; }));
     QCOMPARE(feed.sources(), 1);
