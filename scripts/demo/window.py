@@ -33,8 +33,7 @@ class Window:
         self._id = wait_for("the window", self._find_window)
         self._display = display.Display()
         self._drawable = self._display.create_resource_object("window", self._id)
-        # What a window manager does, where there is one.
-        _run("xdotool", "windowfocus", "--sync", str(self._id))
+        self.to_front()
 
     # --- What is seen
 
@@ -74,6 +73,10 @@ class Window:
         _run("import", "-window", str(self._id), str(path))
 
     # --- What is done
+
+    def to_front(self):
+        """Above all others, and the keyboard's: what a window manager does, where there is one."""
+        _run("xdotool", "windowraise", str(self._id), "windowfocus", "--sync", str(self._id))
 
     def press(self, role, name):
         wait_for(f"the {role} “{name}” to be pressed", lambda: self._pressed(self.control(role, name)))
