@@ -44,7 +44,8 @@ def say(line):
 
 def enter_sandbox():
     """Runs this program again where it may make network namespaces. Returns only if there is no such place: why."""
-    if os.environ.get(IN_SANDBOX):
+    if os.environ.pop(IN_SANDBOX, None):
+        subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
         return None
     reason = "unshare isn't installed"
     for kind in (["--map-root-user", "--net"], ["--net"]):
@@ -294,7 +295,7 @@ class Machine:
         wait_for(f"{button[1]} to come into view", lambda: window.find(*button) or window.scroll())
         window.press(*button)
         window.control("list item", STREAM + ", stopped · 1 .*")
-        window.press("push button", "Iniciar stream")
+        window.press("push button", "Iniciar todas as streams")
         wait_for(f"“{STREAM}” to run on {self.name}",
                  lambda: window.find("list item", STREAM + ", running .*"), 60)
         say(f"on air    {self.name}: {receiver.url}")
