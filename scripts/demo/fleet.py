@@ -441,7 +441,7 @@ def _transmit(stage, machines, program, folder):
 
 
 def perform(stage, program, folder):
-    """three machines report to a central one: an encoder ends on one, another is cut off, and the right two alerts ring"""
+    """three machines report to a central one: an encoder ends on one, another is cut off, and two alerts ring"""
     machines = [Machine(stage, name, number) for number, name in enumerate(("norte", "sul", "oeste"), start=1)]
     try:
         _transmit(stage, machines, program, folder)

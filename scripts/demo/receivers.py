@@ -124,8 +124,8 @@ class SrtListener(Receiver):
     protocol = "udp"
 
     def _start(self, stage):
-        return stage.start(self.name, "srt-live-transmit", f"srt://{self._host}:{self._port}?mode=listener", "file://con",
-                           output=self.recording)
+        return stage.start(self.name, "srt-live-transmit", f"srt://{self._host}:{self._port}?mode=listener",
+                           "file://con", output=self.recording)
 
     @property
     def url(self):
