@@ -246,7 +246,8 @@ QByteArray failureOf(const Machines &machines)
     return {};
 }
 
-/// The agent whose sample carries the time at which it was taken, once a second.
+/// The agent whose sample carries the time at which it was taken. Its interval isn't one of the second after
+/// which a batch is sent, so that a scrape falls into every part of that second.
 class Probe
 {
 public:
@@ -260,7 +261,7 @@ public:
         const QByteArray configuration = shipped(
             u"corvane-agent.yml"_s, {{"127.0.0.1:9105", "127.0.0.1:" + QByteArray::number(m_endpoint.port())},
                                      {"central.example:9090", "127.0.0.1:" + QByteArray::number(centralPort)},
-                                     {"scrape_interval: 5s", "scrape_interval: 1s"}});
+                                     {"scrape_interval: 5s", "scrape_interval: 1370ms"}});
         return writeFile(m_agent.path(u"prometheus.yml"_s), configuration) &&
                m_agent.start({u"--enable-feature=agent,expand-external-labels"_s,
                               u"--storage.agent.path="_s + m_agent.path(u"data"_s)},
