@@ -2,7 +2,7 @@
 """Shows CORVANE at work: the built program, operated through its window from outside as a person would.
 
 Leaves pictures, the log and what was received in a folder. Exit code 0 only if every step worked,
-77 if something that it needs isn't installed.
+77 if something that it needs isn't installed or isn't allowed.
 """
 import argparse
 import importlib.util
@@ -10,6 +10,7 @@ import pathlib
 import shutil
 import sys
 
+import fleet
 import layout
 import update
 from scenarios import ILLUSTRATED, SCENARIOS, THROUGH_THE_SHIM
@@ -51,8 +52,8 @@ def program(options, stage):
     return folder / built.name
 
 
-def missing():
-    return [name for name in PROGRAMS if not shutil.which(name)] + \
+def missing(programs):
+    return [name for name in programs if not shutil.which(name)] + \
            [name for name in MODULES if not importlib.util.find_spec(name)]
 
 
@@ -101,16 +102,21 @@ def transmit(options, stage, folder):
 
 
 def main():
-    if lacking := missing():
+    options = arguments(SCENARIOS | {"update": update.perform, "fleet": fleet.perform})
+    if lacking := missing(PROGRAMS + (fleet.PROGRAMS if options.scenario == "fleet" else ())):
         print(f"demo: not installed here: {', '.join(lacking)}", file=sys.stderr)
         return NOT_INSTALLED
-    options = arguments(SCENARIOS | {"update": update.perform})
+    if options.scenario == "fleet" and (reason := fleet.enter_sandbox()):
+        print(f"demo: this machine allows no network namespaces of one's own: {reason}", file=sys.stderr)
+        return NOT_INSTALLED
     folder = options.folder.resolve()
     folder.mkdir(parents=True, exist_ok=True)
     try:
         with Stage(options.show) as stage:
             if options.scenario == "update":
                 update.perform(stage, options.program.resolve().parent, folder)
+            elif options.scenario == "fleet":
+                fleet.perform(stage, options.program.resolve(), folder)
             else:
                 transmit(options, stage, folder)
         hold_layouts(options, folder)

@@ -15,8 +15,9 @@ pid {folder}/nginx.pid;
 error_log {folder}/error.log warn;
 events {{}}
 rtmp {{
+    access_log off; # where it would go by itself, only root may write
     server {{
-        listen 127.0.0.1:{port};
+        listen {host}:{port};
         application live {{
             live on;
             record all;
@@ -28,9 +29,9 @@ rtmp {{
 """
 
 
-def _free_port(socket_type):
+def _free_port(socket_type, host):
     with socket.socket(type=socket_type) as probe:
-        probe.bind(("127.0.0.1", 0))
+        probe.bind((host, 0))
         return probe.getsockname()[1]
 
 
@@ -53,12 +54,14 @@ class Receiver:
     name = NotImplemented
     protocol = NotImplemented # of the port that it listens on: "tcp" or "udp"
 
-    def __init__(self, stage):
+    def __init__(self, stage, host="127.0.0.1", name=None):
+        self._host = host
+        self.name = name or self.name
         self._folder = stage.path(self.name)
         self._folder.mkdir()
         socket_type = {"tcp": socket.SOCK_STREAM, "udp": socket.SOCK_DGRAM}[self.protocol]
         for _ in range(START_ATTEMPTS):
-            self._port = _free_port(socket_type)
+            self._port = _free_port(socket_type, host)
             self._process = self._start(stage)
             if wait_for(f"the receiver of {self.name}", lambda: self._ended() or _taken(self.protocol, self._port)) \
                     and not self._ended():
@@ -101,13 +104,13 @@ class RtmpServer(Receiver):
 
     def _start(self, stage):
         configuration = self._folder / "nginx.conf"
-        configuration.write_text(NGINX_CONFIGURATION.format(folder=self._folder, port=self._port), encoding="utf-8")
+        configuration.write_text(NGINX_CONFIGURATION.format(folder=self._folder, host=self._host, port=self._port), encoding="utf-8")
         return stage.start(self.name, "/usr/sbin/nginx", "-p", self._folder, "-e", self._folder / "error.log",
                            "-c", configuration)
 
     @property
     def url(self):
-        return f"rtmp://127.0.0.1:{self._port}/live/demo"
+        return f"rtmp://{self._host}:{self._port}/live/demo"
 
     @property
     def recording(self):
@@ -121,12 +124,12 @@ class SrtListener(Receiver):
     protocol = "udp"
 
     def _start(self, stage):
-        return stage.start(self.name, "srt-live-transmit", f"srt://:{self._port}?mode=listener", "file://con",
-                           output=self.recording)
+        return stage.start(self.name, "srt-live-transmit", f"srt://{self._host}:{self._port}?mode=listener",
+                           "file://con", output=self.recording)
 
     @property
     def url(self):
-        return f"srt://127.0.0.1:{self._port}"
+        return f"srt://{self._host}:{self._port}"
 
     @property
     def recording(self):

@@ -36,8 +36,7 @@ class Window:
         self.control("push button", "Nova stream") # the window opens bare
         self._display = display.Display()
         self._drawable = self._display.create_resource_object("window", self._id)
-        # The task of a window manager, where there is one.
-        _run("xdotool", "windowfocus", "--sync", str(self._id))
+        self.to_front()
 
     # --- Queries
 
@@ -78,6 +77,10 @@ class Window:
         layout.write(wait_for("the layout to come to rest", self._layout_at_rest), path.with_suffix(layout.SUFFIX))
 
     # --- Operations
+
+    def to_front(self):
+        """Above all others, and the keyboard's: what a window manager does, where there is one."""
+        _run("xdotool", "windowraise", str(self._id), "windowfocus", "--sync", str(self._id))
 
     def press(self, role, name):
         wait_for(f"the {role} “{name}” to be pressed", lambda: self._pressed(self.control(role, name)))
