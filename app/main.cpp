@@ -10,6 +10,8 @@
 #include "update/UpdateChecker.h"
 
 #include <QFile>
+#include <QIcon>
+#include <QPixmap>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
 #include <QTimer>
@@ -42,6 +44,17 @@ void leaveCleanExitMark(const QString &path)
         file.close();
 }
 
+/// What the window's bar and the task list show.
+QIcon windowIcon()
+{
+    QIcon icon;
+    for (const int size : {16, 32, 48, 64}) {
+        // With the format said, no library for another one is loaded.
+        icon.addPixmap(QPixmap(u":/icon/corvane-%1.png"_s.arg(size), "PNG"));
+    }
+    return icon;
+}
+
 void loadInterface(QQmlApplicationEngine &qmlEngine)
 {
     // No file selectors: no document has variants for a platform or language, and the search for them takes a
@@ -69,6 +82,7 @@ int main(int argc, char *argv[])
     corvane::SafeApp app(argc, argv);
     corvane::setApplicationIdentity();
     QCoreApplication::setApplicationVersion(QString::fromLatin1(corvane::version()));
+    QGuiApplication::setWindowIcon(windowIcon());
 
     const QString runtimeDir = corvane::runtimeDirectory();
     corvane::CrashGuard::install(corvane::crashDirectory(runtimeDir));

@@ -93,6 +93,8 @@ public:
 
     /// Adds a pipeline through the sidebar's "+" and returns its id.
     QString addPipeline();
+    /// Waits until the window shows the Engine's state and would show a change at once.
+    void awaitRest() const;
     /// Adds a pipeline through the Engine, with one RTMP output whose URL is "fake:" and `steps`; returns its
     /// id.
     QString addFake(const QString &steps, const QString &name = {});

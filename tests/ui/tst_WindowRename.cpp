@@ -64,6 +64,7 @@ void tst_WindowRename::cleanup()
 
 void tst_WindowRename::openField()
 {
+    m_ui->awaitRest(); // a row that is renewed takes its field along
     m_ui->doubleClick(m_ui->item(u"nameLabel"_s));
     QTRY_VERIFY(field());
 }
@@ -112,6 +113,7 @@ void tst_WindowRename::writesTheName()
         QTRY_VERIFY(!field());
         QCOMPARE(m_ui->config(m_id).name, typed);
         QCOMPARE(m_rebuilds->count(), 1); // one call, and no second by the loss of focus
+        m_ui->awaitRest();
         QTRY_VERIFY(m_ui->row(0));
         QVERIFY(!m_ui->row(0)->property("renaming").toBool());
         QTEST(shownName(), "shown");
@@ -136,6 +138,7 @@ void tst_WindowRename::focusLossWritesTheName()
     QTRY_VERIFY(!field());
     QCOMPARE(m_ui->config(m_id).name, u"Palco 2"_s);
     QCOMPARE(m_rebuilds->count(), 1);
+    m_ui->awaitRest();
     QTRY_VERIFY(m_ui->row(0));
     QCOMPARE(shownName(), u"Palco 2"_s);
 }
@@ -169,6 +172,7 @@ void tst_WindowRename::opensAgainAfterEscape()
 void tst_WindowRename::namelessOpensEmpty()
 {
     m_ui->engine().renamePipeline(m_id, {});
+    m_ui->awaitRest();
     QTRY_VERIFY(m_ui->row(0));
     QCOMPARE(shownName(), u"Stream 1"_s);
     openField();
@@ -189,6 +193,7 @@ void tst_WindowRename::pastedLineBreaks()
              qPrintable(pasted));
     m_ui->press(Qt::Key_Return);
     QCOMPARE(m_ui->config(m_id).name, pasted);
+    m_ui->awaitRest();
     QTRY_VERIFY(m_ui->row(0));
     QCOMPARE(shownName(), pasted);
     QTRY_COMPARE(m_ui->row(0)->height(), oneLine);
@@ -204,6 +209,7 @@ void tst_WindowRename::longName()
     m_ui->press(Qt::Key_V, Qt::ControlModifier);
     m_ui->press(Qt::Key_Return);
     QCOMPARE(m_ui->config(m_id).name, name);
+    m_ui->awaitRest();
     QTRY_VERIFY(m_ui->row(0));
     QCOMPARE(shownName(), name);
     QTRY_COMPARE(m_ui->row(0)->height(), oneLine);
