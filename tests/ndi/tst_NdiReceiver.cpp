@@ -313,22 +313,18 @@ void tst_NdiReceiver::stopEndsTheStream()
 
 void tst_NdiReceiver::stopLetsFrameAndSourceGo()
 {
-    const QString path = freshPipePath();
-    FrameFeed feed(smallFormat());
-    PipeReader reader(smallFrameSize);
-    NdiReceiver receiver(u"fonte"_s);
-    QVERIFY(receiver.probe(3000).valid);
-    QVERIFY(receiver.createPipe(path));
-    reader.open(path);
-    receiver.start(path);
+    ReceiverStand stand(smallFormat());
+    QVERIFY(stand.ready);
+    stand.reader.open(stand.path);
+    stand.receiver.start(stand.path);
     const QByteArray frame(smallFrameSize, 'a');
-    feed.show(frame);
-    QVERIFY(waitUntil([&] { return reader.lastFrame() == frame; }));
-    QCOMPARE(feed.sources(), 1);
+    stand.feed.show(frame);
+    QVERIFY(waitUntil([&] { return stand.reader.lastFrame() == frame; }));
+    QCOMPARE(stand.feed.sources(), 1);
     QVERIFY(!frame.isDetached()); // the receiver shares its bytes
 
-    receiver.stop();
-    QCOMPARE(feed.sources(), 0);
+    stand.receiver.stop();
+    QCOMPARE(stand.feed.sources(), 0);
     QVERIFY(frame.isDetached());
 }
 
