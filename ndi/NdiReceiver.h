@@ -43,8 +43,8 @@ public:
     /// Starts the two threads. Between the first call and stop() it only stores the name.
     void start(const QString &pipeName);
 
-    /// Closes the pipe, ends the threads, and releases the source and its last frame. Blocks for a frame's period,
-    /// for up to 3 s for a thread that doesn't end. Safe in every state and safe to repeat.
+    /// Closes the pipe, ends the threads, and releases the source and its last frame. Blocks for a frame's
+    /// period, for up to 3 s for a thread that doesn't end. Safe in every state and safe to repeat.
     void stop();
 
 Q_SIGNALS:

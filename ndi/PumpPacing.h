@@ -27,9 +27,9 @@ struct PumpRate
 /// instead. A size that the record lacks is that of 1920 by 1080.
 [[nodiscard]] int slateSize(const NdiFrameInfo &info, int frameStride);
 
-/// Milliseconds to sleep at `nowMs` after the frame of `tickStartMs`, at most `intervalMs`; 0 or less if the next
-/// one is due. Only the low 32 bits of the clock values count. Without the limit, a clock that is set back would hold
-/// up the frames for as long as it was set back by.
+/// Milliseconds to sleep at `nowMs` after the frame of `tickStartMs`, at most `intervalMs`; 0 or less if the
+/// next one is due. Only the low 32 bits of the clock values count. Without the limit, a clock that is set
+/// back would hold up the frames for as long as it was set back by.
 [[nodiscard]] int pumpSleepMs(int intervalMs, qint64 tickStartMs, qint64 nowMs);
 
 /// Distinguishes a source that has stopped sending from one that is slow.
