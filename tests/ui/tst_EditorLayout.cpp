@@ -397,7 +397,7 @@ void tst_EditorLayout::choicesStandOut()
     m_ui->openTab(page);
     m_ui->settle();
     const QImage shown = m_ui->window().grabWindow();
-    const double scale = shown.devicePixelRatio();
+    const double scale = double(shown.width()) / m_ui->window().width();
     const QQuickItem *choice = m_ui->item(QString::fromUtf8(QTest::currentDataTag()));
     const QRectF place = choice->mapRectToScene(choice->boundingRect());
     const auto at = [&](double x) {
