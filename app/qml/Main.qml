@@ -35,7 +35,7 @@ ApplicationWindow {
 
     function readPipelines() {
         pipelineRows = engine.pipelines
-        refreshSelected()
+        refreshSelected(pipelineRows)
         rowsDue = true
         pace.change()
     }
@@ -47,8 +47,8 @@ ApplicationWindow {
         shownRows = pipelineRows
     }
 
-    function refreshSelected() {
-        selectedPipeline = selectedId === "" ? null : pipelineRows[indexOf(pipelineRows, selectedId)] ?? null
+    function refreshSelected(rows) {
+        selectedPipeline = selectedId === "" ? null : rows[indexOf(rows, selectedId)] ?? null
     }
 
     function addPipeline() {
@@ -71,7 +71,7 @@ ApplicationWindow {
     Material.accent: theme.accent
 
     Component.onCompleted: readPipelines()
-    onSelectedIdChanged: refreshSelected()
+    onSelectedIdChanged: refreshSelected(engine.pipelines)
     onFrameSwapped: {
         if (!complete)
             Qt.callLater(() => complete = true) // qmllint disable
@@ -578,6 +578,12 @@ ApplicationWindow {
                     active: plDel.renaming
                     visible: active
                     Layout.fillWidth: true
+
+                    // The list has the keyboard again, not a place where nothing is any more.
+                    onActiveChanged: {
+                        if (!active)
+                            focus = false
+                    }
 
                     sourceComponent: Field {
                         id: renameField

@@ -139,6 +139,7 @@ QString EditorBench::addUnusual()
                                       {u"audioCodec"_s, u"libmp3lame"_s},
                                       {u"audioBitrate"_s, 99},
                                   });
+    awaitRest();
     return id;
 }
 
@@ -147,6 +148,7 @@ void EditorBench::removeAll()
     const QVariantList rows = engine().pipelines();
     for (const QVariant &row : rows)
         engine().removePipeline(row.toMap().value(u"id"_s).toString());
+    awaitRest();
 }
 
 void EditorBench::select(const QString &id)

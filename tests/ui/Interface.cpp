@@ -212,6 +212,7 @@ void Interface::awaitRest() const
 QString Interface::addPipeline()
 {
     click(u"addButton"_s);
+    awaitRest();
     return selectedId();
 }
 
@@ -219,6 +220,10 @@ QString Interface::addFake(const QString &steps, const QString &name)
 {
     QString id = m_engine.addPipeline(name);
     m_engine.addRtmpOutput(id, "fake:"_L1 + steps);
+    // Others on air may never let the window come to rest.
+    if (!waitUntil(
+            [this] { return item(u"pipelineList"_s)->property("count") == m_engine.pipelines().size(); }))
+        qFatal("the list doesn't show the new pipeline");
     return id;
 }
 
