@@ -7,6 +7,7 @@
 
 #include <QElapsedTimer>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTest>
 #include <QTimer>
 
@@ -66,6 +67,7 @@ void tst_TransportLimits::childrenThatIgnoreEverything()
     QVERIFY(
         waitUntil([&] { return tools.started().size() == 4 && recorder.containsPart(u"stats frame="_s); }));
 
+    QTest::failOnWarning(QRegularExpression(u"Destroyed while process"_s));
     QElapsedTimer timer;
     timer.start();
     pipeline.stop();
