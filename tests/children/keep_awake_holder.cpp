@@ -1,9 +1,9 @@
-// Holds and releases the keep-awake request as told on standard input, a word to a line, and says "done WORD"
-// after each:
+// Holds and releases the requests of a program on air as told on standard input, a word to a line, and prints
+// "done WORD" after each:
 //
 //   hold       preventSleep()
 //   release    allowSleep()
-//   settle     waits until no call to a service is without its answer
+//   settle     waits until no bus is being connected and no call to a service is without its answer
 //   quit       leaves; so does the end of standard input
 
 #include "engine/host/KeepAwake.h"
@@ -12,6 +12,7 @@
 #include <QDBusPendingCallWatcher>
 #include <QEventLoop>
 #include <QSocketNotifier>
+#include <QThread>
 #include <QTimer>
 
 #include <unistd.h>
@@ -25,7 +26,9 @@ void settle()
 {
     QTimer wake;
     wake.start(5);
-    while (!QCoreApplication::instance()->findChildren<QDBusPendingCallWatcher *>().isEmpty()) {
+    const QCoreApplication *const application = QCoreApplication::instance();
+    while (!application->findChildren<QThread *>().isEmpty() ||
+           !application->findChildren<QDBusPendingCallWatcher *>().isEmpty()) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::ExcludeSocketNotifiers);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
