@@ -3,10 +3,13 @@
 //
 //   hold       preventSleep()
 //   release    allowSleep()
+//   block      blockShutdown()
+//   unblock    allowShutdown()
 //   settle     waits until no bus is being connected and no call to a service is without its answer
 //   quit       leaves; so does the end of standard input
 
 #include "engine/host/KeepAwake.h"
+#include "engine/host/ShutdownBlock.h"
 
 #include <QCoreApplication>
 #include <QDBusPendingCallWatcher>
@@ -40,6 +43,10 @@ void obey(const QByteArray &word)
         corvane::preventSleep();
     else if (word == "release")
         corvane::allowSleep();
+    else if (word == "block")
+        corvane::blockShutdown();
+    else if (word == "unblock")
+        corvane::allowShutdown();
     else if (word == "settle")
         settle();
     else if (word == "quit")

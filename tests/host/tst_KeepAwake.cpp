@@ -16,6 +16,7 @@ using namespace corvane::test;
 namespace {
 
 const QString loginRequest = u"login inhibit %1 idle:sleep|holder|Transmissão ao vivo em andamento|block"_s;
+const QString shutdownRequest = u"login inhibit %1 shutdown|holder|Transmissão no ar|block"_s;
 const QString screenRequest = u"screen inhibit %1 holder|Transmissão ao vivo em andamento"_s;
 
 /// A program that makes and lifts the requests, on a bus of the test's own.
@@ -61,6 +62,8 @@ private Q_SLOTS:
     void passesOverWhatIsMissing_data();
     void passesOverWhatIsMissing();
     void passesOverARefusal();
+    void blocksAShutdown();
+    void staysAwakeWhereNoShutdownMayBeBlocked();
     void waitsForNoSilentBus_data();
     void waitsForNoSilentBus();
     void triesABusAgainThatWasSilent();
@@ -285,6 +288,47 @@ void tst_KeepAwake::passesOverARefusal()
     QCOMPARE(services.lines(u"screen"_s), QStringList{screenRequest.arg(1)});
 }
 
+void tst_KeepAwake::blocksAShutdown()
+{
+    LineProcess services;
+    m_bus.startServices(services, {u"login"_s, u"screen"_s});
+    Holder holder(m_bus.address(), m_bus.address());
+
+    for (int round = 1; round <= 2; ++round) {
+        QVERIFY(holder.does(u"unblock block block settle"_s));
+        VERIFY_SETTLED(services);
+        QCOMPARE(services.lines(u"login inhibit"_s).size(), round);
+        QCOMPARE(services.lines(u"login inhibit"_s).constLast(), shutdownRequest.arg(round));
+        QVERIFY(!services.lines().contains(u"login closed %1"_s.arg(round)));
+        QVERIFY(holder.does(u"unblock unblock"_s));
+        QVERIFY(services.waitFor(u"login closed %1"_s.arg(round)));
+    }
+    QCOMPARE(services.lines(u"screen"_s), QStringList());
+
+    QVERIFY(holder.does(u"block settle"_s));
+    holder.process.kill();
+    QVERIFY(services.waitFor(u"login closed 3"_s));
+}
+
+void tst_KeepAwake::staysAwakeWhereNoShutdownMayBeBlocked()
+{
+    LineProcess services;
+    m_bus.startServices(services, {u"login"_s, u"screen"_s});
+    Holder holder(m_bus.address(), m_bus.address());
+    services.tell(u"refuse-shutdown"_s);
+    VERIFY_SETTLED(services);
+
+    QVERIFY(holder.does(u"hold block settle"_s));
+    VERIFY_SETTLED(services);
+    QCOMPARE(services.lines(u"login"_s), QStringList({loginRequest.arg(1), shutdownRequest.arg(2)}));
+
+    QVERIFY(holder.does(u"release unblock"_s));
+    QVERIFY(services.waitFor(u"login closed 1"_s));
+    QVERIFY(holder.does(u"quit"_s));
+    QVERIFY(waitUntil([&] { return holder.process.state() == QProcess::NotRunning; }));
+    QCOMPARE(holder.process.readAllStandardError(), QByteArray());
+}
+
 void tst_KeepAwake::waitsForNoSilentBus_data()
 {
     QTest::addColumn<bool>("systemBus");
@@ -306,14 +350,16 @@ void tst_KeepAwake::waitsForNoSilentBus()
                   sessionBus ? silent.address() : m_bus.address());
 
     // It goes on, and out at last, while the bus has yet to say its first word.
-    QVERIFY(holder.does(u"hold"_s));
+    QVERIFY(holder.does(u"hold block"_s));
     QVERIFY(silent.waitForCaller());
     QVERIFY(silent.callerWaits());
-    if (!systemBus)
+    if (!systemBus) {
         QVERIFY(services.waitFor(loginRequest.arg(1)));
+        QVERIFY(services.waitFor(shutdownRequest.arg(2)));
+    }
     if (!sessionBus)
         QVERIFY(services.waitFor(screenRequest.arg(1)));
-    QVERIFY(holder.does(u"release hold quit"_s));
+    QVERIFY(holder.does(u"release unblock hold block quit"_s));
     QVERIFY(waitUntil([&] { return holder.process.state() == QProcess::NotRunning; }));
     QCOMPARE(holder.process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(holder.process.exitCode(), 0);
