@@ -2,6 +2,7 @@
 #include "app/GarbageCollection.h"
 #include "app/SafeApp.h"
 #include "app/ScanOptions.h"
+#include "app/SessionEnd.h"
 #include "app/Version.h"
 #include "engine/Engine.h"
 #include "engine/host/Capabilities.h"
@@ -101,6 +102,7 @@ int main(int argc, char *argv[])
         qInfo("memória travada (mlockall)");
 
     corvane::Engine engine;
+    corvane::objectToSessionEnd(engine);
 
     const QString updateFeed = corvane::updateFeed();
     corvane::UpdateChecker updater(QCoreApplication::applicationVersion(), updateFeed, runtimeDir);

@@ -28,7 +28,8 @@ endfunction()
 
 # corvane_windows_program(<target> <description>)
 #
-# Manifest, icon and version information.
+# Manifest, icon and version information. The version is CORVANE_VERSION; of its numbers the first four, those that
+# it lacks being 0, are the version that installers compare.
 function(corvane_windows_program target description)
     if(NOT WIN32)
         return()
@@ -37,6 +38,11 @@ function(corvane_windows_program target description)
     set(CORVANE_RC_TARGET "${target}")
     set(CORVANE_RC_FILE "${target}.exe")
     set(CORVANE_RC_DESCRIPTION "${description}")
+    string(REGEX MATCH "^[0-9.]*" numbers "${CORVANE_VERSION}")
+    string(REGEX MATCHALL "[0-9]+" numbers "${numbers}")
+    list(APPEND numbers 0 0 0 0)
+    list(SUBLIST numbers 0 4 numbers)
+    list(JOIN numbers "," CORVANE_RC_NUMBERS)
     set(script "${CMAKE_BINARY_DIR}/windows/${target}.rc")
     configure_file("${PROJECT_SOURCE_DIR}/app/windows/program.rc.in" "${script}" @ONLY)
     set_property(SOURCE "${script}" APPEND PROPERTY OBJECT_DEPENDS "${CORVANE_RC_ICON}")

@@ -8,6 +8,7 @@
 #include "engine/host/Capabilities.h"
 #include "engine/host/EnvironmentProbe.h"
 #include "engine/host/KeepAwake.h"
+#include "engine/host/ShutdownBlock.h"
 #include "metrics/MetricsServer.h"
 
 #include <QTime>
@@ -212,9 +213,11 @@ void Engine::evaluateKeepAwake()
     m_noSleepHeld = transmitting;
     if (transmitting) {
         preventSleep();
+        blockShutdown();
         appendLog(u"no-sleep ATIVO (transmitindo)"_s);
     } else {
         allowSleep();
+        allowShutdown();
         appendLog(u"no-sleep liberado (ocioso)"_s);
     }
 }

@@ -2,6 +2,7 @@
 
 #include "builder/CommandBuilder.h"
 #include "engine/host/Capabilities.h"
+#include "engine/host/ChildProcess.h"
 #include "engine/host/Clock.h"
 #include "ndi/FramePipe.h"
 #include "ndi/NdiReceiver.h"
@@ -141,8 +142,13 @@ void Pipeline::startLauncher(const OutputConfig &output)
 
 void Pipeline::launchFfmpeg()
 {
-    // The process of a run that ended by itself stays a child of this object until the destructor.
-    m_process = new QProcess(this);
+    // The process of a run that ended by itself stays a child of this object until the destructor. One that
+    // stop() has killed may still be ending, which doesn't concern this run.
+    const auto older = findChildren<QProcess *>(Qt::FindDirectChildrenOnly);
+    for (QProcess *process : older)
+        process->disconnect(this);
+
+    m_process = new ChildProcess(this);
     m_process->setProgram(m_ffmpegPath);
     m_process->setArguments(m_ffmpegArgs);
 
@@ -152,11 +158,7 @@ void Pipeline::launchFfmpeg()
         Q_EMIT logLine(u"ffmpeg errorOccurred: %1"_s.arg(static_cast<int>(error)));
     });
     connect(ffmpeg, &QProcess::started, this, [this, ffmpeg] { onStarted(*ffmpeg); });
-    connect(ffmpeg, &QProcess::finished, this, [this, ffmpeg](int exitCode, QProcess::ExitStatus exitStatus) {
-        // The end of a child that stop() has killed may arrive within the next run, which it doesn't concern.
-        if (!m_process || m_process == ffmpeg)
-            onFinished(exitCode, exitStatus);
-    });
+    connect(ffmpeg, &QProcess::finished, this, &Pipeline::onFinished);
 
     Q_EMIT logLine("ffmpeg "_L1 + m_ffmpegArgs.join(u' '));
     ffmpeg->start(QIODevice::ReadWrite);
@@ -249,15 +251,15 @@ void Pipeline::stop()
     m_gate.clear();
     stopTimers();
 
-    if (m_process) {
-        // Waiting runs the handlers of this process, onFinished() among them.
-        if (m_process->state() != QProcess::NotRunning) {
-            m_process->write("q", 1);
-            if (!m_process->waitForFinished(quitTimeoutMs))
-                m_process->kill();
+    if (QProcess *ffmpeg = std::exchange(m_process, nullptr)) {
+        // Waiting runs this process's handlers, onFinished() among them. Their signals may lead to another
+        // stop().
+        if (ffmpeg->state() != QProcess::NotRunning) {
+            ffmpeg->write("q", 1);
+            if (!ffmpeg->waitForFinished(quitTimeoutMs))
+                ffmpeg->kill();
         }
-        m_process->deleteLater();
-        m_process = nullptr;
+        ffmpeg->deleteLater();
     }
 
     stopTransport();
@@ -280,7 +282,9 @@ void Pipeline::stopTransport()
 {
     if (m_srtla)
         m_srtla->stop();
-    for (SrtTransmit *bridge : std::as_const(m_srtBridges))
+    const QList<SrtTransmit *> bridges =
+        m_srtBridges; // a line of theirs may lead to stop(), which clears the list
+    for (SrtTransmit *bridge : bridges)
         bridge->stop();
     if (m_ndi)
         m_ndi->stop();
@@ -320,7 +324,7 @@ void Pipeline::checkForHang()
     Q_EMIT logLine(u"HANG detectado: ffmpeg sem progresso há %1ms — reiniciando"_s.arg(*elapsed));
     m_hangTimer->stop();
     // A hung process wouldn't read a "q".
-    if (m_process->state() != QProcess::NotRunning)
+    if (m_process && m_process->state() != QProcess::NotRunning)
         m_process->kill();
 }
 

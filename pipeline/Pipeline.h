@@ -102,7 +102,7 @@ private:
     PipelineConfig m_config;
     QString m_ffmpegPath;
     bool m_ffmpegHasSrt;
-    QProcess *m_process = nullptr;
+    QProcess *m_process = nullptr;     ///< ffmpeg of the last start; null from the beginning of stop() on
     SrtlaLauncher *m_srtla = nullptr;  ///< kept until stop(), stopped or not
     QList<SrtTransmit *> m_srtBridges; ///< all made since the last stop(), stopped ones included
     NdiReceiver *m_ndi = nullptr;      ///< of the last start; kept until stop(), stopped or not

@@ -1,5 +1,6 @@
 #include "pipeline/TransportChild.h"
 
+#include "engine/host/ChildProcess.h"
 #include "engine/host/ToolResolver.h"
 
 #include <QFileInfo>
@@ -40,7 +41,7 @@ void TransportChild::start(const QStringList &arguments)
     if (m_process)
         return;
 
-    m_process = new QProcess(this);
+    m_process = new ChildProcess(this);
     m_process->setProgram(m_program);
     m_process->setArguments(arguments);
 
@@ -76,15 +77,16 @@ void TransportChild::onFinished(int exitCode, QProcess::ExitStatus exitStatus)
 
 void TransportChild::stop()
 {
-    if (!m_process)
+    // Waiting runs the child's handlers, whose log lines may lead to another stop().
+    QProcess *child = std::exchange(m_process, nullptr);
+    if (!child)
         return;
-    if (m_process->state() != QProcess::NotRunning) {
-        m_process->terminate();
-        if (!m_process->waitForFinished(terminateTimeoutMs))
-            m_process->kill();
+    if (child->state() != QProcess::NotRunning) {
+        child->terminate();
+        if (!child->waitForFinished(terminateTimeoutMs))
+            child->kill();
     }
-    m_process->deleteLater();
-    m_process = nullptr;
+    child->deleteLater();
 }
 
 } // namespace corvane

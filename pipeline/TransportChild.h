@@ -45,7 +45,7 @@ private:
 
     Words m_words;
     QString m_program;
-    QProcess *m_process = nullptr;
+    QProcess *m_process = nullptr; ///< null before start() and from the beginning of stop() on
 };
 
 } // namespace corvane

@@ -1,9 +1,8 @@
 #include "engine/host/EnvironmentProbe.h"
 
 #include "engine/host/Capabilities.h"
+#include "engine/host/ChildProcess.h"
 #include "engine/host/ToolResolver.h"
-
-#include <QProcess>
 
 #include <algorithm>
 
@@ -23,7 +22,7 @@ constexpr const char *knownEncoders[] = {
 /// Standard output of `ffmpeg -hide_banner <question>`; empty if ffmpeg doesn't finish in time.
 QString ask(const QString &ffmpegPath, const QString &question)
 {
-    QProcess ffmpeg;
+    ChildProcess ffmpeg; // its destructor ends an ffmpeg that hangs
     ffmpeg.start(ffmpegPath, {u"-hide_banner"_s, question}, QIODevice::ReadOnly);
     if (!ffmpeg.waitForFinished(answerTimeoutMs))
         return {};

@@ -1,12 +1,15 @@
 #include "tests/support/Runner.h"
+#include "tests/support/TestSupport.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTest>
 
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
+using namespace corvane::test;
 
 namespace {
 
@@ -48,6 +51,7 @@ private Q_SLOTS:
     void callsOnlyWhatIsSafe();
     void listsMeetNowhere();
     void readsSymbolsAtAll();
+    void programIsBoundAtItsStart();
 
 private:
     /// Names in the objects under `selection`, an option of nm.
@@ -120,6 +124,21 @@ void tst_CrashSymbols::readsSymbolsAtAll()
         open += symbols(object, u"--undefined-only"_s);
     for (const QString &expected : {u"write"_s, u"raise"_s, u"abort"_s, u"sigaction"_s})
         QVERIFY2(open.contains(expected), qPrintable(expected));
+}
+
+void tst_CrashSymbols::programIsBoundAtItsStart()
+{
+    QProcess readelf;
+    readelf.start(QStringLiteral(CORVANE_READELF),
+                  {u"--wide"_s, u"--dynamic"_s, u"--segments"_s, corvaneProgram()});
+    QVERIFY(readelf.waitForFinished());
+    const QString said = QString::fromUtf8(readelf.readAllStandardOutput());
+
+    // Otherwise a handler's first call of a function would run the dynamic linker.
+    static const QRegularExpression now(u"\\(FLAGS_1\\) +Flags: .*\\bNOW\\b"_s);
+    QVERIFY2(now.match(said).hasMatch(), qPrintable(said));
+    static const QRegularExpression readOnly(u"^ +GNU_RELRO "_s, QRegularExpression::MultilineOption);
+    QVERIFY2(readOnly.match(said).hasMatch(), qPrintable(said));
 }
 
 CORVANE_TEST(tst_CrashSymbols, QCoreApplication)

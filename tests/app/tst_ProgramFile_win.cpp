@@ -41,12 +41,20 @@ qsizetype countOf(HMODULE module, LPCWSTR type)
     return static_cast<qsizetype>(names.size());
 }
 
-QString versionText(const QString &file, const QString &key)
+std::vector<std::byte> versionBlock(const QString &file)
 {
     const auto *path = reinterpret_cast<LPCWSTR>(file.utf16());
     DWORD ignored = 0;
     std::vector<std::byte> block(GetFileVersionInfoSizeW(path, &ignored));
-    if (block.empty() || !GetFileVersionInfoW(path, 0, static_cast<DWORD>(block.size()), block.data()))
+    if (!block.empty() && !GetFileVersionInfoW(path, 0, static_cast<DWORD>(block.size()), block.data()))
+        block.clear();
+    return block;
+}
+
+QString versionText(const QString &file, const QString &key)
+{
+    const std::vector<std::byte> block = versionBlock(file);
+    if (block.empty())
         return {};
     void *text = nullptr;
     UINT length = 0;
@@ -54,6 +62,21 @@ QString versionText(const QString &file, const QString &key)
     if (!VerQueryValueW(block.data(), reinterpret_cast<LPCWSTR>(name.utf16()), &text, &length))
         return {};
     return QString::fromWCharArray(static_cast<const wchar_t *>(text));
+}
+
+/// The version that installers compare, "1.2.3.4"; empty if `file` has none.
+QString versionNumbers(const QString &file, DWORD VS_FIXEDFILEINFO::*high, DWORD VS_FIXEDFILEINFO::*low)
+{
+    const std::vector<std::byte> block = versionBlock(file);
+    void *found = nullptr;
+    UINT length = 0;
+    if (block.empty() || !VerQueryValueW(block.data(), L"\\", &found, &length))
+        return {};
+    const auto *info = static_cast<const VS_FIXEDFILEINFO *>(found);
+    return u"%1.%2.%3.%4"_s.arg(HIWORD(info->*high))
+        .arg(LOWORD(info->*high))
+        .arg(HIWORD(info->*low))
+        .arg(LOWORD(info->*low));
 }
 
 } // namespace
@@ -69,6 +92,8 @@ private Q_SLOTS:
     void hasAnIcon();
     void hasAVersion_data();
     void hasAVersion();
+    void bearsTheVersionOfItsBuild_data();
+    void bearsTheVersionOfItsBuild();
     void asksForWhatItNeeds_data();
     void asksForWhatItNeeds();
     void isAConsoleProgramOf64Bits();
@@ -98,14 +123,37 @@ void tst_ProgramFile_win::hasAVersion_data()
 
     QTest::newRow("CompanyName") << u"halvorndev"_s;
     QTest::newRow("ProductName") << u"CORVANE"_s;
-    QTest::newRow("ProductVersion") << u"0.1.0"_s;
-    QTest::newRow("FileVersion") << u"0.1.0"_s;
     QTest::newRow("OriginalFilename") << u"corvane.exe"_s;
 }
 
 void tst_ProgramFile_win::hasAVersion()
 {
     QTEST(versionText(m_path, QString::fromLatin1(QTest::currentDataTag())), "text");
+}
+
+void tst_ProgramFile_win::bearsTheVersionOfItsBuild_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("version");
+    QTest::addColumn<QString>("numbers");
+
+    const QString program = QStringLiteral(CORVANE_BUILD_VERSION);
+    if (program == "0.1.0"_L1)
+        QTest::newRow("the program") << m_path << program << u"0.1.0.0"_s;
+    // Built beside it, as a publisher's next version is.
+    QTest::newRow("with a suffix") << QStringLiteral(CORVANE_VERSIONED_PROGRAM) << u"9.8.7-rc.1"_s
+                                   << u"9.8.7.0"_s;
+}
+
+void tst_ProgramFile_win::bearsTheVersionOfItsBuild()
+{
+    QFETCH(const QString, file);
+    QTEST(versionText(file, u"ProductVersion"_s), "version");
+    QTEST(versionText(file, u"FileVersion"_s), "version");
+    QTEST(versionNumbers(file, &VS_FIXEDFILEINFO::dwFileVersionMS, &VS_FIXEDFILEINFO::dwFileVersionLS),
+          "numbers");
+    QTEST(versionNumbers(file, &VS_FIXEDFILEINFO::dwProductVersionMS, &VS_FIXEDFILEINFO::dwProductVersionLS),
+          "numbers");
 }
 
 void tst_ProgramFile_win::asksForWhatItNeeds_data()

@@ -18,6 +18,7 @@ Commands on standard input:
     delay     keep back the answers to requests from here on
     answer    give the oldest answer that is kept back, of each service
     refuse    answer with an error from here on
+    refuse-shutdown   the same for the locks "shutdown" of the login manager alone
     ping      tells "pong" when everything that has already happened has been told
 
 The end of standard input ends the program.
@@ -30,6 +31,8 @@ import dbus
 import dbus.mainloop.glib
 import dbus.service
 from gi.repository import GLib
+
+REFUSAL = dbus.DBusException("refused", name="org.freedesktop.DBus.Error.AccessDenied")
 
 
 def tell(*words):
@@ -52,7 +55,7 @@ class Service(dbus.service.Object):
 
     def settle(self, answer, fail):
         if Service.mode == "refuse":
-            fail(dbus.DBusException("refused", name="org.freedesktop.DBus.Error.AccessDenied"))
+            fail(REFUSAL)
         elif Service.mode == "delay":
             self.kept_back.append(answer)
         else:
@@ -77,7 +80,10 @@ class Login(Service):
             GLib.io_add_watch(reading, GLib.IO_HUP, self.on_closed, number)
 
         tell("login inhibit", number, "|".join((what, who, why, mode)))
-        self.settle(answer, fail)
+        if Service.mode == "refuse-shutdown" and what == "shutdown":
+            fail(REFUSAL)
+        else:
+            self.settle(answer, fail)
 
     @staticmethod
     def on_closed(reading, _condition, number):

@@ -1,17 +1,21 @@
-// Holds and releases the keep-awake request on orders from standard input, a word to a line, and prints
-// "done WORD" after each:
+// Holds and releases the requests of a program on air, on orders from standard input, a word to a line, and
+// prints "done WORD" after each:
 //
 //   hold       preventSleep()
 //   release    allowSleep()
-//   settle     waits until every call to a service has its reply
+//   block      blockShutdown()
+//   unblock    allowShutdown()
+//   settle     waits until no bus is being connected and every call to a service has its reply
 //   quit       exits; so does the end of standard input
 
 #include "engine/host/KeepAwake.h"
+#include "engine/host/ShutdownBlock.h"
 
 #include <QCoreApplication>
 #include <QDBusPendingCallWatcher>
 #include <QEventLoop>
 #include <QSocketNotifier>
+#include <QThread>
 #include <QTimer>
 
 #include <unistd.h>
@@ -25,7 +29,9 @@ void settle()
 {
     QTimer wake;
     wake.start(5);
-    while (!QCoreApplication::instance()->findChildren<QDBusPendingCallWatcher *>().isEmpty()) {
+    const QCoreApplication *const application = QCoreApplication::instance();
+    while (!application->findChildren<QThread *>().isEmpty() ||
+           !application->findChildren<QDBusPendingCallWatcher *>().isEmpty()) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents | QEventLoop::ExcludeSocketNotifiers);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
@@ -37,6 +43,10 @@ void obey(const QByteArray &word)
         corvane::preventSleep();
     else if (word == "release")
         corvane::allowSleep();
+    else if (word == "block")
+        corvane::blockShutdown();
+    else if (word == "unblock")
+        corvane::allowShutdown();
     else if (word == "settle")
         settle();
     else if (word == "quit")

@@ -5,6 +5,13 @@
 #include <QFile>
 #include <QStandardPaths>
 
+#include <algorithm>
+#include <cerrno>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 namespace corvane::test {
 
 using namespace Qt::StringLiterals;
@@ -119,6 +126,48 @@ void PrivateBus::startServices(LineProcess &services, const QStringList &names) 
 QString deadBusAddress()
 {
     return u"unix:path=/nonexistent/corvane-test-bus"_s;
+}
+
+SilentBus::SilentBus()
+    : m_socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+{
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    const QByteArray path = QFile::encodeName(m_dir.filePath(u"bus"_s));
+    if (static_cast<std::size_t>(path.size()) >= sizeof name.sun_path)
+        qFatal("the path of the silent bus is too long: %s", path.constData());
+    std::copy(path.begin(), path.end(), name.sun_path);
+    if (bind(m_socket, reinterpret_cast<const sockaddr *>(&name), sizeof name) != 0 ||
+        listen(m_socket, 4) != 0)
+        qFatal("the silent bus can't listen at %s", path.constData());
+}
+
+SilentBus::~SilentBus()
+{
+    if (m_caller >= 0)
+        close(m_caller);
+    close(m_socket);
+}
+
+QString SilentBus::address() const
+{
+    return u"unix:path="_s + m_dir.filePath(u"bus"_s);
+}
+
+bool SilentBus::waitForCaller()
+{
+    return waitUntil([this] {
+        if (m_caller < 0)
+            m_caller = accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        char words[256];
+        return m_caller >= 0 && recv(m_caller, words, sizeof words, 0) > 0;
+    });
+}
+
+bool SilentBus::callerWaits() const
+{
+    char word = 0;
+    return recv(m_caller, &word, 1, MSG_PEEK) < 0 && errno == EAGAIN;
 }
 
 } // namespace corvane::test

@@ -56,4 +56,26 @@ private:
 /// An address at which no bus answers.
 [[nodiscard]] QString deadBusAddress();
 
+/// A bus daemon that takes callers and never says a word.
+class SilentBus
+{
+public:
+    SilentBus();
+    ~SilentBus();
+    Q_DISABLE_COPY_MOVE(SilentBus)
+
+    [[nodiscard]] QString address() const;
+
+    /// Waits for the first caller and its first words.
+    [[nodiscard]] bool waitForCaller();
+
+    /// True as long as that caller waits for an answer.
+    [[nodiscard]] bool callerWaits() const;
+
+private:
+    QTemporaryDir m_dir;
+    int m_socket = -1;
+    int m_caller = -1;
+};
+
 } // namespace corvane::test

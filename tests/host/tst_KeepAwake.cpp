@@ -1,18 +1,25 @@
+#include "engine/host/BusConnection_linux.h"
 #include "tests/host/PrivateBus.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
+#include <memory>
+
 using namespace Qt::StringLiterals;
+using namespace corvane;
 using namespace corvane::test;
 
 namespace {
 
 const QString loginRequest = u"login inhibit %1 idle:sleep|holder|Transmissão ao vivo em andamento|block"_s;
+const QString shutdownRequest = u"login inhibit %1 shutdown|holder|Transmissão no ar|block"_s;
 const QString screenRequest = u"screen inhibit %1 holder|Transmissão ao vivo em andamento"_s;
 
-/// A program that holds and releases the request, on a bus of the test's own.
+/// A program that makes and lifts the requests, on a bus of the test's own.
 class Holder : public LineProcess
 {
 public:
@@ -36,7 +43,8 @@ public:
 
 } // namespace
 
-/// The request that keeps a Linux desktop awake, seen from the services that receive it.
+/// The requests that keep a Linux desktop awake and put off its shutdown, seen from the services that receive
+/// them.
 class tst_KeepAwake : public QObject
 {
     Q_OBJECT
@@ -54,6 +62,13 @@ private Q_SLOTS:
     void passesOverWhatIsMissing_data();
     void passesOverWhatIsMissing();
     void passesOverARefusal();
+    void blocksAShutdown();
+    void staysAwakeWhereNoShutdownMayBeBlocked();
+    void waitsForNoSilentBus_data();
+    void waitsForNoSilentBus();
+    void triesABusAgainThatWasSilent();
+    void recognisesABusThatAnswers_data();
+    void recognisesABusThatAnswers();
 
 private:
     PrivateBus m_bus;
@@ -167,9 +182,13 @@ void tst_KeepAwake::tellsTheAnswersOfTwoRequestsApart()
     services.tell(u"delay"_s);
     VERIFY_SETTLED(services);
 
-    QVERIFY(holder.does(u"hold release hold"_s));
-    QVERIFY(services.waitFor(loginRequest.arg(2)));
-    QVERIFY(services.waitFor(screenRequest.arg(2)));
+    for (int request = 1; request <= 2; ++request) {
+        QVERIFY(holder.does(u"hold"_s));
+        QVERIFY(services.waitFor(loginRequest.arg(request)));
+        QVERIFY(services.waitFor(screenRequest.arg(request)));
+        if (request == 1)
+            QVERIFY(holder.does(u"release"_s));
+    }
 
     // The first reply belongs to a request that is over.
     services.tell(u"answer"_s);
@@ -267,6 +286,133 @@ void tst_KeepAwake::passesOverARefusal()
     VERIFY_SETTLED(services);
     QCOMPARE(services.lines(u"login"_s), QStringList{loginRequest.arg(1)});
     QCOMPARE(services.lines(u"screen"_s), QStringList{screenRequest.arg(1)});
+}
+
+void tst_KeepAwake::blocksAShutdown()
+{
+    LineProcess services;
+    m_bus.startServices(services, {u"login"_s, u"screen"_s});
+    Holder holder(m_bus.address(), m_bus.address());
+
+    for (int round = 1; round <= 2; ++round) {
+        QVERIFY(holder.does(u"unblock block block settle"_s));
+        VERIFY_SETTLED(services);
+        QCOMPARE(services.lines(u"login inhibit"_s).size(), round);
+        QCOMPARE(services.lines(u"login inhibit"_s).constLast(), shutdownRequest.arg(round));
+        QVERIFY(!services.lines().contains(u"login closed %1"_s.arg(round)));
+        QVERIFY(holder.does(u"unblock unblock"_s));
+        QVERIFY(services.waitFor(u"login closed %1"_s.arg(round)));
+    }
+    QCOMPARE(services.lines(u"screen"_s), QStringList());
+
+    QVERIFY(holder.does(u"block settle"_s));
+    holder.process.kill();
+    QVERIFY(services.waitFor(u"login closed 3"_s));
+}
+
+void tst_KeepAwake::staysAwakeWhereNoShutdownMayBeBlocked()
+{
+    LineProcess services;
+    m_bus.startServices(services, {u"login"_s, u"screen"_s});
+    Holder holder(m_bus.address(), m_bus.address());
+    services.tell(u"refuse-shutdown"_s);
+    VERIFY_SETTLED(services);
+
+    QVERIFY(holder.does(u"hold block settle"_s));
+    VERIFY_SETTLED(services);
+    QCOMPARE(services.lines(u"login"_s), QStringList({loginRequest.arg(1), shutdownRequest.arg(2)}));
+
+    QVERIFY(holder.does(u"release unblock"_s));
+    QVERIFY(services.waitFor(u"login closed 1"_s));
+    QVERIFY(holder.does(u"quit"_s));
+    QVERIFY(waitUntil([&] { return holder.process.state() == QProcess::NotRunning; }));
+    QCOMPARE(holder.process.readAllStandardError(), QByteArray());
+}
+
+void tst_KeepAwake::waitsForNoSilentBus_data()
+{
+    QTest::addColumn<bool>("systemBus");
+    QTest::addColumn<bool>("sessionBus");
+
+    QTest::newRow("silent system bus") << true << false;
+    QTest::newRow("silent session bus") << false << true;
+    QTest::newRow("both") << true << true;
+}
+
+void tst_KeepAwake::waitsForNoSilentBus()
+{
+    QFETCH(bool, systemBus);
+    QFETCH(bool, sessionBus);
+    SilentBus silent;
+    LineProcess services;
+    m_bus.startServices(services, {u"login"_s, u"screen"_s});
+    Holder holder(systemBus ? silent.address() : m_bus.address(),
+                  sessionBus ? silent.address() : m_bus.address());
+
+    // It goes on, and out at last, while the bus has yet to say its first word.
+    QVERIFY(holder.does(u"hold block"_s));
+    QVERIFY(silent.waitForCaller());
+    QVERIFY(silent.callerWaits());
+    if (!systemBus) {
+        QVERIFY(services.waitFor(loginRequest.arg(1)));
+        QVERIFY(services.waitFor(shutdownRequest.arg(2)));
+    }
+    if (!sessionBus)
+        QVERIFY(services.waitFor(screenRequest.arg(1)));
+    QVERIFY(holder.does(u"release unblock hold block quit"_s));
+    QVERIFY(waitUntil([&] { return holder.process.state() == QProcess::NotRunning; }));
+    QCOMPARE(holder.process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(holder.process.exitCode(), 0);
+    QCOMPARE(holder.process.readAllStandardError(), QByteArray());
+}
+
+void tst_KeepAwake::triesABusAgainThatWasSilent()
+{
+    const QTemporaryDir dir;
+    const QString link = dir.filePath(u"bus"_s);
+    LineProcess services;
+    m_bus.startServices(services, {u"login"_s, u"screen"_s});
+    auto silent = std::make_unique<SilentBus>();
+    const QString prefix = u"unix:path="_s;
+    QVERIFY(QFile::link(silent->address().sliced(prefix.size()), link));
+    Holder holder(prefix + link, deadBusAddress());
+    QVERIFY(holder.does(u"hold"_s));
+    QVERIFY(silent->waitForCaller());
+    silent.reset();
+    QVERIFY(holder.does(u"settle release"_s));
+    QCOMPARE(services.lines(u"login"_s), QStringList());
+
+    // The daemon has been replaced by one that works.
+    QVERIFY(QFile::remove(link));
+    const QString working = m_bus.address().section(u',', 0, 0);
+    QVERIFY(working.startsWith(prefix));
+    QVERIFY(QFile::link(working.sliced(prefix.size()), link));
+    QVERIFY(holder.does(u"hold settle"_s));
+    QVERIFY(services.waitFor(loginRequest.arg(1)));
+}
+
+void tst_KeepAwake::recognisesABusThatAnswers_data()
+{
+    QTest::addColumn<QString>("address"); // %1: the path of a bus that answers
+    QTest::addColumn<bool>("answers");
+
+    QTest::newRow("a bus") << u"unix:path=%1"_s << true;
+    QTest::newRow("other keys beside the path") << u"unix:guid=0123,path=%1,x=y"_s << true;
+    QTest::newRow("percent-encoded path") << u"unix:path=%2f..%1"_s << true;
+    QTest::newRow("the second of two addresses") << u"unix:path=/nonexistent/bus;unix:path=%1"_s << true;
+    QTest::newRow("no such socket") << u"unix:path=/nonexistent/bus"_s << false;
+    QTest::newRow("no such abstract socket") << u"unix:abstract=/nonexistent/corvane-test-bus"_s << false;
+    QTest::newRow("path that no socket can have") << u"unix:path=/%1"_s.arg(QString(200, u'x')) << false;
+    QTest::newRow("not a socket of this machine") << u"tcp:host=localhost,port=1"_s << true;
+    QTest::newRow("left to the library") << QString() << true;
+    QTest::newRow("unix, but without a path") << u"unix:runtime=yes"_s << true;
+}
+
+void tst_KeepAwake::recognisesABusThatAnswers()
+{
+    QFETCH(QString, address);
+    const QString path = m_bus.address().section(u',', 0, 0).section(u'=', 1);
+    QTEST(busAnswers(address.replace("%1"_L1, path).toUtf8(), [] { return false; }), "answers");
 }
 
 CORVANE_TEST(tst_KeepAwake, QCoreApplication)

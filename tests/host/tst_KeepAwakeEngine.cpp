@@ -45,22 +45,25 @@ void tst_KeepAwakeEngine::asksWhileSomethingTransmits()
 
     engine.startPipeline(first);
     QVERIFY(waitUntil([&] { return services.lines(u"login inhibit 1 idle:sleep|"_s).size() == 1; }));
+    QVERIFY(waitUntil([&] { return services.lines(u"login inhibit 2 shutdown|"_s).size() == 1; }));
     QVERIFY(waitUntil([&] { return services.lines(u"screen inhibit 1 "_s).size() == 1; }));
     engine.startPipeline(second);
     engine.stopPipeline(first);
     QVERIFY(engine.anyPipelineTransmitting());
-    QVERIFY(!services.lines().contains(u"login closed 1"_s));
+    QCOMPARE(services.lines(u"login closed"_s), QStringList());
 
     engine.stopPipeline(second);
     QVERIFY(services.waitFor(u"login closed 1"_s));
+    QVERIFY(services.waitFor(u"login closed 2"_s));
     QVERIFY(services.waitFor(u"screen uninhibit 1"_s));
 
     // Without outputs it is on air only until the start has failed.
     const QString third = engine.addPipeline(u"c"_s);
     engine.startPipeline(third);
-    QVERIFY(services.waitFor(u"login closed 2"_s));
+    QVERIFY(services.waitFor(u"login closed 3"_s));
+    QVERIFY(services.waitFor(u"login closed 4"_s));
     QVERIFY(services.waitFor(u"screen uninhibit 2"_s));
-    QCOMPARE(services.lines(u"login inhibit"_s).size(), 2);
+    QCOMPARE(services.lines(u"login inhibit"_s).size(), 4);
     QCOMPARE(services.lines(u"screen inhibit"_s).size(), 2);
 }
 

@@ -41,6 +41,7 @@ private Q_SLOTS:
     void progressIsNoHang_data();
     void progressIsNoHang();
     void hangsAndCrashesCountAlike();
+    void survivesAStopOnItsLine();
 };
 
 void tst_PipelineHang::killsAHungChild_data()
@@ -142,6 +143,24 @@ void tst_PipelineHang::hangsAndCrashesCountAlike()
                      u"FATAL: circuit breaker ABERTO: 3 restarts em 120s — parando auto-restart "
                      "(intervenção necessária)"_s}));
     QCOMPARE(hangs, 1);
+}
+
+void tst_PipelineHang::survivesAStopOnItsLine()
+{
+    PipelineConfig config = fakeConfig(u"end"_s);
+    config.restart.hangTimeoutMs = 1000;
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    const Recorder recorder(pipeline);
+    connect(&pipeline, &Pipeline::logLine, &pipeline, [&pipeline](const QString &line) {
+        if (hangFigure(line) >= 0)
+            pipeline.stop();
+    });
+
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return recorder.contains(u"state stopped"_s); }));
+
+    QCOMPARE(pipeline.state(), Pipeline::State::Stopped);
+    QVERIFY(waitUntil([&] { return pipeline.findChildren<QProcess *>().isEmpty(); }));
 }
 
 CORVANE_TEST(tst_PipelineHang, QCoreApplication)

@@ -55,6 +55,8 @@ private Q_SLOTS:
     void order();
     void healthyChildrenAreQuick();
     void badExitsOnStop();
+    void survivesAStopOnALineOfATool_data();
+    void survivesAStopOnALineOfATool();
     void destructorEndsEverything();
 };
 
@@ -128,6 +130,47 @@ void tst_TransportStop::badExitsOnStop()
                           u"log [srt] MORREU (code=7, erro) — SRT interrompido"_s,
                           u"log [srtla-bridge] MORREU (code=7, erro) — SRT interrompido"_s,
                           u"log [srt] MORREU (code=7, erro) — SRT interrompido"_s, u"state stopped"_s}));
+}
+
+void tst_TransportStop::survivesAStopOnALineOfATool_data()
+{
+    QTest::addColumn<QString>("prefix"); // of the line at which a slot stops the pipeline again
+    QTest::addColumn<QString>("ending");
+
+    QTest::newRow("launcher, operator's stop") << u"[srtla] MORREU"_s << u"progress"_s;
+    QTest::newRow("bridge, operator's stop") << u"[srt] MORREU"_s << u"progress"_s;
+    QTest::newRow("launcher, encoder that fails") << u"[srtla] MORREU"_s << u"exit=3"_s;
+    QTest::newRow("bridge, encoder that fails") << u"[srt] MORREU"_s << u"exit=3"_s;
+}
+
+void tst_TransportStop::survivesAStopOnALineOfATool()
+{
+    QFETCH(const QString, prefix);
+    QFETCH(const QString, ending);
+    const TransportTools tools(u"term-code=7"_s);
+    const QString sign = tools.filePath(u"sign"_s);
+    Pipeline pipeline(transportConfig(threeOutputs(), u"await=%1,%2"_s.arg(stepText(sign.toUtf8()), ending)),
+                      fakeFfmpeg(), false);
+    const Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return tools.started().size() == 4; }));
+    connect(&pipeline, &Pipeline::logLine, &pipeline, [&](const QString &line) {
+        if (line.startsWith(prefix))
+            pipeline.stop();
+    });
+    createFile(sign);
+
+    if (ending == "progress"_L1) {
+        QVERIFY(waitUntil([&] { return recorder.containsPart(u"stats frame="_s); }));
+        pipeline.stop();
+    } else {
+        QVERIFY(waitUntil([&] { return recorder.contains(u"state failed"_s); }));
+    }
+
+    QCOMPARE(recorder.logLines().filter(u"MORREU"_s).size(), 4); // each tool has ended, and once
+    QCOMPARE(recorder.count(u"state stopped"_s), 1);
+    QVERIFY(waitUntil([&] { return pipeline.findChildren<QProcess *>().isEmpty(); }));
+    QCOMPARE(childProcesses(), QList<qint64>());
 }
 
 void tst_TransportStop::destructorEndsEverything()

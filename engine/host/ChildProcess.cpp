@@ -1,0 +1,13 @@
+#include "engine/host/ChildProcess.h"
+
+namespace corvane {
+
+ChildProcess::~ChildProcess()
+{
+    if (state() == NotRunning)
+        return;
+    kill();
+    waitForFinished();
+}
+
+} // namespace corvane
