@@ -9,6 +9,8 @@
 
 #include <QDateTime>
 #include <QFile>
+#include <QIcon>
+#include <QPixmap>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
 #include <QStandardPaths>
@@ -51,6 +53,17 @@ void leaveCleanExitMark(const QString &path)
         file.close();
 }
 
+/// What the window's bar and the task list show.
+QIcon windowIcon()
+{
+    QIcon icon;
+    for (const int size : {16, 32, 48, 64}) {
+        // With the format said, no library for another one is loaded.
+        icon.addPixmap(QPixmap(u":/icon/corvane-%1.png"_s.arg(size), "PNG"));
+    }
+    return icon;
+}
+
 void loadInterface(QQmlApplicationEngine &qmlEngine)
 {
     // No document has variants for a platform or a language; the search for them costs a tenth of the start.
@@ -79,6 +92,7 @@ int main(int argc, char *argv[])
     QCoreApplication::setOrganizationName(u"halvorndev"_s);
     QCoreApplication::setOrganizationDomain(QStringLiteral(CORVANE_ORGANIZATION_DOMAIN));
     QCoreApplication::setApplicationVersion(QString::fromLatin1(corvane::version()));
+    QGuiApplication::setWindowIcon(windowIcon());
 
     const QString runtimeDir = runtimeDirectory();
     corvane::CrashGuard::install(runtimeDir + "/crashes"_L1);

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Makes app/icon/corvane.ico of the drawing beside it: one picture per size that Windows asks for.
+"""Makes app/icon/corvane.ico of the drawing beside it: one picture per size that Windows asks for. And the pictures
+that the window itself brings along, for its bar and the task list.
 
 Run in the environment (scripts/windows/environment.sh run scripts/windows/icon.py); it needs rsvg-convert.
 The result is kept in the tree, because a build on Windows itself has no such tool.
@@ -10,6 +11,7 @@ import struct
 import subprocess
 
 SIZES = (16, 20, 24, 32, 40, 48, 64, 128, 256)
+WINDOW_SIZES = (16, 32, 48, 64)
 FOLDER = pathlib.Path(__file__).resolve().parents[2] / "app" / "icon"
 
 
@@ -33,3 +35,5 @@ def icon(pictures):
 
 
 (FOLDER / "corvane.ico").write_bytes(icon([(size, picture(size)) for size in SIZES]))
+for side in WINDOW_SIZES:
+    (FOLDER / f"corvane-{side}.png").write_bytes(picture(side))

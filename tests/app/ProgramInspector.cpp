@@ -12,9 +12,12 @@
 #include <QFile>
 #include <QGenericPlugin>
 #include <QGuiApplication>
+#include <QIcon>
+#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QPixmap>
 #include <QQmlComponent>
 #include <QQmlContext>
 #include <QQmlEngine>
@@ -52,8 +55,13 @@ QJsonObject findings()
         const QQmlContext *context = qmlContext(window);
         if (!context)
             continue;
-        windows.append(
-            QJsonObject{{u"title"_s, window->title()}, {u"source"_s, context->baseUrl().toString()}});
+        QJsonArray iconWidths;
+        const QList<QSize> sizes = window->icon().availableSizes();
+        for (const QSize &size : sizes)
+            iconWidths.append(window->icon().pixmap(size).toImage().width());
+        windows.append(QJsonObject{{u"title"_s, window->title()},
+                                   {u"source"_s, context->baseUrl().toString()},
+                                   {u"iconWidths"_s, iconWidths}});
         for (const QString &name : {u"engine"_s, u"updater"_s}) {
             const auto *object = context->engine()->rootContext()->contextProperty(name).value<QObject *>();
             contextProperties.insert(name, object ? QString::fromLatin1(object->metaObject()->className())

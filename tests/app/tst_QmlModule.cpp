@@ -26,6 +26,7 @@ private Q_SLOTS:
     void exportsTheRegistration();
     void collectsGarbageInOneGo();
     void showsOneWindowMadeOfMain();
+    void windowHasTheIcon();
     void contextPropertiesOfTheRoot();
 
 private:
@@ -121,6 +122,14 @@ void tst_QmlModule::showsOneWindowMadeOfMain()
     QCOMPARE(windows.at(0).toObject().value("title"_L1).toString(), u"CORVANE"_s);
     QCOMPARE(windows.at(0).toObject().value("source"_L1).toString(),
              u"qrc:/qt/qml/Corvane/app/qml/Main.qml"_s);
+}
+
+void tst_QmlModule::windowHasTheIcon()
+{
+    const QJsonArray widths =
+        m_found.value("windows"_L1).toArray().at(0).toObject().value("iconWidths"_L1).toArray();
+
+    QCOMPARE(widths, QJsonArray({16, 32, 48, 64}));
 }
 
 void tst_QmlModule::contextPropertiesOfTheRoot()
