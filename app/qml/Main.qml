@@ -13,16 +13,40 @@ ApplicationWindow {
     property bool complete: false
     property string selectedId: ""
     property var selectedPipeline: null
-    readonly property var pipelineRows: engine.pipelines
+    property list<var> pipelineRows // as the engine has them now; a `var` would read them anew at every access
+    property list<var> shownRows // those in the list, at most a tenth of a second older
+    property bool rowsDue: false
     readonly property var decklinkDevices: engine.decklinkDevices() // asked once, at start: the answer is logged
-    readonly property int activeCount: pipelineRows.filter(row => isActive(row.state)).length
+    readonly property int activeCount: countActive(pipelineRows)
 
     function isActive(state) {
         return state === "running" || state === "starting"
     }
 
+    function countActive(rows) {
+        return rows.filter(row => isActive(row.state)).length
+    }
+
+    function indexOf(rows, id) {
+        return rows.findIndex(row => row.id === id)
+    }
+
+    function readPipelines() {
+        refreshSelected()
+        rowsDue = true
+        pace.change()
+    }
+
+    function showPipelines() {
+        if (!rowsDue)
+            return
+        rowsDue = false
+        shownRows = pipelineRows
+    }
+
     function refreshSelected() {
-        selectedPipeline = selectedId === "" ? null : engine.pipelines.find(row => row.id === selectedId) ?? null
+        pipelineRows = engine.pipelines
+        selectedPipeline = selectedId === "" ? null : pipelineRows[indexOf(pipelineRows, selectedId)] ?? null
     }
 
     function addPipeline() {
@@ -37,6 +61,7 @@ ApplicationWindow {
     Material.theme: Material.Dark
     Material.accent: theme.accent
 
+    Component.onCompleted: readPipelines()
     onSelectedIdChanged: refreshSelected()
     onFrameSwapped: {
         if (!complete)
@@ -64,8 +89,37 @@ ApplicationWindow {
         target: engine
 
         function onPipelinesChanged() {
-            win.refreshSelected()
+            win.readPipelines()
         }
+    }
+
+    // A frame costs far more than what changes in it. After a rest a change is shown at once, and what comes within
+    // the next tenth of a second together at its end.
+    Timer {
+        id: pace
+        objectName: "pace"
+
+        property bool due: false
+
+        signal show
+
+        function change() {
+            due = true
+            if (!running)
+                turn()
+        }
+
+        function turn() {
+            if (!due)
+                return
+            due = false
+            start()
+            show()
+        }
+
+        interval: 100
+        onTriggered: turn()
+        onShow: win.showPipelines()
     }
 
     // --- What repeats
@@ -572,15 +626,15 @@ ApplicationWindow {
         objectName: "pipelineList"
 
         function selectBeside(step) {
-            const rows = win.pipelineRows
-            const at = rows.findIndex(row => row.id === win.selectedId)
+            const rows = win.shownRows
+            const at = win.indexOf(rows, win.selectedId)
             const next = at < 0 ? 0 : Math.max(0, Math.min(at + step, rows.length - 1))
             win.selectedId = rows[next].id
             positionViewAtIndex(next, ListView.Contain)
         }
 
         clip: true
-        model: engine.pipelines
+        model: win.shownRows
         cacheBuffer: 0 // rows out of sight would be made anew as often as the others
         activeFocusOnTab: count > 0
         Accessible.role: Accessible.List
@@ -1704,21 +1758,37 @@ ApplicationWindow {
         id: logArea
         objectName: "logArea"
 
+        property int engineLength: 0
+        property bool due: true
+        property bool cut: false
         property int shownLength: 0
         property string shownEnd: ""
 
-        // Laying out a full log costs far more than adding a line at its end. The log grows at its end or loses its
-        // beginning; which of the two, its last characters tell by where they stand now. To keep all of the text for
-        // that would have the script engine sweep its heap at every other line. And the area draws no more than what
-        // is in view only if its text was set whole and was longer than 10,000 characters then.
+        function note() {
+            const length = engine.log.length
+            cut = cut || length < engineLength
+            engineLength = length
+            due = true
+            pace.change()
+        }
+
+        // Laying out a full log costs far more than adding lines at its end. The log grows at its end or loses its
+        // beginning. It is shorter then, or longer by one line of many thousand characters: then its last characters
+        // of before stand elsewhere. To keep all of the text for that would have the script engine sweep its heap at
+        // every other line. And the area draws no more than what is in view only if its text was set whole and was
+        // longer than 10,000 characters then.
         function follow() {
+            if (!due)
+                return
             const log = engine.log
-            const grown = log.length > shownLength
+            const grown = !cut && log.length >= shownLength
                         && log.slice(shownLength - shownEnd.length, shownLength) === shownEnd
             if (grown && (log.length <= 10000 || shownLength > 10000))
                 insert(length, log.slice(shownLength))
             else
                 text = log
+            due = false
+            cut = false
             shownLength = log.length
             shownEnd = log.slice(-200)
         }
@@ -1747,6 +1817,14 @@ ApplicationWindow {
             target: engine
 
             function onLogChanged() {
+                logArea.note()
+            }
+        }
+
+        Connections {
+            target: pace
+
+            function onShow() {
                 logArea.follow()
             }
         }

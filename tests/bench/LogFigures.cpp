@@ -15,7 +15,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int samples = 600;
+constexpr int samples = 300;
 constexpr qsizetype full = 58'000; ///< characters; the engine cuts at 60,000
 constexpr int wholeEvery = 10;     ///< lines to one replacement of the text
 
@@ -39,6 +39,7 @@ public:
         : m_window(window)
         , m_engine(engine)
         , m_area(window.findChild<QQuickItem *>(u"logArea"_s))
+        , m_pace(window.findChild<QObject *>(u"pace"_s))
         , m_speaker(speaker(engine))
     {
     }
@@ -57,6 +58,13 @@ public:
         const QString text = log();
         return m_area->property("text").toString() == text &&
                m_area->property("cursorPosition").toLongLong() == text.size();
+    }
+
+    /// After a rest a line is shown at once.
+    void awaitRest() const
+    {
+        while (m_pace->property("running").toBool() || m_pace->property("due").toBool())
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
 
     void replace(const QString &text) { m_area->setProperty("text", text); }
@@ -89,6 +97,7 @@ private:
     QQuickWindow &m_window;
     QObject &m_engine;
     QQuickItem *m_area;
+    QObject *m_pace;
     QObject *m_speaker;
     int m_lines = 0;
 };
@@ -101,14 +110,17 @@ QJsonObject logFigures(QQuickWindow &window, QObject &engine)
     QJsonArray line, lineFrame, whole, wholeFrame, cutFrame;
     int unequal = 0;
     while (line.size() < samples) {
+        while (bench.log().size() < full)
+            bench.say();
+        bench.awaitRest();
         const qsizetype before = bench.log().size();
         const LogBench::Cost added = bench.cost([&] { bench.say(); });
         const QString log = bench.log();
         unequal += bench.isShown() ? 0 : 1;
-        if (log.size() < before)
+        if (log.size() < before) {
             cutFrame << double(added.withFrame);
-        if (log.size() < full)
             continue;
+        }
         line << double(added.act);
         lineFrame << double(added.withFrame);
         if (line.size() % wholeEvery == 0) {
@@ -127,6 +139,7 @@ QJsonObject logFigures(QQuickWindow &window, QObject &engine)
         if (number % 100 == 0)
             QCoreApplication::processEvents();
         if (number % (lines / 10) == 0) {
+            bench.awaitRest();
             memory << double(residentKib());
             unequal += bench.isShown() ? 0 : 1;
         }

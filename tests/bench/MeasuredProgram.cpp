@@ -21,7 +21,7 @@ using namespace Qt::StringLiterals;
 constexpr int runTimeoutMs = 10 * 60 * 1000;
 
 QJsonObject measuredRun(const QString &program, const test::XServer &display,
-                        const QList<std::pair<QString, QString>> &settings)
+                        const QList<std::pair<QString, QString>> &settings, Renderer renderer)
 {
     test::ProgramSandbox sandbox;
     const QString reportPath = sandbox.path(u"report"_s);
@@ -32,6 +32,11 @@ QJsonObject measuredRun(const QString &program, const test::XServer &display,
     environment.insert(u"CORVANE_MEASURE_REPORT"_s, reportPath);
     for (const auto &[name, value] : settings)
         environment.insert("CORVANE_MEASURE"_L1 + name, value);
+    if (renderer == Renderer::OpenGl) {
+        environment.remove(u"QT_QUICK_BACKEND"_s);
+        environment.insert(u"QSG_RHI_BACKEND"_s, u"opengl"_s);
+        environment.insert(u"LIBGL_ALWAYS_SOFTWARE"_s, u"1"_s);
+    }
     environment.insert(u"CORVANE_MEASURE_SINCE"_s, QString::number(monotonicNs()));
 
     QProcess process;

@@ -11,11 +11,15 @@ class XServer;
 
 namespace corvane::bench {
 
+/// What draws the window. Either does so on the processor: OpenGL as on a machine without a graphics card.
+enum class Renderer { Software, OpenGl };
+
 /// One run of a program with a window on `display`, in a sandbox of its own, with the plugin that measures it
 /// from within (WindowProbe.cpp). `settings` are the plugin's environment variables without
 /// "CORVANE_MEASURE". Empty if the program left no report; standard error then says why.
 [[nodiscard]] QJsonObject measuredRun(const QString &program, const test::XServer &display,
-                                      const QList<std::pair<QString, QString>> &settings);
+                                      const QList<std::pair<QString, QString>> &settings,
+                                      Renderer renderer = Renderer::Software);
 
 [[nodiscard]] QString emptyWindowProgram(); ///< path of the program that shows an empty window
 

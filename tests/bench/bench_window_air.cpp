@@ -1,5 +1,5 @@
 // What pipelines on air cost the program that shows them: encoders that print two progress lines a second,
-// the window in view, drawn by the processor.
+// the window in view, drawn by the processor, with Qt's own renderer or through OpenGL.
 
 #include "tests/bench/Figures.h"
 #include "tests/bench/MeasuredProgram.h"
@@ -17,7 +17,7 @@ namespace {
 
 constexpr int seconds = 15;
 
-QJsonObject onAir(const test::XServer &display, int pipelines, bool refreshed)
+QJsonObject onAir(const test::XServer &display, bench::Renderer renderer, int pipelines, bool refreshed)
 {
     QList<std::pair<QString, QString>> settings{{u""_s, u"air"_s},
                                                 {u"_PIPELINES"_s, QString::number(pipelines)},
@@ -25,29 +25,50 @@ QJsonObject onAir(const test::XServer &display, int pipelines, bool refreshed)
                                                 {u"_SECONDS"_s, QString::number(seconds)}};
     if (refreshed)
         settings << std::pair(u"_REFRESH"_s, u"1"_s);
-    return bench::measuredRun(test::corvaneProgram(), display, settings);
+    return bench::measuredRun(test::corvaneProgram(), display, settings, renderer);
+}
+
+double share(const QJsonObject &run)
+{
+    return 100 * run.value("cpuShare"_L1).toDouble(qQNaN());
+}
+
+/// `name` of a run, for each second.
+double rate(const QJsonObject &run, QLatin1StringView name)
+{
+    return run.value(name).toDouble(qQNaN()) / seconds;
 }
 
 void measure(bench::Figures &figures, const test::XServer &display, bool refreshed)
 {
     const std::string title = refreshed ? "on air, rows renewed by each: " : "on air: ";
-    const QJsonObject four = onAir(display, 4, refreshed);
-    const QJsonObject sixteen = onAir(display, 16, refreshed);
-    const QJsonObject many = onAir(display, 32, refreshed);
-    const auto share = [](const QJsonObject &run) { return run.value("cpuShare"_L1).toDouble(qQNaN()); };
-    const auto turn = [](const QJsonObject &run) {
-        return run.value("longestTurnNs"_L1).toDouble(qQNaN()) / 1e6;
+    const auto run = [&](int pipelines) {
+        return onAir(display, bench::Renderer::Software, pipelines, refreshed);
+    };
+    const QJsonObject four = run(4);
+    const QJsonObject sixteen = run(16);
+    const QJsonObject many = run(32);
+    const auto turn = [](const QJsonObject &measured) {
+        return measured.value("longestTurnNs"_L1).toDouble(qQNaN()) / 1e6;
     };
 
-    figures.atLeast(title + "16 pipelines, lines a second",
-                    sixteen.value("logChanges"_L1).toDouble() / seconds, 30, "lines");
+    figures.atLeast(title + "16 pipelines, lines a second", rate(sixteen, "logChanges"_L1), 30, "lines");
     if (refreshed)
-        figures.atLeast(title + "16 pipelines, renewals a second",
-                        sixteen.value("listChanges"_L1).toDouble() / seconds, 14, "");
-    figures.atMost(title + "16 pipelines, of one core", 100 * share(sixteen), 10, "%");
+        figures.atLeast(title + "16 pipelines, renewals a second", rate(sixteen, "listChanges"_L1), 14, "");
+    figures.atMost(title + "16 pipelines, frames a second", rate(sixteen, "frames"_L1), 10.5, "frames");
+    figures.atMost(title + "16 pipelines, of one core", share(sixteen), refreshed ? 10 : 6, "%");
     figures.atMost(title + "32 pipelines to 4", share(many) / share(four), 8, "times");
     figures.atMost(title + "16 pipelines, longest turn", turn(sixteen), 50, "ms");
     figures.atMost(title + "32 pipelines, longest turn", turn(many), 50, "ms");
+}
+
+void measureOpenGl(bench::Figures &figures, const test::XServer &display)
+{
+    const std::string title = "on air, OpenGL drawn by the processor: ";
+    const QJsonObject sixteen = onAir(display, bench::Renderer::OpenGl, 16, false);
+    figures.atLeast(title + "16 pipelines, lines a second", rate(sixteen, "logChanges"_L1), 30, "lines");
+    figures.atMost(title + "16 pipelines, frames a second", rate(sixteen, "frames"_L1), 10.5, "frames");
+    figures.atMost(title + "16 pipelines, of one core", share(sixteen), 20, "%");
 }
 
 } // namespace
@@ -63,5 +84,6 @@ int main(int argc, char *argv[])
     bench::Figures figures;
     measure(figures, display, false);
     measure(figures, display, true);
+    measureOpenGl(figures, display);
     return figures.exitCode();
 }

@@ -202,6 +202,13 @@ void Interface::openTab(int index)
     QVERIFY(awaitFrame());
 }
 
+void Interface::awaitRest() const
+{
+    const QObject *pace = object(u"pace"_s);
+    QVERIFY(pace);
+    QTRY_VERIFY(!pace->property("running").toBool() && !pace->property("due").toBool());
+}
+
 QString Interface::addPipeline()
 {
     click(u"addButton"_s);

@@ -93,6 +93,8 @@ public:
 
     /// Adds a pipeline through the sidebar's "+" and answers its id.
     QString addPipeline();
+    /// Waits until the window shows what the Engine says and would show a change at once.
+    void awaitRest() const;
     /// Adds a pipeline behind the window's back, with one RTMP output whose URL is "fake:" and `steps`;
     /// answers its id.
     QString addFake(const QString &steps, const QString &name = {});

@@ -108,6 +108,7 @@ void tst_WindowHostile::shownLiterally()
     QCOMPARE(lookText(find(ui, u"outputRow[0]/outputUrl"_s), u"text"_s), text);
     QCOMPARE(lookText(find(ui, u"outputRow[1]/outputUrl"_s), u"text"_s), text);
     QCOMPARE(lookText(find(ui, u"outputRow[2]/outputUrl"_s), u"text"_s), text + ":5000"_L1);
+    ui.awaitRest();
     QCOMPARE(lookText(ui.item(u"logArea"_s), u"text"_s), ui.engine().log());
     const QString log = ui.engine().log();
     QVERIFY2(log.endsWith(text + u'\n') || log.endsWith(text), qPrintable(log.right(300)));

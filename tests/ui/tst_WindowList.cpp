@@ -1,6 +1,8 @@
 #include "tests/support/Processes.h"
 #include "tests/ui/LookTable.h"
 
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -10,13 +12,38 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
+/// Counts how often its list is read.
+class CountingEngine : public Engine
+{
+    Q_OBJECT
+    Q_PROPERTY(QVariantList pipelines READ countedPipelines NOTIFY pipelinesChanged)
+
+public:
+    CountingEngine()
+        : Engine(nullptr)
+    {
+    }
+
+    [[nodiscard]] QVariantList countedPipelines() const
+    {
+        ++reads;
+        return pipelines();
+    }
+
+    mutable int reads = 0;
+};
+
 /// The pipeline list's header, selection, and what the window makes of pipelines that come and go.
 class tst_WindowList : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { m_ui = std::make_unique<Interface>(); }
+    void init()
+    {
+        m_ui = std::make_unique<Interface>();
+        m_ui->awaitRest();
+    }
     void cleanup();
 
     void emptyAtFirst();
@@ -31,6 +58,8 @@ private Q_SLOTS:
     void stopAllButtonAsks();
     void namelessShowsItsPlace();
     void listScrolls();
+    void changesAreShownTogether();
+    void listIsReadOnceAChange();
     void clickOnAVanishedRow();
 
 private:
@@ -232,6 +261,44 @@ void tst_WindowList::listScrolls()
     QTRY_VERIFY(m_ui->row(39));
     m_ui->click(m_ui->row(39));
     QCOMPARE(m_ui->selectedId(), last);
+}
+
+void tst_WindowList::changesAreShownTogether()
+{
+    QSignalSpy renewals(m_ui->item(u"pipelineList"_s), SIGNAL(modelChanged()));
+    const QString id = m_ui->engine().addPipeline(u"um"_s);
+    QCOMPARE(renewals.count(), 1); // at once, after a rest
+    for (int i = 0; i < 50; ++i)
+        m_ui->engine().renamePipeline(id, QString::number(i));
+    QCOMPARE(renewals.count(), 1);
+    m_ui->awaitRest();
+    QCOMPARE(renewals.count(), 2);
+    QTRY_COMPARE(nameInRow(0), u"49"_s);
+}
+
+void tst_WindowList::listIsReadOnceAChange()
+{
+    CountingEngine engine;
+    FakeUpdater updater;
+    QQmlApplicationEngine qml;
+    qml.rootContext()->setContextProperty(u"engine"_s, &engine);
+    qml.rootContext()->setContextProperty(u"updater"_s, &updater);
+    qml.load(QUrl(u"qrc:/qt/qml/Corvane/app/qml/Main.qml"_s));
+    QCOMPARE(qml.rootObjects().size(), 1);
+    const QObject *window = qml.rootObjects().constFirst();
+    QTRY_VERIFY(window->property("complete").toBool());
+    const QObject *pace = window->findChild<QObject *>(u"pace"_s);
+    QTRY_VERIFY(!pace->property("running").toBool());
+    QCOMPARE(engine.reads, 1);
+
+    const QString id = engine.addPipeline({});
+    QCOMPARE(engine.reads, 2);
+    QTRY_VERIFY(!pace->property("running").toBool());
+    QCOMPARE(engine.reads, 2);
+    engine.renamePipeline(id, u"a"_s);
+    engine.renamePipeline(id, u"b"_s);
+    QTRY_VERIFY(!pace->property("running").toBool() && !pace->property("due").toBool());
+    QCOMPARE(engine.reads, 4);
 }
 
 void tst_WindowList::clickOnAVanishedRow()
