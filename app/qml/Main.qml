@@ -19,6 +19,8 @@ ApplicationWindow {
     readonly property var decklinkDevices: engine.decklinkDevices() // asked once, at start: the answer is logged
     readonly property int activeCount: countActive(pipelineRows)
 
+    signal pipelineAdded(string id)
+
     function isActive(state) {
         return state === "running" || state === "starting"
     }
@@ -51,10 +53,17 @@ ApplicationWindow {
 
     function addPipeline() {
         selectedId = engine.addPipeline("")
+        pipelineAdded(selectedId)
+    }
+
+    function cameByKey(control) {
+        return [Qt.TabFocusReason, Qt.BacktabFocusReason].includes(control.focusReason)
     }
 
     width: 1280
     height: 820
+    minimumWidth: 1000
+    minimumHeight: 480
     visible: true
     title: "CORVANE"
     color: theme.bg
@@ -159,9 +168,48 @@ ApplicationWindow {
         textFromValue: value => value.toFixed(0)
     }
 
+    // A label of the style costs twice as much, which counts where there are many.
+    component PlainText: Text {
+        textFormat: Text.PlainText
+    }
+
+    // The style's placeholders are too faint to be read.
+    component Field: TextField {
+        placeholderTextColor: theme.muted
+    }
+
+    // The style's has the colour of what it stands on, and a shadow and a picture that cost more than the rest of it.
+    component Choice: ComboBox {
+        id: choice
+        topInset: 6
+        bottomInset: 6
+        Material.background: theme.surfaceRaised
+
+        background: Rectangle {
+            implicitWidth: 120
+            implicitHeight: 36
+            radius: 2
+            color: choice.down || choice.hovered ? Qt.lighter(theme.surfaceRaised, 1.2) : theme.surfaceRaised
+            border.color: theme.accent
+            border.width: choice.visualFocus ? 1 : 0
+        }
+        indicator: PlainText {
+            x: choice.width - width - 14
+            anchors.verticalCenter: parent.verticalCenter
+            text: "▾"
+            font.pixelSize: 16
+            color: theme.text
+        }
+    }
+
+    // Beside a field, on the line that the field's text stands on: `line`, from the top of the row.
     component Caption: Label {
+        property real line: NaN
+
         font.pixelSize: 12
         color: theme.muted
+        Layout.alignment: isNaN(line) ? Qt.AlignVCenter : Qt.AlignTop
+        Layout.topMargin: isNaN(line) ? 0 : Math.max(0, line - baselineOffset)
     }
 
     // The family is declared as a colour; see `mono`.
@@ -194,7 +242,7 @@ ApplicationWindow {
         radius: size / 2
     }
 
-    // For what the style shows no focus of.
+    // For what the style shows no focus of. It is for the keyboard: who clicks knows where.
     component FocusFrame: Rectangle {
         anchors.fill: parent
         z: 1
@@ -208,10 +256,14 @@ ApplicationWindow {
         active: win.complete
     }
 
-    component DialogLoader: AfterFirstFrame {
+    // Made when it is first asked for, and kept.
+    component DialogLoader: Loader {
         function open() {
+            active = true;
             (item as Dialog).open()
         }
+
+        active: false
     }
 
     // --- Toolbar
@@ -434,11 +486,6 @@ ApplicationWindow {
         }
     }
 
-    // A label of the style costs twice as much, and the rows are made anew all the time.
-    component RowText: Text {
-        textFormat: Text.PlainText
-    }
-
     // Built anew at every change of the list: what a row doesn't show it doesn't make.
     component PipelineRow: Rectangle {
         id: plDel
@@ -513,7 +560,7 @@ ApplicationWindow {
                 spacing: 2
                 Layout.fillWidth: true
 
-                RowText {
+                PlainText {
                     id: nameLabel
                     objectName: "nameLabel"
                     visible: !plDel.renaming
@@ -532,7 +579,7 @@ ApplicationWindow {
                     visible: active
                     Layout.fillWidth: true
 
-                    sourceComponent: TextField {
+                    sourceComponent: Field {
                         id: renameField
                         objectName: "renameField"
                         text: plDel.modelData.name
@@ -548,7 +595,7 @@ ApplicationWindow {
                     }
                 }
 
-                RowText {
+                PlainText {
                     id: statusLine
                     objectName: "statusLine"
                     text: plDel.modelData.state + " · " + plDel.modelData.outputs + " saída(s)"
@@ -558,7 +605,7 @@ ApplicationWindow {
                     Layout.fillWidth: true
                 }
 
-                RowText {
+                PlainText {
                     readonly property var row: plDel.modelData
 
                     objectName: "telemetryLine"
@@ -570,7 +617,7 @@ ApplicationWindow {
                     font.family: theme.mono // qmllint disable
                     font.pixelSize: 10
                     color: row.level > 0 || row.sndDrop > 0 ? theme.danger : theme.accent
-                    elide: Text.ElideRight
+                    wrapMode: Text.Wrap // the warning stands at the end
                     Layout.fillWidth: true
                 }
             }
@@ -595,10 +642,13 @@ ApplicationWindow {
                     // Half of a row's cost would be the style's ripple and icon.
                     background: Rectangle {
                         radius: 2
-                        color: rowStop.Material.rippleColor
-                        opacity: rowStop.down ? 1 : rowStop.hovered || rowStop.visualFocus ? 0.6 : 0
+                        color: plDel.confirmingStop ? theme.bg : rowStop.Material.rippleColor
+                        border.color: theme.danger
+                        border.width: plDel.confirmingStop ? rowStop.hovered || rowStop.visualFocus ? 2 : 1 : 0
+                        opacity: plDel.confirmingStop || rowStop.down ? 1
+                                 : rowStop.hovered || rowStop.visualFocus ? 0.6 : 0
                     }
-                    contentItem: RowText {
+                    contentItem: PlainText {
                         text: rowStop.text
                         font: rowStop.font
                         color: rowStop.Material.foreground
@@ -625,16 +675,50 @@ ApplicationWindow {
         id: pipelineList
         objectName: "pipelineList"
 
+        property string awaitedId: ""
+        property bool focused: false
+        property bool byKey: false
+
+        // Only keys bring the focus to a row; a row that is renewed under the pointer hands it on to the next one.
+        function noteFocus() {
+            const item = win.activeFocusItem
+            if (activeFocus && item && item.focusReason !== undefined)
+                byKey = win.cameByKey(item)
+            else if (activeFocus && !focused)
+                byKey = true
+            focused = activeFocus
+        }
+
+        function showAwaited() {
+            const at = win.indexOf(win.shownRows, awaitedId)
+            if (at < 0)
+                return
+            awaitedId = ""
+            positionViewAtIndex(at, ListView.Contain)
+        }
+
+        // A list with another model begins at its top.
+        function renew() {
+            const first = contentY > originY ? indexAt(0, contentY) : -1
+            const hidden = first < 0 ? 0 : contentY - itemAtIndex(first).y
+            model = win.shownRows
+            if (first >= 0 && count > 0) {
+                positionViewAtIndex(Math.min(first, count - 1), ListView.Beginning)
+                contentY = Math.max(originY, Math.min(contentY + hidden, originY + contentHeight - height))
+            }
+            showAwaited()
+        }
+
         function selectBeside(step) {
             const rows = win.shownRows
             const at = win.indexOf(rows, win.selectedId)
             const next = at < 0 ? 0 : Math.max(0, Math.min(at + step, rows.length - 1))
+            byKey = true
             win.selectedId = rows[next].id
             positionViewAtIndex(next, ListView.Contain)
         }
 
         clip: true
-        model: win.shownRows
         cacheBuffer: 0 // rows out of sight would be made anew as often as the others
         activeFocusOnTab: count > 0
         Accessible.role: Accessible.List
@@ -642,11 +726,29 @@ ApplicationWindow {
         Keys.onUpPressed: selectBeside(-1)
         Keys.onDownPressed: selectBeside(1)
         ScrollBar.vertical: ScrollBar {}
+        Component.onCompleted: renew()
+
+        Connections {
+            target: win
+
+            function onShownRowsChanged() {
+                pipelineList.renew()
+            }
+
+            function onPipelineAdded(id) {
+                pipelineList.awaitedId = id
+                pipelineList.showAwaited()
+            }
+
+            function onActiveFocusItemChanged() {
+                pipelineList.noteFocus()
+            }
+        }
 
         FocusFrame {
             objectName: "pipelineListFocus"
             parent: pipelineList
-            visible: pipelineList.activeFocus
+            visible: pipelineList.activeFocus && pipelineList.byKey
         }
 
         // Qt 6.4 makes no component by itself of what stands on the root of an inline component.
@@ -731,6 +833,9 @@ ApplicationWindow {
         }
 
         contentWidth: availableWidth
+        ScrollBar.vertical.width: 10 // of the margin's 16
+        ScrollBar.vertical.policy: ScrollBar.AlwaysOn
+        ScrollBar.vertical.visible: contentHeight > availableHeight
 
         // The keyboard reaches controls that the page has scrolled out of sight.
         Connections {
@@ -738,7 +843,7 @@ ApplicationWindow {
 
             function onActiveFocusControlChanged() {
                 const control = win.activeFocusControl
-                if (page.holds(control) && [Qt.TabFocusReason, Qt.BacktabFocusReason].includes(control.focusReason))
+                if (page.holds(control) && win.cameByKey(control))
                     page.reveal(control)
             }
         }
@@ -773,10 +878,11 @@ ApplicationWindow {
 
             Caption {
                 objectName: "srcKindCaption"
+                line: srcKind.baselineOffset
                 text: "Tipo de fonte"
             }
 
-            ComboBox {
+            Choice {
                 id: srcKind
                 objectName: "srcKind"
                 model: ["testpattern", "ndi", "srt", "capture", "decklink", "file"]
@@ -787,6 +893,7 @@ ApplicationWindow {
 
             Caption {
                 objectName: "srcUriCaption"
+                line: srcUriField.y + srcUriField.baselineOffset
                 text: "URI / fonte"
             }
 
@@ -795,7 +902,7 @@ ApplicationWindow {
                 spacing: 8
                 Layout.fillWidth: true
 
-                TextField {
+                Field {
                     id: srcUriField
                     objectName: "srcUriField"
                     placeholderText: "NDI name, srt://host:port, device, arquivo..."
@@ -804,7 +911,7 @@ ApplicationWindow {
                     onEditingFinished: sourcePage.send({"uri": text})
                 }
 
-                ComboBox {
+                Choice {
                     id: ndiPicker
                     objectName: "ndiPicker"
                     visible: engine.ndiSupported
@@ -824,11 +931,13 @@ ApplicationWindow {
 
             Caption {
                 objectName: "decklinkCaption"
+                line: decklinkPicker.baselineOffset
                 text: "DeckLink device"
                 visible: engine.decklinkSupported
             }
 
-            ComboBox {
+            Choice {
+                id: decklinkPicker
                 objectName: "decklinkPicker"
                 visible: engine.decklinkSupported
                 model: win.decklinkDevices
@@ -839,10 +948,12 @@ ApplicationWindow {
 
             Caption {
                 objectName: "danteCaption"
+                line: danteField.baselineOffset
                 text: "Áudio Dante (DVS)"
             }
 
-            TextField {
+            Field {
+                id: danteField
                 objectName: "danteField"
                 placeholderText: "device DVS (vazio = sem áudio externo)"
                 Layout.fillWidth: true
@@ -852,6 +963,7 @@ ApplicationWindow {
 
             Caption {
                 objectName: "resolutionCaption"
+                line: resW.y + resW.baselineOffset
                 text: "Resolução"
             }
 
@@ -893,10 +1005,11 @@ ApplicationWindow {
 
             Caption {
                 objectName: "fpsCaption"
+                line: fpsPicker.baselineOffset
                 text: "FPS"
             }
 
-            ComboBox {
+            Choice {
                 id: fpsPicker
                 objectName: "fpsPicker"
 
@@ -1015,10 +1128,11 @@ ApplicationWindow {
 
             Caption {
                 objectName: "encCodecCaption"
+                line: encCodec.baselineOffset
                 text: "Codec video"
             }
 
-            ComboBox {
+            Choice {
                 id: encCodec
                 objectName: "encCodec"
                 model: ["h264", "hevc", "av1"]
@@ -1029,10 +1143,12 @@ ApplicationWindow {
 
             Caption {
                 objectName: "encHwCaption"
+                line: encHw.baselineOffset
                 text: "Aceleracao HW"
             }
 
-            ComboBox {
+            Choice {
+                id: encHw
                 objectName: "encHw"
                 model: ["auto", "videotoolbox", "x264", "nvenc", "qsv", "amf"]
                 Layout.fillWidth: true
@@ -1042,10 +1158,12 @@ ApplicationWindow {
 
             Caption {
                 objectName: "encPresetCaption"
+                line: encPreset.baselineOffset
                 text: "Preset"
             }
 
-            ComboBox {
+            Choice {
+                id: encPreset
                 objectName: "encPreset"
                 model: ["auto", "ultrafast", "superfast", "veryfast", "fast", "medium",
                     "slow"]
@@ -1056,6 +1174,7 @@ ApplicationWindow {
 
             Caption {
                 objectName: "encBitrateCaption"
+                line: encBitrate.y + encBitrate.baselineOffset
                 text: "Bitrate (kbps)"
             }
 
@@ -1120,10 +1239,12 @@ ApplicationWindow {
 
             Caption {
                 objectName: "encKeyintCaption"
+                line: encKeyint.baselineOffset
                 text: "Keyframe (s)"
             }
 
             NumberBox {
+                id: encKeyint
                 objectName: "encKeyint"
                 from: 1
                 to: 10
@@ -1158,10 +1279,12 @@ ApplicationWindow {
 
             Caption {
                 objectName: "encAudioCodecCaption"
+                line: encAudioCodec.baselineOffset
                 text: "Codec audio"
             }
 
-            ComboBox {
+            Choice {
+                id: encAudioCodec
                 objectName: "encAudioCodec"
                 model: ["aac", "opus", "copy"]
                 Layout.fillWidth: true
@@ -1171,10 +1294,12 @@ ApplicationWindow {
 
             Caption {
                 objectName: "encAudioBitrateCaption"
+                line: encAudioBitrate.baselineOffset
                 text: "Bitrate audio (kbps)"
             }
 
             NumberBox {
+                id: encAudioBitrate
                 objectName: "encAudioBitrate"
                 from: 64
                 to: 512
@@ -1269,7 +1394,7 @@ ApplicationWindow {
         objectName: "rtmpRow"
         spacing: 8
 
-        TextField {
+        Field {
             id: rtmpUrl
             objectName: "rtmpUrl"
             placeholderText: "rtmp://a.rtmp.youtube.com/live2/KEY"
@@ -1304,10 +1429,11 @@ ApplicationWindow {
 
         Caption {
             objectName: "srtScenarioCaption"
+            line: srtScenario.baselineOffset
             text: "Cenário"
         }
 
-        ComboBox {
+        Choice {
             id: srtScenario
             objectName: "srtScenario"
 
@@ -1353,10 +1479,11 @@ ApplicationWindow {
 
         Caption {
             objectName: "srtUrlCaption"
+            line: srtUrl.baselineOffset
             text: "URL"
         }
 
-        TextField {
+        Field {
             id: srtUrl
             objectName: "srtUrl"
             placeholderText: "srt://host:9000"
@@ -1366,6 +1493,7 @@ ApplicationWindow {
 
         Caption {
             objectName: "srtLatencyCaption"
+            line: srtLatency.baselineOffset
             text: "Latência (ms)"
         }
 
@@ -1382,10 +1510,11 @@ ApplicationWindow {
 
         Caption {
             objectName: "srtPassCaption"
+            line: srtPass.baselineOffset
             text: "Passphrase"
         }
 
-        TextField {
+        Field {
             id: srtPass
             objectName: "srtPass"
             placeholderText: "(opcional)"
@@ -1396,10 +1525,11 @@ ApplicationWindow {
 
         Caption {
             objectName: "srtStreamidCaption"
+            line: srtStreamid.baselineOffset
             text: "streamid"
         }
 
-        TextField {
+        Field {
             id: srtStreamid
             objectName: "srtStreamid"
             placeholderText: "literal, não URL-encoded"
@@ -1409,6 +1539,7 @@ ApplicationWindow {
 
         Caption {
             objectName: "srtOheadbwCaption"
+            line: srtOheadbw.baselineOffset
             text: "oheadbw (%)"
         }
 
@@ -1424,6 +1555,7 @@ ApplicationWindow {
 
         Caption {
             objectName: "srtMaxbwCaption"
+            line: srtMaxbw.baselineOffset
             text: "maxbw (bps, 0=auto)"
         }
 
@@ -1443,7 +1575,7 @@ ApplicationWindow {
         objectName: "srtlaRow"
         spacing: 8
 
-        TextField {
+        Field {
             id: srtlaHost
             objectName: "srtlaHost"
             placeholderText: "receptor Nimble (host)"
@@ -1639,7 +1771,7 @@ ApplicationWindow {
 
                 FocusFrame {
                     objectName: "previewFocus"
-                    visible: previewText.activeFocus
+                    visible: previewText.activeFocus && win.cameByKey(previewText)
                 }
             }
 
@@ -1875,14 +2007,32 @@ ApplicationWindow {
             ScrollView {
                 id: logScroll
                 objectName: "logScroll"
+
+                readonly property Flickable view: contentItem as Flickable
+                readonly property real end: Math.max(0, view.contentHeight - view.height)
+                property bool atEnd: true
+
                 contentWidth: availableWidth
                 Layout.fillWidth: true
                 Layout.fillHeight: true
+                onEndChanged: {
+                    if (atEnd)
+                        view.contentY = end
+                }
+
+                Connections {
+                    target: logScroll.view
+
+                    function onContentYChanged() {
+                        const view = logScroll.view
+                        logScroll.atEnd = view.contentY > view.contentHeight - view.height - logArea.bottomPadding - 1
+                    }
+                }
 
                 FocusFrame {
                     objectName: "logFocus"
                     parent: logScroll
-                    visible: logArea.activeFocus
+                    visible: logArea.activeFocus && win.cameByKey(logArea)
                 }
 
                 LogArea {
@@ -1900,7 +2050,7 @@ ApplicationWindow {
 
         readonly property int activeCount: win.activeCount
 
-        parent: win.contentItem
+        parent: win.T.Overlay.overlay // with the toolbar: the whole window
         anchors.centerIn: parent
         modal: true
         focus: true // keys go to the dialog, not to what it covers
@@ -1953,7 +2103,7 @@ ApplicationWindow {
 
         property int easterClicks: 0
 
-        parent: win.contentItem
+        parent: win.T.Overlay.overlay // with the toolbar: the whole window
         anchors.centerIn: parent
         modal: true
         focus: true // keys go to the dialog, not to what it covers
@@ -1963,7 +2113,11 @@ ApplicationWindow {
         font.capitalization: Font.MixedCase
         Material.background: theme.surface
         Material.elevation: 0
-        Component.onCompleted: standardButton(Dialog.Close).Accessible.name = "Fechar" // qmllint disable
+        Component.onCompleted: {
+            const close = standardButton(Dialog.Close)
+            close.text = "Fechar" // qmllint disable
+            close.Accessible.name = "Fechar" // qmllint disable
+        }
 
         Timer {
             id: easterTimer
@@ -2057,6 +2211,10 @@ ApplicationWindow {
                 Keys.onReturnPressed: linkActivated(site)
                 Keys.onEnterPressed: linkActivated(site)
                 onLinkActivated: link => Qt.openUrlExternally(link)
+
+            HoverHandler {
+                cursorShape: Qt.PointingHandCursor
+            }
 
                 FocusFrame {
                     objectName: "ndiLinkFocus"

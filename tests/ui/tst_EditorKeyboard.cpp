@@ -27,6 +27,7 @@ private Q_SLOTS:
     void backTabGoesTheSameWay();
     void focusIsSeen_data();
     void focusIsSeen();
+    void mouseNeedsNoFrame();
     void focusStaysInSight_data();
     void focusStaysInSight();
     void keysActOnTheFocusedButton_data();
@@ -300,6 +301,26 @@ void tst_EditorKeyboard::focusIsSeen()
         if (frames.contains(name))
             QVERIFY2(!m_ui->isShown(frames.value(name)), qPrintable(name));
     }
+}
+
+void tst_EditorKeyboard::mouseNeedsNoFrame()
+{
+    m_ui->focusByTab(u"pipelineList"_s);
+    QVERIFY(m_ui->isShown(u"pipelineListFocus"_s));
+    m_ui->click(u"logArea"_s);
+    QCOMPARE(m_ui->focused(), u"logArea"_s);
+    QVERIFY(!m_ui->isShown(u"logFocus"_s));
+
+    m_ui->openTab(3);
+    m_ui->click(u"previewText"_s);
+    QCOMPARE(m_ui->focused(), u"previewText"_s);
+    QVERIFY(!m_ui->isShown(u"previewFocus"_s));
+
+    // A row takes the focus for its stop button and for its name's field.
+    m_ui->doubleClick(m_ui->item(u"nameLabel"_s, m_ui->row(0)));
+    QTRY_COMPARE(m_ui->focused(), u"renameField"_s);
+    QVERIFY(!m_ui->isShown(u"pipelineListFocus"_s));
+    initTestCase(); // the window of the other functions
 }
 
 void tst_EditorKeyboard::focusStaysInSight_data()

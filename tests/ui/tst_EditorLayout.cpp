@@ -2,6 +2,8 @@
 
 #include <QTest>
 
+#include <cmath>
+
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
@@ -15,10 +17,19 @@ class tst_EditorLayout : public QObject
 private Q_SLOTS:
     void initTestCase();
     void scaleFactor();
+    void smallestSize();
     void nothingOverlaps_data();
     void nothingOverlaps();
     void pageScrollsToItsLastControl_data();
     void pageScrollsToItsLastControl();
+    void scrollBarStaysWhileThereIsMore_data();
+    void scrollBarStaysWhileThereIsMore();
+    void captionsShareTheirFieldsBaseline_data();
+    void captionsShareTheirFieldsBaseline();
+    void placeholdersCanBeRead_data();
+    void placeholdersCanBeRead();
+    void choicesStandOut_data();
+    void choicesStandOut();
     void listScrollsToItsLastRow_data();
     void listScrollsToItsLastRow();
     void logFollowsItsEnd_data();
@@ -36,7 +47,8 @@ private:
 
 namespace {
 
-const QList<QSize> sizes{{1280, 820}, {1024, 640}, {3840, 2160}};
+const QSize smallest(1000, 480);
+const QList<QSize> sizes{{1280, 820}, {1024, 640}, {3840, 2160}, smallest};
 const QStringList lastControls{u"fpsPicker"_s, u"encAudioBitrate"_s, u"clearOutputsButton"_s,
                                u"removePipelineButton"_s};
 
@@ -109,6 +121,23 @@ QStringList faultsIn(const QQuickItem *layout)
         }
     }
     return faults;
+}
+
+/// Relative luminance and contrast as WCAG 2.1 has them.
+double luminance(const QColor &colour)
+{
+    const auto linear = [](double part) {
+        return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+           0.0722 * linear(colour.blueF());
+}
+
+double contrast(const QColor &one, const QColor &other)
+{
+    const double a = luminance(one);
+    const double b = luminance(other);
+    return (qMax(a, b) + 0.05) / (qMin(a, b) + 0.05);
 }
 
 /// Texts that are cut off without saying so.
@@ -184,6 +213,11 @@ QQuickItem *tst_EditorLayout::pageAt(int index) const
     return m_ui->item(names.at(index));
 }
 
+void tst_EditorLayout::smallestSize()
+{
+    QCOMPARE(m_ui->window().minimumSize(), smallest);
+}
+
 void tst_EditorLayout::nothingOverlaps_data()
 {
     QTest::addColumn<QSize>("size");
@@ -246,6 +280,134 @@ void tst_EditorLayout::pageScrollsToItsLastControl()
     }
     QVERIFY2(bottom() <= view->height(), qPrintable(u"%1 of %2"_s.arg(bottom()).arg(view->height())));
     QCOMPARE(m_ui->warnings(), QStringList());
+}
+
+void tst_EditorLayout::scrollBarStaysWhileThereIsMore_data()
+{
+    nothingOverlaps_data();
+}
+
+void tst_EditorLayout::scrollBarStaysWhileThereIsMore()
+{
+    QFETCH(QSize, size);
+    QFETCH(int, page);
+
+    resize(size);
+    m_ui->openTab(page);
+    m_ui->settle();
+    QQuickItem *view = pageAt(page);
+    auto *bar = EditorBench::valueOf(view, u"ScrollBar.vertical"_s).value<QQuickItem *>();
+    auto *handle = EditorBench::valueOf(bar, u"contentItem"_s).value<QQuickItem *>();
+    auto *flickable = EditorBench::valueOf(view, u"contentItem"_s).value<QQuickItem *>();
+    const bool more = flickable->property("contentHeight").toReal() > flickable->height();
+    if (page == 1)
+        QCOMPARE(more, size.height() < 2000);
+    QTRY_COMPARE(bar->isVisible(), more);
+    if (more)
+        QTRY_COMPARE(handle->opacity(), 1.0);
+    // It covers no control.
+    const double right = view->property("availableWidth").toReal() - bar->width();
+    const QQuickItem *last = m_ui->item(lastControls.at(page));
+    QVERIFY(last->mapToItem(view, QPointF(last->width(), 0)).x() <= right);
+}
+
+void tst_EditorLayout::captionsShareTheirFieldsBaseline_data()
+{
+    QTest::addColumn<int>("page");
+    QTest::addColumn<QString>("field");
+
+    const QList<std::pair<int, QStringList>> fields{
+        {0, {u"srcKind"_s, u"srcUriField"_s, u"danteField"_s, u"resW"_s, u"fpsPicker"_s}},
+        {1,
+         {u"encCodec"_s, u"encHw"_s, u"encPreset"_s, u"encBitrate"_s, u"encKeyint"_s, u"encAudioCodec"_s,
+          u"encAudioBitrate"_s}},
+        {2,
+         {u"srtScenario"_s, u"srtUrl"_s, u"srtLatency"_s, u"srtPass"_s, u"srtStreamid"_s, u"srtOheadbw"_s,
+          u"srtMaxbw"_s}},
+    };
+    for (const auto &[page, names] : fields) {
+        for (const QString &name : names) {
+            QString caption = name;
+            caption.replace("srcUriField"_L1, "srcUri"_L1).replace("danteField"_L1, "dante"_L1);
+            caption.replace("resW"_L1, "resolution"_L1).replace("fpsPicker"_L1, "fps"_L1);
+            QTest::addRow("%sCaption", qPrintable(caption)) << page << name;
+        }
+    }
+}
+
+void tst_EditorLayout::captionsShareTheirFieldsBaseline()
+{
+    QFETCH(int, page);
+    QFETCH(QString, field);
+
+    resize({1280, 820});
+    m_ui->openTab(page);
+    m_ui->settle();
+    const auto baseline = [&](const QString &name) {
+        const QQuickItem *item = m_ui->item(name);
+        return item->mapToItem(pageAt(page), QPointF(0, item->baselineOffset())).y();
+    };
+    const double caption = baseline(QString::fromUtf8(QTest::currentDataTag()));
+    QVERIFY2(qAbs(caption - baseline(field)) <= 0.5,
+             qPrintable(u"%1 and %2"_s.arg(caption).arg(baseline(field))));
+}
+
+void tst_EditorLayout::placeholdersCanBeRead_data()
+{
+    QTest::addColumn<int>("page");
+
+    QTest::newRow("srcUriField") << 0;
+    QTest::newRow("danteField") << 0;
+    QTest::newRow("rtmpUrl") << 2;
+    QTest::newRow("srtUrl") << 2;
+    QTest::newRow("srtPass") << 2;
+    QTest::newRow("srtStreamid") << 2;
+    QTest::newRow("srtlaHost") << 2;
+}
+
+void tst_EditorLayout::placeholdersCanBeRead()
+{
+    QFETCH(int, page);
+
+    m_ui->openTab(page);
+    const QString field = QString::fromUtf8(QTest::currentDataTag());
+    const QColor text = m_ui->value(field, u"placeholderTextColor"_s).value<QColor>();
+    const QColor behind = m_ui->value(u"centrePanel"_s, u"color"_s).value<QColor>();
+    QCOMPARE(text.alpha(), 255);
+    QVERIFY2(contrast(text, behind) >= 4.5, qPrintable(QString::number(contrast(text, behind))));
+}
+
+void tst_EditorLayout::choicesStandOut_data()
+{
+    QTest::addColumn<int>("page");
+
+    QTest::newRow("srcKind") << 0;
+    QTest::newRow("fpsPicker") << 0;
+    QTest::newRow("encCodec") << 1;
+    QTest::newRow("srtScenario") << 2;
+}
+
+// Some versions of the style fill them, others draw a line round them.
+void tst_EditorLayout::choicesStandOut()
+{
+    QFETCH(int, page);
+
+    resize({1280, 820});
+    m_ui->openTab(page);
+    m_ui->settle();
+    const QImage shown = m_ui->window().grabWindow();
+    const double scale = shown.devicePixelRatio();
+    const QQuickItem *choice = m_ui->item(QString::fromUtf8(QTest::currentDataTag()));
+    const QRectF place = choice->mapRectToScene(choice->boundingRect());
+    const auto at = [&](double x) {
+        return shown.pixelColor(int(x * scale), int((place.top() + place.height() * 0.7) * scale));
+    };
+    const QColor behind = at(place.left() - 6);
+    QCOMPARE(behind, m_ui->value(u"centrePanel"_s, u"color"_s).value<QColor>());
+    double most = 1;
+    for (int x = 0; x < 12; ++x)
+        most = qMax(most, contrast(at(place.left() + x), behind));
+    QVERIFY2(most >= 1.25, qPrintable(QString::number(most)));
 }
 
 void tst_EditorLayout::listScrollsToItsLastRow_data()

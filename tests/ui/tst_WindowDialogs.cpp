@@ -105,10 +105,11 @@ void tst_WindowDialogs::modalAndCentred()
     QFETCH(const QString, opener);
     QFETCH(const QString, title);
     onAir();
-    QObject *opened = dialog(QTest::currentDataTag());
-    QVERIFY(!opened->property("visible").toBool());
+    QVERIFY(!dialog(QTest::currentDataTag()));
     QTRY_VERIFY(m_ui->item(opener)->isVisible() && m_ui->item(opener)->width() > 0);
     m_ui->click(opener);
+    QObject *opened = dialog(QTest::currentDataTag());
+    QVERIFY(opened);
     QTRY_VERIFY(opened->property("opened").toBool());
     QCOMPARE(lookText(opened, u"modal"_s), u"true"_s);
     QCOMPARE(lookText(opened, u"title"_s), title);
@@ -118,10 +119,9 @@ void tst_WindowDialogs::modalAndCentred()
     const QPointF centre(opened->property("x").toReal() + opened->property("width").toReal() / 2,
                          opened->property("y").toReal() + opened->property("height").toReal() / 2);
     const QPointF onWindow = overlay->mapToScene(centre);
-    // Centred between toolbar and lower edge: the window's content is what a dialog is centred in.
-    const QRectF content = overlay->mapRectToScene(QRectF(0, 0, overlay->width(), overlay->height()));
-    QVERIFY2((onWindow - content.center()).manhattanLength() <= 2, qPrintable(QDebug::toString(onWindow)));
-    QCOMPARE(content.width(), 1280.0);
+    const QPointF expected(m_ui->window().width() / 2.0, m_ui->window().height() / 2.0);
+    QVERIFY2((onWindow - expected).manhattanLength() <= 2, qPrintable(QDebug::toString(onWindow)));
+    QCOMPARE(m_ui->window().size(), QSize(1280, 820));
 
     // Nothing behind it can be pressed.
     m_ui->click(u"addButton"_s);
@@ -207,6 +207,7 @@ void tst_WindowDialogs::aboutCloses()
     QMetaObject::invokeMethod(const_cast<QQuickItem *>(footer), "itemAt", Q_RETURN_ARG(QQuickItem *, close),
                               Q_ARG(int, 0));
     QCOMPARE(footer->property("count").toInt(), 1);
+    QCOMPARE(lookText(close, u"text"_s), u"Fechar"_s);
     m_ui->click(close);
     QTRY_VERIFY(!isOpen("aboutDialog"));
 }
@@ -234,9 +235,9 @@ void tst_WindowDialogs::easterLine_data()
 void tst_WindowDialogs::easterLine()
 {
     QFETCH(const QList<int>, clicks);
-    m_ui->object(u"easterTimer"_s)->setProperty("interval", 600000);
     for (qsizetype i = 0; i < clicks.size(); ++i) {
         openAbout();
+        m_ui->object(u"easterTimer"_s)->setProperty("interval", 600000);
         clickArt(clicks.at(i));
         if (i + 1 < clicks.size()) {
             m_ui->press(Qt::Key_Escape);
@@ -266,7 +267,13 @@ void tst_WindowDialogs::linkOpensInTheBrowser()
     Browser browser;
     QDesktopServices::setUrlHandler(u"https"_s, &browser, "open");
     openAbout();
-    QTRY_VERIFY(m_ui->item(u"ndiLink"_s)->width() > 0);
+    const QQuickItem *link = m_ui->item(u"ndiLink"_s);
+    QTRY_VERIFY(link->width() > 0);
+    QCOMPARE(m_ui->window().cursor().shape(), Qt::ArrowCursor);
+    const QPoint centre = link->mapToScene(QPointF(link->width() / 2, link->height() / 2)).toPoint();
+    QTest::mouseMove(&m_ui->window(), centre + QPoint(1, 1));
+    QTest::mouseMove(&m_ui->window(), centre);
+    QTRY_COMPARE(m_ui->window().cursor().shape(), Qt::PointingHandCursor);
     m_ui->click(u"ndiLink"_s);
     QDesktopServices::unsetUrlHandler(u"https"_s);
     QCOMPARE(browser.opened, QStringList{u"https://ndi.video"_s});

@@ -36,6 +36,7 @@ private Q_SLOTS:
     void rowStopButton_data();
     void rowStopButton();
     void rowStopButtonFollowsTheList();
+    void clickedStopButtonHasNoFrame();
     void renameFieldIsNamed();
     void tabLeavesTheRenameField_data();
     void tabLeavesTheRenameField();
@@ -146,6 +147,22 @@ void tst_WindowKeyboard::rowStopButtonFollowsTheList()
     QCOMPARE(m_ui->focused(), u"emptyAddButton"_s);
     m_ui->press(Qt::Key_Backtab, Qt::ShiftModifier);
     QCOMPARE(m_ui->focused(), u"rowStopButton"_s);
+}
+
+void tst_WindowKeyboard::clickedStopButtonHasNoFrame()
+{
+    onAir(u"Palco"_s);
+    const auto hasFrame = [&] { return m_ui->isShown(u"pipelineListFocus"_s); };
+    m_ui->click(u"rowStopButton"_s);
+    QCOMPARE(m_ui->focused(), u"rowStopButton"_s);
+    QVERIFY(!hasFrame());
+    m_ui->engine().addPipeline(u"Coro"_s); // renews the rows, and with them the button
+    QTRY_COMPARE(m_ui->focused(), u"pipelineList"_s);
+    QVERIFY(!hasFrame());
+    m_ui->press(Qt::Key_Down);
+    QVERIFY(hasFrame());
+    m_ui->focusByTab(u"rowStopButton"_s);
+    QVERIFY(hasFrame());
 }
 
 void tst_WindowKeyboard::renameFieldIsNamed()

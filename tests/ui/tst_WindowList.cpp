@@ -58,6 +58,8 @@ private Q_SLOTS:
     void stopAllButtonAsks();
     void namelessShowsItsPlace();
     void listScrolls();
+    void newStreamComesIntoView_data();
+    void newStreamComesIntoView();
     void changesAreShownTogether();
     void listIsReadOnceAChange();
     void clickOnAVanishedRow();
@@ -261,6 +263,41 @@ void tst_WindowList::listScrolls()
     QTRY_VERIFY(m_ui->row(39));
     m_ui->click(m_ui->row(39));
     QCOMPARE(m_ui->selectedId(), last);
+}
+
+void tst_WindowList::newStreamComesIntoView_data()
+{
+    QTest::addColumn<bool>("busy"); // whether the list has just been renewed, so that the next change waits
+
+    QTest::newRow("at rest") << false;
+    QTest::newRow("just after another change") << true;
+}
+
+void tst_WindowList::newStreamComesIntoView()
+{
+    QFETCH(const bool, busy);
+    for (int i = 0; i < 40; ++i)
+        m_ui->engine().addPipeline({});
+    m_ui->awaitRest();
+    QQuickItem *list = m_ui->item(u"pipelineList"_s);
+    QMetaObject::invokeMethod(list, "positionViewAtBeginning");
+    QTRY_VERIFY(m_ui->row(0));
+    if (busy)
+        m_ui->engine().renamePipeline(m_ui->engine().pipelines().at(3).toMap().value(u"id"_s).toString(),
+                                      u"x"_s);
+    m_ui->click(u"addButton"_s);
+    QCOMPARE(m_ui->engine().pipelines().size(), 41);
+    const auto inView = [&] {
+        const QQuickItem *row = m_ui->row(40);
+        if (!row || row->height() <= 0)
+            return false;
+        const QRectF place = row->mapRectToItem(list, QRectF(0, 0, row->width(), row->height()));
+        return place.top() >= -0.5 && place.bottom() <= list->height() + 0.5;
+    };
+    QTRY_VERIFY(inView());
+    QCOMPARE(lookText(m_ui->row(40), u"color"_s), u"#2e2e34"_s);
+    m_ui->awaitRest();
+    QVERIFY(inView());
 }
 
 void tst_WindowList::changesAreShownTogether()

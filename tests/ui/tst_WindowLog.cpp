@@ -2,6 +2,8 @@
 #include "tests/ui/LookTable.h"
 
 #include <QElapsedTimer>
+#include <QQmlContext>
+#include <QQmlProperty>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
@@ -33,6 +35,8 @@ private Q_SLOTS:
     void clearedAndBegunAgain();
     void sameTextTwice();
     void followsTheNewestLine();
+    void staysAtTheNewestLine_data();
+    void staysAtTheNewestLine();
     void readOnly();
     void markupStandsLiterally_data();
     void markupStandsLiterally();
@@ -227,6 +231,47 @@ void tst_WindowLog::followsTheNewestLine()
     QVERIFY(!atEnd());
     m_ui->engine().appendLog(u"a mais nova"_s);
     QTRY_VERIFY(atEnd());
+}
+
+void tst_WindowLog::staysAtTheNewestLine_data()
+{
+    QTest::addColumn<QSize>("window");
+    QTest::addColumn<double>("pane");
+
+    QTest::newRow("a lower pane") << QSize(1280, 820) << 70.0;
+    QTest::newRow("a higher pane") << QSize(1280, 820) << 400.0;
+    QTest::newRow("a narrower window, where lines wrap") << QSize(1000, 820) << 160.0;
+}
+
+void tst_WindowLog::staysAtTheNewestLine()
+{
+    QFETCH(const QSize, window);
+    QFETCH(const double, pane);
+    for (int i = 0; i < 100; ++i)
+        m_ui->engine().appendLog(u"linha %1 "_s.arg(i) + QString(180, u'x'));
+    m_ui->awaitRest();
+    QQuickItem *logPane = m_ui->item(u"logPane"_s);
+    QQmlProperty paneHeight(logPane, u"SplitView.preferredHeight"_s, qmlContext(logPane));
+    const QQuickItem *view = m_ui->item(u"logScroll"_s);
+    const auto newestInView = [&] {
+        const QRectF cursor = m_area->property("cursorRectangle").toRectF();
+        const QRectF place = m_area->mapRectToItem(view, cursor);
+        return place.top() >= 0 && place.bottom() <= view->height() + 0.5;
+    };
+    QTRY_VERIFY(newestInView());
+
+    m_ui->window().resize(window);
+    QVERIFY(paneHeight.write(pane));
+    QTRY_COMPARE(logPane->height(), pane);
+    QTRY_COMPARE(logPane->width(), double(window.width()));
+    QTRY_VERIFY(newestInView());
+
+    // Who reads further up stays there.
+    auto *flickable = view->property("contentItem").value<QQuickItem *>();
+    flickable->setProperty("contentY", 0.0);
+    QVERIFY(paneHeight.write(100.0));
+    QTRY_COMPARE(logPane->height(), 100.0);
+    QCOMPARE(flickable->property("contentY").toReal(), 0.0);
 }
 
 void tst_WindowLog::readOnly()

@@ -34,7 +34,7 @@ void tst_WindowLookDialogs::initTestCase()
     m_ui = std::make_unique<Interface>();
     m_ui->engine().startPipeline(m_ui->addFake(u"progress"_s));
     for (const QString &name : {u"stopAllDialog"_s, u"aboutDialog"_s}) {
-        QMetaObject::invokeMethod(m_ui->object(name), "open");
+        QMetaObject::invokeMethod(m_ui->item(name + "Loader"_L1), "open");
         QTRY_VERIFY(m_ui->object(name)->property("opened").toBool());
     }
 }

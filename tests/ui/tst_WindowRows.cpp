@@ -2,6 +2,8 @@
 #include "tests/ui/LookTable.h"
 
 #include <QFile>
+#include <QQmlContext>
+#include <QQmlProperty>
 #include <QTest>
 
 #include <memory>
@@ -27,6 +29,7 @@ private Q_SLOTS:
     void telemetryForms_data();
     void telemetryForms();
     void levelOfAFallingStream();
+    void warningStandsWhole();
     void refreshEverySecond();
     void stopTakesTwoClicks();
     void stopWhileStarting();
@@ -220,6 +223,28 @@ void tst_WindowRows::levelOfAFallingStream()
     QCOMPARE(textInRow(u"telemetryLine"_s), u"30fps · 6012kb/s · RTT 0ms · drop 3 · ⬇nível 1"_s);
 }
 
+// In a row as narrow as the sidebar allows, beside the armed button.
+void tst_WindowRows::warningStandsWhole()
+{
+    const QString id = onAir(u"drops=100"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(m_ui->pipeline(id)->level(), 1, 30000);
+    const_cast<Telemetry &>(m_ui->pipeline(id)->telemetry()).sndDrop = 123456;
+    rebuild();
+    const double before = m_ui->row(0)->height();
+    QQuickItem *sidebar = m_ui->item(u"sidebar"_s);
+    QVERIFY(QQmlProperty(sidebar, u"SplitView.preferredWidth"_s, qmlContext(sidebar)).write(220));
+    QTRY_COMPARE(sidebar->width(), 220.0);
+    m_ui->row(0)->setProperty("confirmingStop", true);
+    const QQuickItem *line = inRow(u"telemetryLine"_s);
+    QVERIFY(textInRow(u"telemetryLine"_s).endsWith(u"⬇nível 1"_s));
+    QTRY_VERIFY(line->property("lineCount").toInt() > 1);
+    QCOMPARE(lookText(inRow(u"telemetryLine"_s), u"truncated"_s), u"false"_s);
+    QVERIFY(line->property("contentWidth").toReal() <= line->width());
+    QTRY_VERIFY(m_ui->row(0)->height() > before);
+    QTRY_COMPARE(m_ui->row(0)->height(), inRow(u"plCol"_s)->implicitHeight() + 16);
+    QVERIFY(line->mapRectToItem(m_ui->row(0), line->boundingRect()).bottom() <= m_ui->row(0)->height());
+}
+
 void tst_WindowRows::refreshEverySecond()
 {
     // A pipeline that has never been edited reports each second; its record gets its output by the back door.
@@ -263,6 +288,9 @@ void tst_WindowRows::stopTakesTwoClicks()
     QCOMPARE(lookText(inRow(u"rowStopButton"_s), u"implicitWidth"_s), u"72"_s);
     QCOMPARE(lookText(inRow(u"rowStopButton"_s), u"implicitHeight"_s), u"28"_s);
     QCOMPARE(lookText(inRow(u"rowStopButton"_s), u"Material.foreground"_s), u"#e05555"_s);
+    QCOMPARE(lookText(inRow(u"rowStopButton"_s), u"background.border.color"_s), u"#e05555"_s);
+    QVERIFY(lookText(inRow(u"rowStopButton"_s), u"background.border.width"_s).toInt() > 0);
+    QCOMPARE(lookText(inRow(u"rowStopButton"_s), u"background.opacity"_s), u"1"_s);
     QCOMPARE(state(id), Pipeline::State::Running);
 
     clickStop();

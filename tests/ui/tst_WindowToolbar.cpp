@@ -189,9 +189,10 @@ void tst_WindowToolbar::updateButton()
 void tst_WindowToolbar::aboutButtonOpensTheDialog()
 {
     Interface ui;
-    const QObject *dialog = ui.object(u"aboutDialog"_s);
-    QVERIFY(!dialog->property("visible").toBool());
+    QVERIFY(!ui.object(u"aboutDialog"_s));
     ui.click(u"aboutButton"_s);
+    const QObject *dialog = ui.object(u"aboutDialog"_s);
+    QVERIFY(dialog);
     QTRY_VERIFY(dialog->property("opened").toBool());
     QCOMPARE(ui.warnings(), QStringList());
 }
