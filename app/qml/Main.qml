@@ -34,8 +34,7 @@ ApplicationWindow {
     }
 
     function readPipelines() {
-        pipelineRows = engine.pipelines
-        refreshSelected(pipelineRows)
+        refreshSelected()
         rowsDue = true
         pace.change()
     }
@@ -47,8 +46,9 @@ ApplicationWindow {
         shownRows = pipelineRows
     }
 
-    function refreshSelected(rows) {
-        selectedPipeline = selectedId === "" ? null : rows[indexOf(rows, selectedId)] ?? null
+    function refreshSelected() {
+        pipelineRows = engine.pipelines
+        selectedPipeline = selectedId === "" ? null : pipelineRows[indexOf(pipelineRows, selectedId)] ?? null
     }
 
     function addPipeline() {
@@ -71,7 +71,7 @@ ApplicationWindow {
     Material.accent: theme.accent
 
     Component.onCompleted: readPipelines()
-    onSelectedIdChanged: refreshSelected(engine.pipelines)
+    onSelectedIdChanged: refreshSelected()
     onFrameSwapped: {
         if (!complete)
             Qt.callLater(() => complete = true) // qmllint disable
