@@ -7,7 +7,7 @@
 
 namespace corvane {
 
-// What the program and its guardian have to understand alike: under which names the program is known, where
+// Shared knowledge of the program and its guardian: under which names the program is known, where
 // it keeps its runtime directory, which marks it leaves there, which feed it asks. The files of an update are
 // in UpdateFiles.
 

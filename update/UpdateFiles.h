@@ -14,12 +14,12 @@ namespace corvane {
 [[nodiscard]] QString applyRequestPath(const QString &runtimeDir); ///< "…/update/apply-now"
 [[nodiscard]] QString packageFileName(const QString &version);     ///< "CORVANE-<version>.zip", unchecked
 
-/// Whether a file of this name lies in the directory that it is made in, on every platform: no separator, no
+/// True if a file of this name lies in the directory that it is made in, on every platform: no separator, no
 /// drive or stream letter, no control character. The version in packageFileName() is the publisher's text,
 /// and the name has to be asked about before it is used.
 [[nodiscard]] bool isPlainFileName(const QString &name);
 
-/// What the program has verified and left for the guardian: the content of the ready file.
+/// Content of the ready file: the package that the program has verified and left for the guardian.
 struct ReadyUpdate
 {
     QString package;     ///< full path of the zip file

@@ -10,7 +10,7 @@ namespace corvane {
 /// The one platform whose packages this program takes.
 inline constexpr QLatin1String platformKey{"windows-x64"};
 
-/// What the feed says about the latest version. The field names are the manifest's.
+/// Manifest of the latest version, as the feed has it. The field names are the manifest's.
 struct UpdateManifest
 {
     QString version;

@@ -9,7 +9,7 @@ namespace corvane {
 /// HTTP.
 [[nodiscard]] QNetworkRequest updateRequest(const QUrl &url);
 
-/// Whether `feed` may be asked for a manifest: over HTTPS alone, without any exception.
+/// True if `feed` may be asked for a manifest: over HTTPS alone, without any exception.
 [[nodiscard]] bool isAcceptedFeed(const QUrl &feed);
 
 } // namespace corvane
