@@ -4,20 +4,26 @@
 //   beats     its heartbeat goes on; it exits in order when do-quit appears in the runtime directory, and
 //             crashes when do-crash does
 //   mute      it lives without a heartbeat
+//   once      one beat, and none after it
+//   falls     a few beats, then it crashes
 //   crashes   at once
 //   fails     at once, with exit code 255 and no marks of an end
 //   leaves    at once, in order
 //
+// It transmits while the file "on-air" is in the runtime directory: a process of its own runs, as an encoder
+// does.
+//
 // Each start adds a line to "starts" in the runtime directory: the text of the file "version" beside it, and
-// its feed,
-// "-" without one.
+// its feed, "-" without one.
 
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QTimer>
 
+#include <cstdio>
 #include <cstdlib>
 
 #ifdef Q_OS_WIN
@@ -56,6 +62,8 @@ void write(const QString &path, const QByteArray &text, QIODevice::OpenMode mode
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
+    if (QCoreApplication::arguments().value(1) == "--encoder"_L1)
+        return std::getchar() == EOF ? 0 : 1; // it ends with the program that has started it
     const QString runtime = qEnvironmentVariable("CORVANE_RUNTIME_DIR");
     const QString own = QCoreApplication::applicationDirPath();
     const QByteArray behaviour = contentsOf(own + "/behaviour"_L1);
@@ -84,10 +92,27 @@ int main(int argc, char *argv[])
     QObject::connect(&beat, &QTimer::timeout, &app, [&] {
         write(runtime + "/.heartbeat"_L1, QByteArray::number(QDateTime::currentMSecsSinceEpoch()));
     });
-    if (behaviour == "beats")
-        beat.start(50);
+    constexpr int beatMs = 50;
+    constexpr int fewBeatsMs = 300;
+    if (behaviour == "beats" || behaviour == "falls")
+        beat.start(beatMs);
+    if (behaviour == "once") {
+        beat.setSingleShot(true);
+        beat.start(beatMs);
+    }
+    if (behaviour == "falls")
+        QTimer::singleShot(fewBeatsMs, [] { crash(); });
+    QProcess encoder;
+    const QString encoderPath = runtime + "/ffmpeg"_L1;
+    QFile::copy(QCoreApplication::applicationFilePath(), encoderPath);
     QTimer orders;
     QObject::connect(&orders, &QTimer::timeout, &app, [&] {
+        if (QFile::exists(runtime + "/on-air"_L1) != (encoder.state() != QProcess::NotRunning)) {
+            if (encoder.state() == QProcess::NotRunning)
+                encoder.start(encoderPath, {u"--encoder"_s});
+            else
+                encoder.kill();
+        }
         if (QFile::remove(runtime + "/do-crash"_L1))
             crash();
         if (QFile::remove(runtime + "/do-quit"_L1))
@@ -95,6 +120,8 @@ int main(int argc, char *argv[])
     });
     orders.start(20);
     const int exitCode = QCoreApplication::exec();
+    encoder.kill();
+    encoder.waitForFinished();
     leave();
     return exitCode;
 }

@@ -19,7 +19,7 @@ int main(int argc, char *argv[])
 {
     const QCoreApplication app(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
-    const Installation installation{arguments.value(1), u"corvane"_s};
+    const Installation installation{arguments.value(1), u"corvane"_s, {}};
     const QString action = arguments.value(2);
 
     DirectorySwap swap(installation);
@@ -29,8 +29,8 @@ int main(int argc, char *argv[])
             std::_Exit(9);
     };
     if (action == "install"_L1)
-        return swap.install(readStamp(installation.next())) ? 0 : 1;
+        return swap.install(readStamp(installation.next())).isEmpty() ? 0 : 1;
     if (action == "roll-back"_L1)
-        return swap.rollBack() ? 0 : 1;
+        return swap.rollBack().isEmpty() ? 0 : 1;
     return swap.recover() != DirectorySwap::Found::Broken ? 0 : 1;
 }

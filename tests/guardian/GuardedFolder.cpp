@@ -3,6 +3,7 @@
 
 #include "tests/support/Processes.h"
 #include "tools/guardian/FileNames.h"
+#include "tools/guardian/OwnFolder.h"
 #include "update/UpdateFiles.h"
 
 #include <QCryptographicHash>
@@ -24,12 +25,12 @@ GuardedFolder::GuardedFolder()
     qputenv("PATH", searched.toLocal8Bit());
     install(path(u"app"_s), "0.1.0", "beats");
     QDir().mkpath(runtimeDir() + "/update"_L1);
-    QDir().mkpath(installation().own());
+    QCOMPARE(guardian::makeOwnFolder(installation().own()), QString());
 }
 
 guardian::Installation GuardedFolder::installation() const
 {
-    return {QFileInfo(path(u"app"_s)).canonicalFilePath(), guardian::programFileName()};
+    return {QFileInfo(path(u"app"_s)).canonicalFilePath(), guardian::programFileName(), {}};
 }
 
 guardian::GuardianSettings GuardedFolder::settings() const

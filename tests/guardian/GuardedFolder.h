@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/guardian/ZipMaker.h"
-#include "tools/guardian/Guardian.h"
+#include "tools/guardian/Supervisor.h"
 
 #include <QByteArray>
 #include <QList>

@@ -1,9 +1,13 @@
 #include "tests/guardian/GuardianBench.h"
 
+#include "tests/support/Files.h"
 #include "tests/support/TestSupport.h"
 
 #include <QFile>
+#include <QTest>
 #include <QTimer>
+
+#include <utility>
 
 namespace corvane::test {
 
@@ -19,14 +23,48 @@ void GuardianBench::guard(const guardian::GuardianSettings &settings)
     m_guardian.reset();
     m_lines.clear();
     m_exitCode = -1;
-    m_guardian = std::make_unique<guardian::Guardian>(settings, [this](const auto &answer) {
-        QTimer::singleShot(0, this, [this, answer] { answer(manifest, feedError); });
+    m_guardian = std::make_unique<guardian::Supervisor>(settings, [this](const auto &answer) {
+        ++feedQuestions;
+        m_answer = answer;
+        if (!feedWaits)
+            QTimer::singleShot(0, this, &GuardianBench::answerFeed);
     });
-    connect(m_guardian.get(), &guardian::Guardian::logged, this,
-            [this](const QString &line) { m_lines << line; });
-    connect(m_guardian.get(), &guardian::Guardian::finished, this,
+    connect(m_guardian.get(), &guardian::Supervisor::logged, this, [this](const QString &line) {
+        m_lines << line;
+        if (onLine)
+            onLine(line);
+    });
+    connect(m_guardian.get(), &guardian::Supervisor::finished, this,
             [this](int exitCode) { m_exitCode = exitCode; });
     m_guardian->run();
+}
+
+void GuardianBench::answerFeed()
+{
+    const guardian::ManifestAnswer answer = std::exchange(m_answer, nullptr);
+    if (answer)
+        answer(manifest, feedError);
+}
+
+void GuardianBench::startBySomebody(const QString &runtimeDirectory)
+{
+    m_somebodysDirectory = runtimeDirectory;
+    const qsizetype before = fileLines(runtimeDirectory + "/starts"_L1).size();
+    m_somebody.setEnvironment(
+        {"CORVANE_RUNTIME_DIR="_L1 + runtimeDirectory, "PATH="_L1 + qEnvironmentVariable("PATH")});
+    m_somebody.start(installation().programPath(), QStringList());
+    QVERIFY(waitUntil([&] { return fileLines(runtimeDirectory + "/starts"_L1).size() > before; }));
+}
+
+bool GuardianBench::somebodysRunLives() const
+{
+    return m_somebody.state() != QProcess::NotRunning;
+}
+
+void GuardianBench::endSomebodysRun()
+{
+    writeFile(m_somebodysDirectory + "/do-quit"_L1, {});
+    QVERIFY(waitUntil([&] { return !somebodysRunLives(); }));
 }
 
 void GuardianBench::stageAndRequest(const QByteArray &version, const QByteArray &behaviour)

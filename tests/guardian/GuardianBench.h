@@ -1,14 +1,16 @@
 #pragma once
 
 #include "tests/guardian/GuardedFolder.h"
-#include "tools/guardian/Guardian.h"
+#include "tools/guardian/Supervisor.h"
 #include "tools/guardian/UpdateRecord.h"
 
 #include <QByteArray>
 #include <QObject>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 
 namespace corvane::test {
@@ -38,11 +40,27 @@ public:
     [[nodiscard]] guardian::UpdateRecord record() const;
     [[nodiscard]] QByteArray installed() const { return versionIn(installation().directory); }
 
-    QByteArray manifest; ///< what the feed answers…
-    QString feedError;   ///< …or why it doesn't
+    /// A run of the installed program that somebody else has started, with the marks in `runtimeDirectory`.
+    /// It ends with the bench at the latest. Returns when its start has been written down.
+    void startBySomebody(const QString &runtimeDirectory);
+    [[nodiscard]] bool somebodysRunLives() const;
+    /// Has the run by somebody end in order.
+    void endSomebodysRun();
+
+    QByteArray manifest;    ///< what the feed answers…
+    QString feedError;      ///< …or why it doesn't
+    bool feedWaits = false; ///< it doesn't answer before answerFeed()
+    [[nodiscard]] bool isFeedAsked() const { return m_answer != nullptr; }
+    void answerFeed();
+    int feedQuestions = 0; ///< so far
+
+    std::function<void(const QString &line)> onLine; ///< sees each line of the log
 
 private:
-    std::unique_ptr<guardian::Guardian> m_guardian;
+    QProcess m_somebody;
+    QString m_somebodysDirectory;
+    guardian::ManifestAnswer m_answer; ///< that waits
+    std::unique_ptr<guardian::Supervisor> m_guardian;
     QStringList m_lines;
     int m_exitCode = -1;
 };

@@ -5,12 +5,15 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
 
 using namespace Qt::StringLiterals;
+using namespace corvane;
 using namespace corvane::guardian;
 using namespace corvane::test;
 
@@ -59,6 +62,8 @@ private Q_SLOTS:
     void killedOnTheWayBack_data();
     void killedOnTheWayBack();
     void whatIsInPlaceStaysIfTheOtherIsMissing();
+    void theSystemsWordsForWhatFails();
+    void everyNameReachesTheDisk();
     void aJournalThatCantBeWritten_data();
     void aJournalThatCantBeWritten();
 
@@ -76,7 +81,7 @@ private:
 void tst_DirectorySwap::init()
 {
     m_folder = std::make_unique<QTemporaryDir>();
-    m_at = {m_folder->filePath(u"app"_s), u"corvane"_s};
+    m_at = {m_folder->filePath(u"app"_s), u"corvane"_s, {}};
     QVERIFY(QDir().mkpath(m_at.own()));
     makeInstallation(m_at.directory, "0.1.0");
 }
@@ -84,8 +89,9 @@ void tst_DirectorySwap::init()
 void tst_DirectorySwap::stageNext(const QByteArray &version) const
 {
     makeInstallation(m_at.next(), version);
-    QVERIFY(writeStamp(m_at.next(), {"id of "_L1 + QString::fromLatin1(version), QString::fromLatin1(version),
-                                     u"digest"_s}));
+    QCOMPARE(writeStamp(m_at.next(), {"id of "_L1 + QString::fromLatin1(version),
+                                      QString::fromLatin1(version), u"digest"_s}),
+             QString());
 }
 
 int tst_DirectorySwap::victim(const QString &action, const QString &way, int step) const
@@ -118,7 +124,7 @@ void tst_DirectorySwap::installConfirm()
     stageNext("0.2.0");
     DirectorySwap swap(m_at);
     swap.mayExchange = exchange;
-    QVERIFY(swap.install(readStamp(m_at.next())));
+    QCOMPARE(swap.install(readStamp(m_at.next())), QString());
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.2.0"));
     QCOMPARE(versionIn(m_at.previous()), QByteArray("0.1.0"));
     QCOMPARE(swap.onTrial().version, u"0.2.0"_s);
@@ -141,8 +147,8 @@ void tst_DirectorySwap::installRollBack()
     stageNext("0.2.0");
     DirectorySwap swap(m_at);
     swap.mayExchange = exchange;
-    QVERIFY(swap.install(readStamp(m_at.next())));
-    QVERIFY(swap.rollBack());
+    QCOMPARE(swap.install(readStamp(m_at.next())), QString());
+    QCOMPARE(swap.rollBack(), QString());
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
     QCOMPARE(versionIn(m_at.failed()), QByteArray("0.2.0"));
     QCOMPARE(kept(), QStringList{u"failed"_s});
@@ -154,7 +160,7 @@ void tst_DirectorySwap::theSecondUpdateKeepsTheFirst()
     DirectorySwap swap(m_at);
     for (const QByteArray &version : {QByteArray("0.2.0"), QByteArray("0.3.0")}) {
         stageNext(version);
-        QVERIFY(swap.install(readStamp(m_at.next())));
+        QCOMPARE(swap.install(readStamp(m_at.next())), QString());
         swap.confirm();
     }
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.3.0"));
@@ -176,7 +182,7 @@ void tst_DirectorySwap::nothingToRecover()
 void tst_DirectorySwap::nothingToRollBackTo()
 {
     DirectorySwap swap(m_at);
-    QVERIFY(!swap.rollBack());
+    QVERIFY(!swap.rollBack().isEmpty());
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
 }
 
@@ -210,7 +216,7 @@ void tst_DirectorySwap::killedOnTheWayForward()
             if (found == DirectorySwap::Found::Trial) {
                 QCOMPARE(versionIn(m_at.directory), QByteArray("0.2.0"));
                 QCOMPARE(versionIn(m_at.previous()), QByteArray("0.1.0"));
-                QVERIFY(swap.rollBack());
+                QCOMPARE(swap.rollBack(), QString());
             }
             QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
             QVERIFY(!QFileInfo::exists(m_at.next()));
@@ -237,7 +243,7 @@ void tst_DirectorySwap::killedOnTheWayBack()
         for (int recoveryStep = 0; recoveryStep < 20; ++recoveryStep) {
             init();
             stageNext("0.2.0");
-            QVERIFY(DirectorySwap(m_at).install(readStamp(m_at.next())));
+            QCOMPARE(DirectorySwap(m_at).install(readStamp(m_at.next())), QString());
             code = victim(u"roll-back"_s, way, step);
             const int recovered = victim(u"recover"_s, way, recoveryStep);
 
@@ -246,7 +252,7 @@ void tst_DirectorySwap::killedOnTheWayBack()
             QVERIFY2(found != DirectorySwap::Found::Broken, qPrintable(QString::number(step)));
             if (found == DirectorySwap::Found::Trial) {
                 QCOMPARE(versionIn(m_at.directory), QByteArray("0.2.0"));
-                QVERIFY(swap.rollBack());
+                QCOMPARE(swap.rollBack(), QString());
             }
             QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
             QCOMPARE(versionIn(m_at.failed()), QByteArray("0.2.0"));
@@ -263,12 +269,89 @@ void tst_DirectorySwap::killedOnTheWayBack()
 void tst_DirectorySwap::whatIsInPlaceStaysIfTheOtherIsMissing()
 {
     DirectorySwap swap(m_at); // nothing has been unpacked
-    QVERIFY(!swap.install({u"id"_s, u"0.2.0"_s, u"digest"_s}));
+    QVERIFY(!swap.install({u"id"_s, u"0.2.0"_s, u"digest"_s}).isEmpty());
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
     swap.mayExchange = false;
-    QVERIFY(!swap.install({u"id"_s, u"0.2.0"_s, u"digest"_s}));
+    QVERIFY(!swap.install({u"id"_s, u"0.2.0"_s, u"digest"_s}).isEmpty());
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
     QCOMPARE(DirectorySwap(m_at).recover(), DirectorySwap::Found::Idle);
+}
+
+void tst_DirectorySwap::theSystemsWordsForWhatFails()
+{
+    DirectorySwap swap(m_at); // nothing has been unpacked
+    for (const bool mayExchange : {true, false}) {
+        swap.mayExchange = mayExchange;
+        const QString error = swap.install({u"id"_s, u"0.2.0"_s, u"digest"_s});
+        QVERIFY2(error.contains(m_at.next()) && error.contains("No such file"_L1, Qt::CaseInsensitive),
+                 qPrintable(error));
+    }
+    stageNext("0.2.0");
+    test::writeFile(m_at.previous() + "/in use"_L1, "x");
+    swap.whyNotRemove = [](const QString &) { return u"somebody needs it"_s; };
+    QCOMPARE(swap.install(readStamp(m_at.next())),
+             u"%1 can't be removed: somebody needs it"_s.arg(m_at.previous()));
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
+}
+
+/// In the order of the system's calls: a journal is on the disk before what it announces is done, and a name
+/// before the journal says that it is.
+void tst_DirectorySwap::everyNameReachesTheDisk()
+{
+#ifndef Q_OS_LINUX
+    QSKIP("the calls are traced on Linux alone");
+#endif
+    const QString strace = QStandardPaths::findExecutable(u"strace"_s);
+    if (strace.isEmpty())
+        QSKIP("strace isn't installed");
+    stageNext("0.2.0");
+    const QString trace = m_folder->filePath(u"trace"_s);
+    QProcess process;
+    process.start(strace, {u"-f"_s, u"-y"_s, u"-qq"_s, u"-e"_s,
+                           u"trace=fsync,fdatasync,linkat,rename,renameat,renameat2,unlink,unlinkat"_s,
+                           u"-o"_s, trace, QStringLiteral(CORVANE_SWAP_VICTIM), m_at.directory, u"install"_s,
+                           u"exchange"_s, u"1000"_s});
+    QVERIFY(process.waitForFinished(60'000));
+    if (test::contentsOf(trace).isEmpty())
+        QSKIP("this process may not trace another");
+    QCOMPARE(process.exitCode(), 0);
+
+    // "PID fsync(3</path>) = 0", "PID renameat2(AT_FDCWD</cwd>, "/from", AT_FDCWD</cwd>, "/to", FLAG) = 0"
+    static const QRegularExpression call(u"^\\d+ +(\\w+)\\((.*)\\) += 0"_s);
+    static const QRegularExpression descriptor(u"^\\d+<([^>]*)>"_s);
+    static const QRegularExpression quoted(u"\"([^\"]*)\""_s);
+    QStringList seen;
+    const QStringList traced = test::fileLines(trace);
+    for (const QString &line : traced) {
+        const QRegularExpressionMatch match = call.match(line);
+        QString name = match.captured(1);
+        QStringList paths;
+        for (const QRegularExpressionMatch &path : quoted.globalMatch(match.captured(2)))
+            paths << path.captured(1);
+        if (name.endsWith("sync"_L1)) {
+            name = u"sync"_s;
+            paths = {descriptor.match(match.captured(2)).captured(1)};
+        } else if (name.startsWith("rename"_L1)) {
+            name = line.contains("RENAME_EXCHANGE"_L1) ? u"exchange"_s : u"rename"_s;
+        }
+        // A file that is being written has no name, or one of its own, before it takes the journal's.
+        static const QRegularExpression unnamed(u"journal\\.json\\.\\w+|#\\d+"_s);
+        QString event;
+        if (!paths.isEmpty() && paths.last() == m_at.journal())
+            event = u"the journal takes its name"_s;
+        else if (name != "linkat"_L1)
+            event = name + u' ' + paths.join(u' ');
+        event.replace(m_at.own(), "OWN"_L1)
+            .replace(m_at.directory, "APP"_L1)
+            .replace(m_folder->path(), "TOP"_L1);
+        event.replace(unnamed, u"journal.new"_s);
+        if (!event.trimmed().isEmpty())
+            seen << event;
+    }
+    const QStringList journal{u"sync OWN/journal.new"_s, u"the journal takes its name"_s, u"sync OWN"_s};
+    const QStringList moves{u"exchange OWN/next APP"_s, u"rename OWN/next OWN/previous"_s, u"sync OWN"_s,
+                            u"sync TOP"_s};
+    QCOMPARE(seen, journal + moves + journal);
 }
 
 void tst_DirectorySwap::aJournalThatCantBeWritten_data()
@@ -289,7 +372,7 @@ void tst_DirectorySwap::aJournalThatCantBeWritten()
             QVERIFY(QDir().mkpath(m_at.journal() + "/in the way"_L1));
         }
     };
-    QVERIFY(!swap.install(readStamp(m_at.next())));
+    QVERIFY(!swap.install(readStamp(m_at.next())).isEmpty());
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
     QCOMPARE(kept(), QStringList{u"journal.json"_s});
 }

@@ -43,6 +43,7 @@ private Q_SLOTS:
     void rolledBack();
     void refused_data();
     void refused();
+    void thePackageIsSwappedAfterItsDigest();
     void aPublishersSignature_data();
     void aPublishersSignature();
     void aTrialThatWasCutOff_data();
@@ -174,7 +175,7 @@ void tst_GuardianUpdate::rolledBack()
     QFETCH(const QString, reason);
     GuardianSettings settings = m_bench->settings();
     if (behaviour == "mute")
-        settings.heartbeatPatience = shortPatience;
+        settings.trial.patience = shortPatience;
     m_bench->guard(settings);
     QVERIFY(m_bench->waitForBeats());
     m_bench->stageAndRequest("0.2.0", behaviour);
@@ -260,7 +261,7 @@ void tst_GuardianUpdate::refused_data()
             QVERIFY(QFile::rename(folder.stagedPath("0.2.0"), folder.path(u"p.zip"_s)));
             QVERIFY(QFile::link(folder.path(u"p.zip"_s), folder.stagedPath("0.2.0")));
         },
-        u"which is no file in the update directory"_s);
+        u"the package can't be read: it is a link"_s);
 #endif
     row(
         "another installation",
@@ -309,6 +310,22 @@ void tst_GuardianUpdate::refused()
     QCOMPARE(left, QStringList({u"guardian.log"_s, u"last-update.json"_s}));
     QVERIFY(!QFile::exists(m_bench->path(u"evil"_s)));
     QVERIFY(!QFile::exists(m_bench->installation().own() + "/evil"_L1));
+}
+
+/// What is unpacked is what was hashed, whatever becomes of the staged file meanwhile.
+void tst_GuardianUpdate::thePackageIsSwappedAfterItsDigest()
+{
+    m_bench->stageAndRequest("0.2.0", "beats");
+    bool swapped = false;
+    m_bench->onLine = [&](const QString &line) {
+        if (line.startsWith("unpacking version 0.2.0"_L1)) {
+            swapped = test::writeZip(m_bench->stagedPath("0.2.0"), GuardedFolder::packageOf("0.2.0", "evil"));
+        }
+    };
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+    QVERIFY(swapped);
+    QCOMPARE(test::contentsOf(m_bench->path(u"app/behaviour"_s)), QByteArray("beats"));
 }
 
 void tst_GuardianUpdate::aPublishersSignature_data()
@@ -360,11 +377,11 @@ void tst_GuardianUpdate::aTrialThatWasCutOff()
     QFETCH(const bool, running);
     GuardianSettings settings = m_bench->settings();
     if (behaviour == "mute")
-        settings.heartbeatPatience = shortPatience;
+        settings.trial.patience = shortPatience;
     GuardedFolder::install(settings.installation.next(), "0.2.0", behaviour);
     const Stamp stamp{u"id"_s, u"0.2.0"_s, u"digest"_s};
-    QVERIFY(writeStamp(settings.installation.next(), stamp));
-    QVERIFY(DirectorySwap(settings.installation).install(stamp));
+    QCOMPARE(writeStamp(settings.installation.next(), stamp), QString());
+    QCOMPARE(DirectorySwap(settings.installation).install(stamp), QString());
     m_bench->request(); // granted, but not removed
 
     QProcess run;

@@ -12,6 +12,10 @@
 
 #include <chrono>
 
+#ifdef Q_OS_UNIX
+#include <sys/time.h>
+#endif
+
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using namespace corvane;
@@ -26,6 +30,7 @@ class tst_HeldVersions : public QObject
 private Q_SLOTS:
     void holdsAndReleases();
     void onlyWhatIsOldIsReleased();
+    void aClockSetBackReleases();
     void whatIsStagedGoes();
     void versionsThatCantBeHeld_data();
     void versionsThatCantBeHeld();
@@ -63,6 +68,30 @@ void tst_HeldVersions::onlyWhatIsOldIsReleased()
     held.release(0ms, {});
     QCOMPARE(QDir(updateDirectory(folder.path())).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
              QStringList({u"CORVANE-0.3.0.zip"_s, u"pictures"_s}));
+}
+
+/// Held by a clock that was ahead: it isn't held until that time comes.
+void tst_HeldVersions::aClockSetBackReleases()
+{
+#ifdef Q_OS_UNIX
+    const QTemporaryDir folder;
+    const HeldVersions held{folder.path()};
+    const auto heldIn = [&](std::chrono::seconds future) {
+        QVERIFY(held.hold(u"0.2.0"_s));
+        const QByteArray path = QFile::encodeName(updateDirectory(folder.path()) + "/CORVANE-0.2.0.zip"_L1);
+        const struct timeval at = {static_cast<time_t>(QDateTime::currentSecsSinceEpoch() + future.count()),
+                                   0};
+        const struct timeval times[2] = {at, at};
+        QCOMPARE(::utimes(path.constData(), times), 0);
+        held.release(5h, {});
+    };
+    heldIn(std::chrono::minutes(1));
+    QVERIFY(held.isHeld(u"0.2.0"_s));
+    heldIn(std::chrono::hours(24 * 365));
+    QVERIFY(!held.isHeld(u"0.2.0"_s));
+#else
+    QSKIP("a folder's time isn't set so here");
+#endif
 }
 
 void tst_HeldVersions::whatIsStagedGoes()

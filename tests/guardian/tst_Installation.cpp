@@ -6,6 +6,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
+
 using namespace Qt::StringLiterals;
 using namespace corvane::guardian;
 
@@ -17,6 +21,8 @@ class tst_Installation : public QObject
 private Q_SLOTS:
     void places_data();
     void places();
+    void aFileSystemsRoot();
+    void anotherUsersRuntimeDirectory();
 };
 
 void tst_Installation::places_data()
@@ -52,10 +58,39 @@ void tst_Installation::places()
     for (const QString &name : {u"app/tools/x"_s, u"guardian"_s, u"app.guardian"_s})
         QVERIFY(top.mkpath(name));
     QVERIFY(QFile::link(top.filePath(u"app"_s), top.filePath(u"link"_s)));
-    const Installation installation{QFileInfo(top.filePath(u"app"_s)).canonicalFilePath(), u"corvane"_s};
+    const Installation installation{QFileInfo(top.filePath(u"app"_s)).canonicalFilePath(), u"corvane"_s, {}};
 
     const QString answer = placeProblem(installation, top.filePath(guardian), top.filePath(runtime));
     QVERIFY2(problem.isEmpty() ? answer.isEmpty() : answer.contains(problem), qPrintable(answer));
+}
+
+void tst_Installation::aFileSystemsRoot()
+{
+    const QTemporaryDir folder;
+    const Installation root{QDir::rootPath(), u"corvane"_s, {}};
+    QCOMPARE(placeProblem(root, folder.path(), folder.filePath(u"runtime"_s)),
+             u"the root of a file system can't be replaced by an update"_s);
+}
+
+/// The guardian would start the program as its own user.
+void tst_Installation::anotherUsersRuntimeDirectory()
+{
+#ifdef Q_OS_UNIX
+    constexpr uid_t nobody = 65534;
+    const QTemporaryDir folder;
+    const QDir top(folder.path());
+    QVERIFY(top.mkpath(u"app"_s) && top.mkpath(u"runtime"_s));
+    const Installation installation{QFileInfo(top.filePath(u"app"_s)).canonicalFilePath(), u"corvane"_s, {}};
+    const QString runtime = top.filePath(u"runtime"_s);
+    QCOMPARE(placeProblem(installation, folder.path(), runtime), QString());
+    if (::chown(QFile::encodeName(runtime).constData(), nobody, nobody) != 0)
+        QSKIP("only root gives folders away");
+    const QString problem = placeProblem(installation, folder.path(), runtime);
+    QVERIFY2(problem.contains("belongs to another user: the guardian starts CORVANE as its own user"_L1),
+             qPrintable(problem));
+#else
+    QSKIP("owners of folders aren't looked at here");
+#endif
 }
 
 CORVANE_TEST(tst_Installation, QCoreApplication)

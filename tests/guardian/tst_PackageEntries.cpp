@@ -39,6 +39,7 @@ private Q_SLOTS:
     void theProgramHasToBeThere_data();
     void theProgramHasToBeThere();
     void tooManyEntries();
+    void foldersOnTheWayCount();
 };
 
 void tst_PackageEntries::names_data()
@@ -110,9 +111,14 @@ void tst_PackageEntries::kinds_data()
         u"its entry “a” is stored with two sizes"_s);
     row("a folder with content", {"a/", 10, 10, 0, false, 0040755},
         u"its entry “a/” is a folder with content"_s);
-    row("the guardian's own name", file(".corvane-installation"),
+    row("a stamp", file(".corvane-installation"), {});
+    row("a stamp too long to be one", file(".corvane-installation", 65'537),
         u"its entry “.corvane-installation” is a name that the guardian keeps for itself"_s);
-    row("the same in capitals", file(".Corvane-Installation"),
+    row("a folder in the stamp's place", folder(".corvane-installation/"),
+        u"its entry “.corvane-installation/” is a name that the guardian keeps for itself"_s);
+    row("a file in such a folder", file(".corvane-installation/a"),
+        u"its entry “.corvane-installation/a” is a name that the guardian keeps for itself"_s);
+    row("a stamp in capitals", file(".Corvane-Installation"),
         u"its entry “.Corvane-Installation” is a name that the guardian keeps for itself"_s);
     row("a long name", file(QByteArray(241, 'a')),
         u"its entry “%1…” is longer than 240 bytes"_s.arg(QString(80, u'a')));
@@ -214,6 +220,18 @@ void tst_PackageEntries::tooManyEntries()
     QCOMPARE(entriesProblem(entries, 1'000'000, "corvane"), QString());
     entries.append(file("one more"));
     QCOMPARE(entriesProblem(entries, 1'000'000, "corvane"), u"it has more than 20000 entries"_s);
+}
+
+/// Each would be made on the disk, named or not.
+void tst_PackageEntries::foldersOnTheWayCount()
+{
+    PackageLimits limits;
+    limits.entries = 5;
+    QCOMPARE(entriesProblem({file("corvane"), file("a/b/c/d")}, 1000, "corvane", limits), QString());
+    QCOMPARE(entriesProblem({file("corvane"), file("a/b/c/d/e")}, 1000, "corvane", limits),
+             u"it has more than 5 entries, the folders on their way included"_s);
+    QCOMPARE(entriesProblem({file("corvane"), file("a/b/c/d"), file("a/b/c/e")}, 1000, "corvane", limits),
+             u"it has more than 5 entries, the folders on their way included"_s);
 }
 
 CORVANE_TEST(tst_PackageEntries, QCoreApplication)

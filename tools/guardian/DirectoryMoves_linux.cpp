@@ -1,7 +1,6 @@
 #include "tools/guardian/DirectoryMoves.h"
 
 #include <QFile>
-#include <QString>
 
 #include <cerrno>
 #include <cstdio>
@@ -13,20 +12,25 @@ ExchangeResult exchangeFolders(const QString &one, const QString &other)
 {
     if (::renameat2(AT_FDCWD, QFile::encodeName(one).constData(), AT_FDCWD,
                     QFile::encodeName(other).constData(), RENAME_EXCHANGE) == 0) {
-        return ExchangeResult::Exchanged;
+        return {ExchangeResult::Exchanged, {}};
     }
-    return errno == EINVAL || errno == ENOSYS ? ExchangeResult::NotSupported : ExchangeResult::Failed;
+    if (errno == EINVAL || errno == ENOSYS)
+        return {ExchangeResult::NotSupported, {}};
+    return {ExchangeResult::Failed, qt_error_string(errno)};
 }
 
-bool moveFolder(const QString &from, const QString &to)
+QString moveFolder(const QString &from, const QString &to)
 {
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
     // Not rename(): that would replace an empty folder without a word.
-    if (::renameat2(AT_FDCWD, QFile::encodeName(from).constData(), AT_FDCWD,
-                    QFile::encodeName(to).constData(), RENAME_NOREPLACE) == 0) {
-        return true;
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0)
+        return {};
+    if ((errno == EINVAL || errno == ENOSYS) && !QFile::exists(to) &&
+        ::rename(source.constData(), target.constData()) == 0) {
+        return {};
     }
-    return (errno == EINVAL || errno == ENOSYS) && !QFile::exists(to) &&
-           ::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+    return qt_error_string(errno);
 }
 
 } // namespace corvane::guardian

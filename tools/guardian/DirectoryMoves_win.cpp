@@ -1,7 +1,6 @@
 #include "tools/guardian/DirectoryMoves.h"
 
 #include <QDir>
-#include <QString>
 
 #include <windows.h>
 
@@ -21,22 +20,22 @@ const wchar_t *native(const QString &path)
 
 ExchangeResult exchangeFolders(const QString & /*one*/, const QString & /*other*/)
 {
-    return ExchangeResult::NotSupported;
+    return {ExchangeResult::NotSupported, {}};
 }
 
-bool moveFolder(const QString &from, const QString &to)
+QString moveFolder(const QString &from, const QString &to)
 {
     const QString source = QDir::toNativeSeparators(from);
     const QString target = QDir::toNativeSeparators(to);
     for (int attempt = 0; attempt < attempts; ++attempt) {
         if (::MoveFileExW(native(source), native(target), MOVEFILE_WRITE_THROUGH) != 0)
-            return true;
+            return {};
         const DWORD error = ::GetLastError();
         if (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION)
-            return false;
+            return qt_error_string(static_cast<int>(error));
         ::Sleep(pauseMs);
     }
-    return false;
+    return qt_error_string(ERROR_SHARING_VIOLATION);
 }
 
 } // namespace corvane::guardian

@@ -2,9 +2,10 @@
 
 #include "tools/guardian/DirectoryMoves.h"
 #include "tools/guardian/DiskSync.h"
+#include "tools/guardian/FolderRemoval.h"
 #include "tools/guardian/PackageEntries.h"
+#include "tools/guardian/RegularFile.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -18,6 +19,8 @@ using namespace Qt::StringLiterals;
 namespace corvane::guardian {
 
 namespace {
+
+constexpr qint64 largestJson = 1 << 20;
 
 QString stampPath(const QString &directory)
 {
@@ -36,17 +39,20 @@ Stamp stampOf(const QJsonObject &json)
 
 QJsonObject readJson(const QString &path)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+    const RegularFile opened = openRegularFile(path, largestJson);
+    return opened.file ? QJsonDocument::fromJson(opened.file->readAll()).object() : QJsonObject();
 }
 
-/// Whole or not at all, also after a power cut.
-bool writeJson(const QString &path, const QJsonObject &json)
+/// Whole or not at all, also after a power cut. Answers why not.
+QString writeJson(const QString &path, const QJsonObject &json)
 {
     const QByteArray text = QJsonDocument(json).toJson();
     QSaveFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.commit() &&
-           syncFolder(QFileInfo(path).path());
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit())
+        return u"%1 can't be written: %2"_s.arg(path, file.errorString());
+    if (!syncFolder(QFileInfo(path).path()))
+        return u"%1 can't be brought to the disk"_s.arg(path);
+    return {};
 }
 
 bool exists(const QString &folder)
@@ -61,7 +67,7 @@ Stamp readStamp(const QString &directory)
     return stampOf(readJson(stampPath(directory)));
 }
 
-bool writeStamp(const QString &directory, const Stamp &stamp)
+QString writeStamp(const QString &directory, const Stamp &stamp)
 {
     return writeJson(stampPath(directory), jsonOf(stamp));
 }
@@ -73,27 +79,31 @@ DirectorySwap::DirectorySwap(Installation installation)
 
 // --- The road forward and the road back
 
-bool DirectorySwap::install(const Stamp &stamp)
+QString DirectorySwap::install(const Stamp &stamp)
 {
     step("journal: installing");
-    if (!writeJournal({u"installing"_s, stamp}))
-        return false;
+    if (QString error = writeJournal({u"installing"_s, stamp}); !error.isEmpty())
+        return error;
     step("remove what was kept");
-    removeFolder(m_at.failed());
-    removeFolder(m_at.previous());
-    if (!moveIn(m_at.next(), m_at.previous())) {
+    QString error = remove(m_at.failed());
+    if (error.isEmpty())
+        error = remove(m_at.previous());
+    if (error.isEmpty())
+        error = moveIn(m_at.next(), m_at.previous());
+    if (!error.isEmpty()) {
         removeJournal();
-        return false;
+        return error;
     }
     step("journal: trial");
-    if (writeJournal({u"trial"_s, stamp}))
-        return true;
+    error = writeJournal({u"trial"_s, stamp});
+    if (error.isEmpty())
+        return {};
     // Nobody would know later that it is on trial.
-    if (moveIn(m_at.previous(), m_at.next())) {
-        removeFolder(m_at.next());
+    if (moveIn(m_at.previous(), m_at.next()).isEmpty()) {
+        (void)remove(m_at.next());
         removeJournal();
     }
-    return false;
+    return error;
 }
 
 void DirectorySwap::confirm()
@@ -102,53 +112,70 @@ void DirectorySwap::confirm()
     removeJournal();
 }
 
-bool DirectorySwap::rollBack()
+bool DirectorySwap::canRollBack() const
 {
-    const std::optional<Journal> journal = readJournal();
-    if (!journal || !exists(m_at.previous()))
-        return false;
-    step("journal: rolling back");
-    if (!writeJournal({u"rolling back"_s, journal->stamp}))
-        return false;
-    step("remove what failed before");
-    removeFolder(m_at.failed());
-    if (!moveIn(m_at.previous(), m_at.failed()))
-        return false;
-    step("journal: done");
-    removeJournal();
-    return true;
+    return QFileInfo(m_at.previous() + u'/' + m_at.program).isFile();
 }
 
-bool DirectorySwap::moveIn(const QString &incoming, const QString &outgoing) const
+QString DirectorySwap::rollBack()
+{
+    if (!exists(m_at.previous()))
+        return u"there is no former installation in %1"_s.arg(m_at.previous());
+    const std::optional<Journal> journal = readJournal();
+    step("journal: rolling back");
+    if (QString error =
+            writeJournal({u"rolling back"_s, journal ? journal->stamp : readStamp(m_at.directory)});
+        !error.isEmpty())
+        return error;
+    step("remove what failed before");
+    QString error = remove(m_at.failed());
+    if (error.isEmpty())
+        error = moveIn(m_at.previous(), m_at.failed());
+    if (!error.isEmpty()) {
+        if (journal)
+            (void)writeJournal(*journal);
+        else
+            removeJournal();
+        return error;
+    }
+    step("journal: done");
+    removeJournal();
+    return {};
+}
+
+QString DirectorySwap::moveIn(const QString &incoming, const QString &outgoing) const
 {
     step("exchange");
-    const ExchangeResult result =
-        mayExchange ? exchangeFolders(incoming, m_at.directory) : ExchangeResult::NotSupported;
-    if (result == ExchangeResult::Failed)
-        return false;
-    if (result == ExchangeResult::Exchanged) {
+    const ExchangeResult result = mayExchange ? exchangeFolders(incoming, m_at.directory)
+                                              : ExchangeResult{ExchangeResult::NotSupported, {}};
+    if (result.kind == ExchangeResult::Failed)
+        return u"%1 and %2 can't be exchanged: %3"_s.arg(incoming, m_at.directory, result.error);
+    if (result.kind == ExchangeResult::Exchanged) {
         step("name what went out");
-        if (moveFolder(incoming, outgoing)) {
+        QString error = moveFolder(incoming, outgoing);
+        if (error.isEmpty()) {
             syncMoves();
-            return true;
+            return {};
         }
         (void)exchangeFolders(incoming, m_at.directory);
-        return false;
+        return u"%1 can't be moved: %2"_s.arg(incoming, error);
     }
     step("move out");
-    if (!moveFolder(m_at.directory, outgoing))
-        return false;
+    QString error = moveFolder(m_at.directory, outgoing);
+    if (!error.isEmpty())
+        return u"%1 can't be moved: %2"_s.arg(m_at.directory, error);
     step("move in");
-    if (moveFolder(incoming, m_at.directory)) {
+    error = moveFolder(incoming, m_at.directory);
+    if (error.isEmpty()) {
         syncMoves();
-        return true;
+        return {};
     }
     // A whole installation at its place, be it the old one.
     (void)moveFolder(outgoing, m_at.directory);
-    return false;
+    return u"%1 can't be moved: %2"_s.arg(incoming, error);
 }
 
-/// What has been moved has been moved, be it on the disk already or not.
+/// A failure is no failure of the move: the names are changed, be it on the disk already or not.
 void DirectorySwap::syncMoves() const
 {
     (void)syncFolder(m_at.own());
@@ -159,11 +186,12 @@ void DirectorySwap::syncMoves() const
 
 DirectorySwap::Found DirectorySwap::recover()
 {
+    removeLeftovers(m_at.own());
     const std::optional<Journal> journal = readJournal();
     if (!journal) {
         // Unpacked, but never put in place.
         step("remove what wasn't put in place");
-        removeFolder(m_at.next());
+        (void)remove(m_at.next());
         return exists(m_at.directory) ? Found::Idle : Found::Broken;
     }
     if (journal->state == "installing"_L1)
@@ -177,18 +205,18 @@ DirectorySwap::Found DirectorySwap::recoverInstalling(const Journal &journal)
 {
     const bool isIn = exists(m_at.directory) && readStamp(m_at.directory).id == journal.stamp.id;
     if (!isIn && exists(m_at.directory)) {
-        // The old one is in place: the request still stands, and begins anew.
+        // The old one is in place: the request still stands, and the update starts from its beginning.
         step("undo");
-        removeFolder(m_at.next());
+        (void)remove(m_at.next());
         removeJournal();
         return Found::Idle;
     }
     if (completeMoveIn(m_at.next(), m_at.previous(), isIn)) {
         step("journal: trial");
-        return writeJournal({u"trial"_s, journal.stamp}) ? Found::Trial : Found::Broken;
+        return writeJournal({u"trial"_s, journal.stamp}).isEmpty() ? Found::Trial : Found::Broken;
     }
     // The new one is lost, the old one isn't.
-    if (!moveFolder(m_at.previous(), m_at.directory))
+    if (!moveFolder(m_at.previous(), m_at.directory).isEmpty())
         return Found::Broken;
     removeJournal();
     return Found::Idle;
@@ -197,8 +225,9 @@ DirectorySwap::Found DirectorySwap::recoverInstalling(const Journal &journal)
 DirectorySwap::Found DirectorySwap::recoverRollBack(const Journal &journal)
 {
     if (exists(m_at.directory) && readStamp(m_at.directory).id == journal.stamp.id) {
-        removeFolder(m_at.failed());
-        if (!moveIn(m_at.previous(), m_at.failed()))
+        if (whyNotReplace && !whyNotReplace().isEmpty())
+            return Found::RollBackDue;
+        if (!remove(m_at.failed()).isEmpty() || !moveIn(m_at.previous(), m_at.failed()).isEmpty())
             return Found::Broken;
     } else if (!completeMoveIn(m_at.previous(), m_at.failed(), exists(m_at.directory))) {
         return Found::Broken;
@@ -212,9 +241,9 @@ bool DirectorySwap::completeMoveIn(const QString &incoming, const QString &outgo
 {
     step("complete");
     if (!isIn)
-        return exists(incoming) && moveFolder(incoming, m_at.directory);
+        return exists(incoming) && moveFolder(incoming, m_at.directory).isEmpty();
     // Exchanged already: under the incoming folder's name lies what went out.
-    return !exists(incoming) || moveFolder(incoming, outgoing);
+    return !exists(incoming) || moveFolder(incoming, outgoing).isEmpty();
 }
 
 // --- The journal
@@ -225,18 +254,35 @@ Stamp DirectorySwap::onTrial() const
     return journal ? journal->stamp : Stamp();
 }
 
+int DirectorySwap::closedEarly() const
+{
+    const std::optional<Journal> journal = readJournal();
+    return journal ? journal->closedEarly : 0;
+}
+
+bool DirectorySwap::countEarlyClose()
+{
+    std::optional<Journal> journal = readJournal();
+    if (!journal)
+        return false;
+    ++journal->closedEarly;
+    return writeJournal(*journal).isEmpty();
+}
+
 std::optional<DirectorySwap::Journal> DirectorySwap::readJournal() const
 {
     const QJsonObject json = readJson(m_at.journal());
     if (json.isEmpty())
         return std::nullopt;
-    return Journal{json["state"_L1].toString(), stampOf(json["installation"_L1].toObject())};
+    return Journal{json["state"_L1].toString(), stampOf(json["installation"_L1].toObject()),
+                   json["closed_early"_L1].toInt()};
 }
 
-bool DirectorySwap::writeJournal(const Journal &journal) const
+QString DirectorySwap::writeJournal(const Journal &journal) const
 {
-    return writeJson(m_at.journal(),
-                     QJsonObject{{u"state"_s, journal.state}, {u"installation"_s, jsonOf(journal.stamp)}});
+    return writeJson(m_at.journal(), QJsonObject{{u"state"_s, journal.state},
+                                                 {u"installation"_s, jsonOf(journal.stamp)},
+                                                 {u"closed_early"_s, journal.closedEarly}});
 }
 
 void DirectorySwap::removeJournal() const
@@ -251,9 +297,13 @@ void DirectorySwap::step(const char *name) const
         beforeStep(name);
 }
 
-void DirectorySwap::removeFolder(const QString &path) const
+QString DirectorySwap::remove(const QString &path) const
 {
-    QDir(path).removeRecursively();
+    if (whyNotRemove && isTaken(path)) {
+        if (const QString reason = whyNotRemove(path); !reason.isEmpty())
+            return u"%1 can't be removed: %2"_s.arg(path, reason);
+    }
+    return removeFolder(path, m_at.own());
 }
 
 } // namespace corvane::guardian

@@ -6,7 +6,7 @@ namespace corvane::guardian {
 
 [[nodiscard]] QString programFileName(); ///< of CORVANE
 
-/// Whether letter case tells file names apart.
+/// Case sensitivity of file names.
 [[nodiscard]] Qt::CaseSensitivity fileNameCase();
 
 } // namespace corvane::guardian

@@ -18,27 +18,28 @@ GuardedProgram::GuardedProgram(QString path, QStringList arguments, Marks marks,
 {
 }
 
-void GuardedProgram::begin()
+Runs GuardedProgram::runs() const
 {
-    m_cleanExitBefore = m_marks.cleanExit();
+    return sortRuns(processesOf(m_path), m_child ? m_child->processId() : 0, m_marks.runtimeDirectory);
 }
 
 bool GuardedProgram::attach()
 {
-    if (!isRunBySomebody())
+    if (m_child || runs().own.isEmpty())
         return false;
-    begin();
+    m_cleanExitBefore = m_marks.cleanExit();
     m_attached = true;
     return true;
 }
 
 void GuardedProgram::start(const QProcessEnvironment &environment)
 {
-    begin();
+    m_cleanExitBefore = m_marks.cleanExit();
     m_child = new QProcess(this);
     m_child->setProcessChannelMode(QProcess::ForwardedChannels);
     m_child->setStandardInputFile(QProcess::nullDevice());
     m_child->setProcessEnvironment(environment);
+    startWithoutConsole(*m_child);
     connect(m_child, &QProcess::finished, this, &GuardedProgram::onFinished);
     connect(m_child, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
         if (error == QProcess::FailedToStart)
@@ -49,24 +50,28 @@ void GuardedProgram::start(const QProcessEnvironment &environment)
 
 void GuardedProgram::kill()
 {
-    if (m_child)
+    if (m_child) {
         m_child->kill();
-    if (!m_attached)
         return;
-    const QList<qint64> processes = processesOf(m_path);
-    for (const qint64 id : processes)
+    }
+    const QList<qint64> own = runs().own;
+    for (const qint64 id : own)
         endProcess(id);
 }
 
 void GuardedProgram::look()
 {
-    if (m_attached && !isRunBySomebody())
+    if (m_attached && runs().own.isEmpty())
         end(true, u"it ended without its marks"_s);
 }
 
-bool GuardedProgram::isRunBySomebody() const
+QStringList GuardedProgram::tools() const
 {
-    return !processesOf(m_path).isEmpty();
+    QStringList names;
+    const QList<qint64> own = runs().own;
+    for (const qint64 id : own)
+        names << childrenOf(id);
+    return names;
 }
 
 void GuardedProgram::onFinished(int exitCode, QProcess::ExitStatus status)
@@ -85,8 +90,8 @@ void GuardedProgram::end(bool inOrder, const QString &how)
         m_child->deleteLater();
     m_child = nullptr;
     m_attached = false;
-    const bool cleanly = inOrder && m_marks.endedCleanlySince(m_cleanExitBefore);
-    Q_EMIT ended(cleanly, cleanly ? QString() : how);
+    const bool orderly = inOrder && m_marks.endedCleanlySince(m_cleanExitBefore);
+    Q_EMIT ended(orderly, orderly ? QString() : how);
 }
 
 } // namespace corvane::guardian

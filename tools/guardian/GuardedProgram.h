@@ -1,8 +1,10 @@
 #pragma once
 
 #include "tools/guardian/Marks.h"
+#include "tools/guardian/Permission.h"
 
 #include <QDateTime>
+#include <QList>
 #include <QObject>
 #include <QProcess>
 #include <QString>
@@ -23,25 +25,27 @@ public:
     /// The program file `path`, started with `arguments`; `marks` are those that it leaves.
     GuardedProgram(QString path, QStringList arguments, Marks marks, QObject *parent = nullptr);
 
-    /// Watches a run that is there already; false if there is none.
+    /// Processes that run the file at this moment, by whom they belong to; nothing is known of the marks.
+    [[nodiscard]] Runs runs() const;
+
+    /// Watches the own runs that are there already; false if there is none.
     [[nodiscard]] bool attach();
     /// Starts one. ended() follows also if it can't be started.
     void start(const QProcessEnvironment &environment);
-    /// Ends the run at once; ended() follows.
+    /// Ends the run at once; ended() follows. No process is touched that isn't the guardian's own.
     void kill();
     /// Looks whether a watched run is still there; to be called now and then.
     void look();
 
     [[nodiscard]] bool isRunning() const { return m_child || m_attached; }
-    /// Another process runs this file, be it ours or not.
-    [[nodiscard]] bool isRunBySomebody() const;
+    /// Names of what the run has started itself and still runs: its encoders and transport tools.
+    [[nodiscard]] QStringList tools() const;
 
 Q_SIGNALS:
-    /// The run is over; `cleanly` if its marks say so, `how` in words if not.
-    void ended(bool cleanly, const QString &how);
+    /// The run is over; `orderly` if exit code and marks say so, `how` in words if not.
+    void ended(bool orderly, const QString &how);
 
 private:
-    void begin();
     void onFinished(int exitCode, QProcess::ExitStatus status);
     void end(bool inOrder, const QString &how);
 

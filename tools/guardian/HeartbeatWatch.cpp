@@ -28,6 +28,11 @@ void HeartbeatWatch::look()
     m_sinceBeat.start();
 }
 
+bool HeartbeatWatch::isLive(std::chrono::milliseconds silence) const
+{
+    return m_beats > 0 && sinceBeat() <= silence;
+}
+
 std::chrono::milliseconds HeartbeatWatch::sinceBegin() const
 {
     return std::chrono::milliseconds(m_sinceBegin.elapsed());

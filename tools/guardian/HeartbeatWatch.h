@@ -21,6 +21,8 @@ public:
     void look();  ///< to be called more often than the program beats
 
     [[nodiscard]] int beats() const { return m_beats; } ///< seen since begin()
+    /// The last beat was seen since begin(), at most `silence` ago.
+    [[nodiscard]] bool isLive(std::chrono::milliseconds silence) const;
     [[nodiscard]] std::chrono::milliseconds sinceBegin() const;
     [[nodiscard]] std::chrono::milliseconds sinceBeat() const; ///< or since begin()
 

@@ -32,7 +32,7 @@ bool HeldVersions::hold(const QString &version) const
     const QDir folder(updateDirectory(runtimeDirectory));
     const QString path = folder.filePath(name);
     if (isFolder(path))
-        QDir().rmdir(path); // made anew, its time begins anew
+        QDir().rmdir(path); // the time of a new one begins now
     else
         QFile::remove(path);
     (void)folder.mkpath(name);
@@ -43,6 +43,12 @@ bool HeldVersions::isHeld(const QString &version) const
 {
     return isPlainFileName(packageFileName(version)) &&
            isFolder(updateDirectory(runtimeDirectory) + u'/' + packageFileName(version));
+}
+
+void HeldVersions::letGo(const QString &version) const
+{
+    if (isHeld(version))
+        QDir().rmdir(updateDirectory(runtimeDirectory) + u'/' + packageFileName(version));
 }
 
 void HeldVersions::release(std::chrono::milliseconds time, const QString &exception) const

@@ -20,6 +20,9 @@ struct HeldVersions
     /// True if `version` is being held back.
     [[nodiscard]] bool isHeld(const QString &version) const;
 
+    /// Lets go of `version` at once.
+    void letGo(const QString &version) const;
+
     /// Lets go what has been held for `time` or longer, apart from `exception`, which may be empty.
     void release(std::chrono::milliseconds time, const QString &exception) const;
 };

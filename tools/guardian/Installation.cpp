@@ -1,6 +1,7 @@
 #include "tools/guardian/Installation.h"
 
 #include "tools/guardian/FileNames.h"
+#include "tools/guardian/OwnFolder.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -46,6 +47,10 @@ QString placeProblem(const Installation &installation, const QString &guardianDi
     if (isWithin(runtimeDirectory, installation.directory))
         return u"the runtime directory %1 lies in the installation, which an update replaces"_s.arg(
             runtimeDirectory);
+    // The program would be started as the guardian's user, with that one's rights and settings.
+    if (belongsToAnother(runtimeDirectory))
+        return u"the runtime directory %1 belongs to another user: the guardian starts CORVANE as its own user, so the one who runs CORVANE has to run it"_s
+            .arg(runtimeDirectory);
     return {};
 }
 

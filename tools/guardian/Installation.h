@@ -4,15 +4,19 @@
 
 namespace corvane::guardian {
 
-/// Where an installation is, and what the guardian keeps beside it. Everything of the guardian's lies in one
+/// Place of an installation, and of the guardian's files beside it. Everything of the guardian's lies in one
 /// folder, on the same file system, so that folders go from one to the other by renaming.
 struct Installation
 {
     QString directory; ///< of the program; canonical
     QString program;   ///< the program's file name in it
+    QString ownFolder; ///< of the guardian, instead of the one beside the installation; empty: that one
 
     [[nodiscard]] QString programPath() const { return directory + u'/' + program; }
-    [[nodiscard]] QString own() const { return directory + QStringLiteral(".guardian"); }
+    [[nodiscard]] QString own() const
+    {
+        return ownFolder.isEmpty() ? directory + QStringLiteral(".guardian") : ownFolder;
+    }
     [[nodiscard]] QString next() const { return own() + QStringLiteral("/next"); } ///< being unpacked
     [[nodiscard]] QString previous() const
     {
@@ -26,8 +30,9 @@ struct Installation
     [[nodiscard]] QString lock() const { return own() + QStringLiteral("/lock"); }
 };
 
-/// Why a guardian in the folder `guardianDirectory` can't guard `installation`, or empty. An update moves the
-/// installation away with all that is in it: neither the guardian nor the runtime directory may lie there.
+/// Reason why a guardian in the folder `guardianDirectory` can't guard `installation`, or empty. An update
+/// moves the installation away with all that is in it: neither the guardian nor the runtime directory may lie
+/// there.
 [[nodiscard]] QString placeProblem(const Installation &installation, const QString &guardianDirectory,
                                    const QString &runtimeDirectory);
 

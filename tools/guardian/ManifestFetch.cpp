@@ -55,6 +55,8 @@ QString manifestProblem(const UpdateManifest &manifest, const QString &pinnedKey
         return u"the feed's manifest is none: %1"_s.arg(manifest.error);
     if (!manifest.hasPackage || manifest.sha256.isEmpty())
         return u"the feed's manifest names no package, or no digest of it"_s;
+    if (!pinnedKey.isEmpty() && isWeakUpdateKey(QByteArray::fromHex(pinnedKey.toLatin1())))
+        return u"the key that this guardian pins is no key, or a weak one"_s;
     if (!pinnedKey.isEmpty() &&
         !checkUpdateSignature(QByteArray::fromBase64(manifest.ed25519_sig.toLatin1()),
                               QByteArray::fromHex(pinnedKey.toLatin1()), updateMessage(manifest))) {

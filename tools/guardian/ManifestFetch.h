@@ -25,9 +25,9 @@ using ManifestSource = std::function<void(const ManifestAnswer &)>;
 [[nodiscard]] ManifestSource httpsSource(const QString &feed, QObject *parent,
                                          std::chrono::milliseconds patience = std::chrono::seconds(30));
 
-/// Why `manifest` doesn't vouch for a staged update of version `staged`, or empty. With a `pinnedKey`, in
-/// hexadecimal, its signature has to be right; without one HTTPS and the digest are what there is, as in the
-/// program. `installed`, where it is known, has to be older.
+/// Reason why `manifest` doesn't vouch for a staged update of version `staged`, or empty. With a `pinnedKey`,
+/// in hexadecimal, its signature has to be right; without one HTTPS and the digest are what there is, as in
+/// the program. `installed`, where it is known, has to be older.
 [[nodiscard]] QString manifestProblem(const UpdateManifest &manifest, const QString &pinnedKey,
                                       const QString &staged, const QString &installed);
 

@@ -1,5 +1,8 @@
 #include "tools/guardian/Marks.h"
 
+#include "tools/guardian/FolderRemoval.h"
+#include "tools/guardian/OwnFolder.h"
+#include "tools/guardian/RegularFile.h"
 #include "update/RuntimeFiles.h"
 
 #include <QFile>
@@ -11,18 +14,25 @@ namespace corvane::guardian {
 
 namespace {
 
+constexpr qint64 largestBeat = 32;
 constexpr qint64 largestReadyFile = 65'536;
+
+bool isRequest(const QString &path)
+{
+    const QFileInfo at(path);
+    return at.isFile() && !at.isSymLink() && !belongsToAnother(path);
+}
 
 } // namespace
 
 std::optional<qint64> Marks::heartbeat() const
 {
-    QFile file(heartbeatPath(runtimeDirectory));
-    if (!file.open(QIODevice::ReadOnly))
+    // Between truncation and writing the file is empty for a moment.
+    const RegularFile opened = openRegularFile(heartbeatPath(runtimeDirectory), largestBeat);
+    if (!opened.file || !opened.isOwn)
         return std::nullopt;
     bool isNumber = false;
-    // Between truncation and writing the file is empty for a moment.
-    const qint64 beat = file.read(32).toLongLong(&isNumber);
+    const qint64 beat = opened.file->read(largestBeat).toLongLong(&isNumber);
     return isNumber ? std::optional(beat) : std::nullopt;
 }
 
@@ -39,36 +49,45 @@ QDateTime Marks::cleanExit() const
 bool Marks::endedCleanlySince(const QDateTime &before) const
 {
     const QDateTime now = cleanExit();
-    return !sentinelStands() && now.isValid() && now != before;
+    return !sentinelStands() || (now.isValid() && now != before);
 }
 
 bool Marks::updateRequested() const
 {
-    return QFile::exists(applyRequestPath(runtimeDirectory));
+    return isRequest(applyRequestPath(runtimeDirectory));
 }
 
-bool Marks::removeRequest() const
+bool Marks::requestIsBlocked() const
 {
-    QFile::remove(applyRequestPath(runtimeDirectory));
-    return !updateRequested();
+    const QString path = applyRequestPath(runtimeDirectory);
+    return isTaken(path) && !isRequest(path);
+}
+
+bool Marks::removeRequest(QString &error) const
+{
+    if (!updateRequested())
+        return true;
+    QFile request(applyRequestPath(runtimeDirectory));
+    if (request.remove())
+        return true;
+    error = request.errorString();
+    return false;
 }
 
 std::optional<ReadyUpdate> Marks::readyUpdate(QString &error) const
 {
-    QFile file(readyFilePath(runtimeDirectory));
-    if (!file.open(QIODevice::ReadOnly)) {
-        error = u"update-ready.json can't be read: %1"_s.arg(file.errorString());
+    const RegularFile opened = openRegularFile(readyFilePath(runtimeDirectory), largestReadyFile);
+    if (!opened.file) {
+        error = u"update-ready.json can't be read: %1"_s.arg(opened.error);
         return std::nullopt;
     }
-    std::optional<ReadyUpdate> ready = parseReadyUpdate(file.read(largestReadyFile));
+    std::optional<ReadyUpdate> ready = parseReadyUpdate(opened.file->read(largestReadyFile));
     if (!ready) {
         error = u"update-ready.json doesn't say what is staged"_s;
         return std::nullopt;
     }
-    const QFileInfo package(ready->package);
-    if (!package.isFile() || package.isSymLink() ||
-        QFileInfo(package.path()).canonicalFilePath() !=
-            QFileInfo(updateDirectory(runtimeDirectory)).canonicalFilePath()) {
+    if (QFileInfo(QFileInfo(ready->package).path()).canonicalFilePath() !=
+        QFileInfo(updateDirectory(runtimeDirectory)).canonicalFilePath()) {
         error =
             u"update-ready.json names “%1”, which is no file in the update directory"_s.arg(ready->package);
         return std::nullopt;

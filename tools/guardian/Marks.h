@@ -14,7 +14,8 @@ struct Marks
 {
     QString runtimeDirectory;
 
-    /// The last beat, in milliseconds since the epoch; nothing if there is none that can be read.
+    /// The last beat, in milliseconds since the epoch; nothing if there is none that can be read, or if the
+    /// file is another user's, whose beats aren't those of the program here.
     [[nodiscard]] std::optional<qint64> heartbeat() const;
 
     /// A run is up, or the last one didn't end in order.
@@ -23,15 +24,20 @@ struct Marks
     /// When a run last ended in order; invalid if none has.
     [[nodiscard]] QDateTime cleanExit() const;
 
-    /// True if a run has ended in order since cleanExit() answered `before`. The mark is never removed, so
-    /// its presence alone says nothing.
+    /// True if the marks say that the run has ended in order that began when cleanExit() answered `before`:
+    /// its sentinel is gone, or the mark of an orderly exit is new. That mark is never removed, and on some
+    /// file systems the time of an empty file doesn't change: neither its presence nor its age says anything
+    /// against.
     [[nodiscard]] bool endedCleanlySince(const QDateTime &before) const;
 
+    /// A request is a file of this user's; what else may stand under its name asks for nothing.
     [[nodiscard]] bool updateRequested() const;
-    [[nodiscard]] bool removeRequest() const; ///< true if there is none any more
+    [[nodiscard]] bool removeRequest(QString &error) const; ///< true if there is none any more
+    /// Something else than a request stands under its name.
+    [[nodiscard]] bool requestIsBlocked() const;
 
-    /// What is staged; nothing, and why in `error`, if the file doesn't say or names a package that isn't a
-    /// plain file in the update directory.
+    /// Staged update; nothing, and the reason in `error`, if the file doesn't say or names a package that
+    /// isn't a plain file in the update directory.
     [[nodiscard]] std::optional<ReadyUpdate> readyUpdate(QString &error) const;
 };
 

@@ -18,8 +18,11 @@ constexpr auto description =
 a limit, and puts a staged update in its place when CORVANE asks for it, which it does
 only while nothing is on air. A version that doesn't come up is rolled back.
 
-What it keeps lies beside the installation, in DIR.guardian: its log, the former
-installation, what became of the last update.
+What it keeps lies beside the installation, in DIR.guardian, which nobody else may
+open: its log, the former installation, what became of the last update. With
+--without-updates its log is in "guardian" of the runtime directory.
+
+CORVANE is started as the user who runs the guardian, with that user's rights.
 
 The feed that an update is checked against is CORVANE's own (CORVANE_UPDATE_FEED).
 
@@ -31,7 +34,7 @@ Options refused(const QString &why, ExitCode code)
     return {std::nullopt, "corvane-guardian: "_L1 + why + u'\n', code};
 }
 
-/// Where the installation is. In the middle of an update its place may be empty; then its parent is there.
+/// Path of the installation. In the middle of an update its place may be empty; then its parent is there.
 QString placeOf(const QString &given)
 {
     const QFileInfo directory(QDir::cleanPath(given));
@@ -47,7 +50,7 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(description);
-    const QCommandLineOption help({u"h"_s, u"help"_s}, u"tells this"_s);
+    const QCommandLineOption help({u"h"_s, u"help"_s}, u"shows this"_s);
     const QCommandLineOption install(u"install-dir"_s, u"where CORVANE is installed (has to be given)"_s,
                                      u"DIR"_s);
     const QCommandLineOption runtime(
@@ -57,7 +60,10 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
     const QCommandLineOption patience(
         u"heartbeat-timeout"_s, u"how long a new version may take to its first heartbeat (default: 60)"_s,
         u"SECONDS"_s, u"60"_s);
-    parser.addOptions({help, install, runtime, attach, patience});
+    const QCommandLineOption plain(u"without-updates"_s,
+                                   u"keep CORVANE up with its update check off, where its folder can't be "
+                                   "written to"_s);
+    parser.addOptions({help, install, runtime, attach, patience, plain});
     parser.addPositionalArgument(u"arguments"_s, u"for CORVANE, after --"_s, u"[-- arguments]"_s);
 
     if (!parser.parse(arguments))
@@ -72,13 +78,17 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
         return refused(u"--heartbeat-timeout takes a number of seconds"_s, WrongUsage);
 
     GuardianSettings settings;
-    settings.installation = {placeOf(parser.value(install)), programFileName()};
+    settings.installation = {placeOf(parser.value(install)), programFileName(), {}};
     settings.runtimeDirectory =
         QFileInfo(parser.isSet(runtime) ? parser.value(runtime) : runtimeDirectory).absoluteFilePath();
     settings.arguments = parser.positionalArguments();
     settings.attachOnly = parser.isSet(attach);
-    settings.heartbeatPatience = std::chrono::seconds(seconds);
+    settings.trial.patience = std::chrono::seconds(seconds);
+    settings.updates = !parser.isSet(plain);
 
+    // Nothing may be written beside the installation then.
+    if (!settings.updates)
+        settings.installation.ownFolder = settings.runtimeDirectory + "/guardian"_L1;
     const Installation &at = settings.installation;
     if (at.directory.isEmpty() || (!QFileInfo::exists(at.programPath()) && !QFileInfo::exists(at.journal())))
         return refused(u"there is no %1 in %2"_s.arg(programFileName(), parser.value(install)), WrongPlace);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/guardian/Guardian.h"
+#include "tools/guardian/Supervisor.h"
 
 #include <QString>
 #include <QStringList>
@@ -9,7 +9,7 @@
 
 namespace corvane::guardian {
 
-/// What the command line asks for.
+/// Settings from the command line.
 struct Options
 {
     std::optional<GuardianSettings> settings; ///< without them: print `text` and leave with `exitCode`

@@ -1,5 +1,7 @@
 #include "tools/guardian/PackageEntries.h"
 
+#include "tools/guardian/PrintableText.h"
+
 #include <QHash>
 #include <QStringDecoder>
 
@@ -31,15 +33,12 @@ bool isDevice(const QString &component)
                        [&stem](auto device) { return stem == device; });
 }
 
-/// A text for the log: what can't be printed, or is long, is shown so.
+/// A name for the log: what can't be printed, or is long, is shown so.
 QString shown(const QByteArray &name)
 {
-    QString text = QString::fromUtf8(name.left(80));
-    for (QChar &c : text) {
-        if (!c.isPrint())
-            c = u'?';
-    }
-    return name.size() > 80 ? text + u'…' : text;
+    constexpr qsizetype longest = 80;
+    const QString text = printable(QString::fromUtf8(name.left(longest)));
+    return name.size() > longest ? text + u'…' : text;
 }
 
 QString componentProblem(const QString &component)
@@ -84,6 +83,18 @@ QString kindProblem(const PackageEntry &entry)
     return {};
 }
 
+/// The stamp is a small file under its very name, and nothing else may be taken for it.
+QString stampProblem(const PackageEntry &entry)
+{
+    if (folded(QString::fromUtf8(entry.name)).section(u'/', 0, 0) !=
+        QLatin1StringView(stampName.data(), stampName.size())) {
+        return {};
+    }
+    return entry.name == stampName && entry.size <= largestStamp
+               ? QString()
+               : u"is a name that the guardian keeps for itself"_s;
+}
+
 /// Every path that has been taken, with the folders on the way; a path is a file or a folder, once.
 class TakenPaths
 {
@@ -105,6 +116,8 @@ public:
         own = isFolder ? Folder : File;
         return {};
     }
+
+    [[nodiscard]] qsizetype count() const { return m_paths.size(); }
 
 private:
     enum Kind : quint8 { None, File, Folder, Implied };
@@ -141,14 +154,14 @@ QString entriesProblem(const QList<PackageEntry> &entries, quint64 packageBytes,
         QString problem = nameProblem(entry.name);
         if (problem.isEmpty() && entry.name.size() > limits.nameBytes)
             problem = u"is longer than %1 bytes"_s.arg(limits.nameBytes);
-        if (problem.isEmpty() && folded(QString::fromUtf8(entry.name)).section(u'/', 0, 0) ==
-                                     QLatin1StringView(stampName.data(), stampName.size())) {
-            problem = u"is a name that the guardian keeps for itself"_s;
-        }
+        if (problem.isEmpty())
+            problem = stampProblem(entry);
         if (problem.isEmpty())
             problem = kindProblem(entry);
         if (problem.isEmpty())
             problem = taken.add(QString::fromUtf8(entry.name));
+        if (problem.isEmpty() && taken.count() > limits.entries)
+            return u"it has more than %1 entries, the folders on their way included"_s.arg(limits.entries);
         if (!problem.isEmpty())
             return u"its entry “%1” %2"_s.arg(shown(entry.name), problem);
 

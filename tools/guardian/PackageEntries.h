@@ -23,21 +23,24 @@ struct PackageEntry
 
 struct PackageLimits
 {
-    qsizetype entries = 20'000;
+    quint64 packageBytes = 4ULL << 30; ///< of the package itself
+    qsizetype entries = 20'000;        ///< with the folders that they imply
     quint64 unpackedBytes = 4ULL << 30;
     quint64 ratio = 100;               ///< unpacked to packed, of the whole package…
     quint64 freeOfRatio = 64ULL << 20; ///< …once it unpacks to more than this
     qsizetype nameBytes = 240;         ///< of one entry, folders included
 };
 
-/// What the guardian itself puts into an installation.
+/// File at the top of an installation that says which version it is. A package may bring one, and what the
+/// guardian unpacks gets its own in its place.
 inline constexpr QByteArrayView stampName(".corvane-installation");
+inline constexpr quint64 largestStamp = 65'536;
 
-/// Why `name` can't be a path within a folder on every platform, or empty.
+/// Reason why `name` can't be a path within a folder on every platform, or empty.
 [[nodiscard]] QString nameProblem(const QByteArray &name);
 
-/// Why a package of `packageBytes` with these entries isn't to be unpacked, or empty. `program` is the file
-/// that has to be there.
+/// Reason why a package of `packageBytes` with these entries isn't to be unpacked, or empty. `program` is the
+/// file that has to be there.
 [[nodiscard]] QString entriesProblem(const QList<PackageEntry> &entries, quint64 packageBytes,
                                      const QByteArray &program, const PackageLimits &limits = {});
 

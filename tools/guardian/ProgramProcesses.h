@@ -1,17 +1,36 @@
 #pragma once
 
 #include <QList>
+#include <QString>
+#include <QStringList>
 #include <QtGlobal>
 
-class QString;
+class QProcess;
 
 namespace corvane::guardian {
 
-/// Ids of the processes that run the program file `path`, as far as this user may see them; those that have
-/// ended and are only waited for don't count.
-[[nodiscard]] QList<qint64> processesOf(const QString &path);
+/// A process that runs the program, as this user may see it.
+struct ProgramProcess
+{
+    qint64 id = 0;
+    QString runtimeDirectory; ///< where it leaves its marks; empty: that can't be seen from here
+};
+
+/// Processes that run the program file `path`. Those that have ended and are only waited for don't count, and
+/// those of other users can't be seen everywhere.
+[[nodiscard]] QList<ProgramProcess> processesOf(const QString &path);
+
+/// Ids of the processes whose program lies in `folder` or below.
+[[nodiscard]] QList<qint64> processesWithin(const QString &folder);
+
+/// Names of the programs that the process `id` has started and that still run, without those that the system
+/// gives to every program of the console.
+[[nodiscard]] QStringList childrenOf(qint64 id);
 
 /// Ends a process without asking it.
 void endProcess(qint64 id);
+
+/// Has `process` start without a window of the console, where there are such windows.
+void startWithoutConsole(QProcess &process);
 
 } // namespace corvane::guardian

@@ -1,35 +1,128 @@
 #include "tools/guardian/ProgramProcesses.h"
 
+#include "update/RuntimeFiles.h"
+
+#include <QByteArrayList>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <csignal>
+#include <iterator>
 #include <sys/types.h>
 
 using namespace Qt::StringLiterals;
 
 namespace corvane::guardian {
 
-QList<qint64> processesOf(const QString &path)
+namespace {
+
+QList<qint64> allProcesses()
 {
     QList<qint64> found;
-    const QString program = QFileInfo(path).canonicalFilePath();
     const QStringList entries = QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const QString &entry : entries) {
         bool isNumber = false;
         const qint64 id = entry.toLongLong(&isNumber);
-        // Of a process that has ended the link is gone; of a replaced file it says " (deleted)".
-        if (isNumber && !program.isEmpty() &&
-            QFile::symLinkTarget("/proc/"_L1 + entry + "/exe"_L1) == program)
+        if (isNumber)
             found << id;
     }
     return found;
+}
+
+QString entryOf(qint64 id, QLatin1StringView name)
+{
+    return u"/proc/%1/%2"_s.arg(QString::number(id), name);
+}
+
+/// Of a process that has ended the link is gone; of a replaced file it says " (deleted)".
+QString programOf(qint64 id)
+{
+    return QFile::symLinkTarget(entryOf(id, "exe"_L1));
+}
+
+/// Value of a variable that the process was started with; null if it has none.
+QByteArray variable(const QByteArrayList &environment, QByteArrayView name)
+{
+    const QByteArray start = name.toByteArray() + '=';
+    const auto found = std::find_if(environment.cbegin(), environment.cend(),
+                                    [&start](const QByteArray &one) { return one.startsWith(start); });
+    return found == environment.cend() ? QByteArray() : found->sliced(start.size());
+}
+
+QString runtimeDirectoryOf(qint64 id)
+{
+    QFile file(entryOf(id, "environ"_L1));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArrayList environment = file.readAll().split('\0');
+    if (const QByteArray given = variable(environment, "CORVANE_RUNTIME_DIR"); !given.isEmpty()) {
+        const QString folder = QFile::symLinkTarget(entryOf(id, "cwd"_L1));
+        return QDir::cleanPath(QDir(folder).absoluteFilePath(QFile::decodeName(given)));
+    }
+    QString data = QFile::decodeName(variable(environment, "XDG_DATA_HOME"));
+    if (!data.startsWith(u'/'))
+        data = QFile::decodeName(variable(environment, "HOME")) + "/.local/share"_L1;
+    return data.startsWith(u'/')
+               ? QDir::cleanPath(u"%1/%2/%3/runtime"_s.arg(data, organizationName, applicationName))
+               : QString();
+}
+
+} // namespace
+
+QList<ProgramProcess> processesOf(const QString &path)
+{
+    QList<ProgramProcess> found;
+    const QString program = QFileInfo(path).canonicalFilePath();
+    if (program.isEmpty())
+        return found;
+    const QList<qint64> ids = allProcesses();
+    for (const qint64 id : ids) {
+        if (programOf(id) == program)
+            found << ProgramProcess{id, runtimeDirectoryOf(id)};
+    }
+    return found;
+}
+
+QList<qint64> processesWithin(const QString &folder)
+{
+    QList<qint64> found;
+    const QString within = QFileInfo(folder).canonicalFilePath() + u'/';
+    if (within.size() == 1)
+        return found;
+    const QList<qint64> ids = allProcesses();
+    std::copy_if(ids.cbegin(), ids.cend(), std::back_inserter(found),
+                 [&within](qint64 id) { return programOf(id).startsWith(within); });
+    return found;
+}
+
+QStringList childrenOf(qint64 id)
+{
+    QStringList names;
+    const QList<qint64> ids = allProcesses();
+    for (const qint64 other : ids) {
+        QFile file(entryOf(other, "stat"_L1));
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        // "id (name) state parent …", and a name may hold anything.
+        const QByteArray status = file.readAll();
+        const qsizetype end = status.lastIndexOf(')');
+        const QByteArrayList fields = status.sliced(end + 1).simplified().split(' ');
+        const bool hasEnded = fields.value(0) == "Z" || fields.value(0) == "X";
+        if (end > 0 && !hasEnded && fields.value(1).toLongLong() == id) {
+            const qsizetype begin = status.indexOf('(') + 1;
+            names << QFile::decodeName(status.sliced(begin, end - begin));
+        }
+    }
+    return names;
 }
 
 void endProcess(qint64 id)
 {
     ::kill(static_cast<pid_t>(id), SIGKILL);
 }
+
+void startWithoutConsole(QProcess & /*process*/) {}
 
 } // namespace corvane::guardian

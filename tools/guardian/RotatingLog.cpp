@@ -1,5 +1,7 @@
 #include "tools/guardian/RotatingLog.h"
 
+#include "tools/guardian/PrintableText.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QFile>
@@ -19,12 +21,7 @@ RotatingLog::RotatingLog(QString path, qint64 largest, int kept)
 
 void RotatingLog::append(const QDateTime &now, const QString &text)
 {
-    QString line = now.toString(Qt::ISODate) + u' ' + text;
-    for (QChar &c : line) {
-        if (c.category() == QChar::Other_Control)
-            c = u'?';
-    }
-    const QByteArray bytes = line.toUtf8() + '\n';
+    const QByteArray bytes = (now.toString(Qt::ISODate) + u' ' + printable(text)).toUtf8() + '\n';
 
     QFile file(m_path);
     if (file.size() > 0 && file.size() + bytes.size() > m_largest)

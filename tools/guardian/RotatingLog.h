@@ -14,8 +14,7 @@ class RotatingLog
 public:
     explicit RotatingLog(QString path, qint64 largest = 1 << 20, int kept = 3);
 
-    /// One line with the time before it. Line ends and other control characters in `text` are shown as "?",
-    /// so that nobody's file name can write lines of its own.
+    /// One line with the time before it; of `text` what printable() leaves.
     void append(const QDateTime &now, const QString &text);
 
     [[nodiscard]] QString path() const { return m_path; }

@@ -1,5 +1,6 @@
 #include "tools/guardian/StagedPackage.h"
 
+#include "tools/guardian/RegularFile.h"
 #include "update/Sha256.h"
 
 #include <QByteArray>
@@ -9,34 +10,53 @@ using namespace Qt::StringLiterals;
 
 namespace corvane::guardian {
 
-CopiedPackage copyPackage(const QString &from, const QString &to)
+namespace {
+
+constexpr qint64 pieceSize = 1 << 20;
+
+/// From one file to the other. Answers why not.
+QString copyAndHash(QFile &source, QFile &copy, qint64 largest, Sha256 &hash)
 {
-    constexpr qint64 pieceSize = 1 << 20;
-    QFile source(from);
-    if (!source.open(QIODevice::ReadOnly))
-        return {{}, u"the package can't be read: %1"_s.arg(source.errorString())};
+    QByteArray piece(pieceSize, Qt::Uninitialized);
+    for (qint64 all = 0;;) {
+        const qint64 count = source.read(piece.data(), pieceSize);
+        if (count < 0)
+            return u"the package can't be read: %1"_s.arg(source.errorString());
+        if (count == 0)
+            break;
+        all += count;
+        if (all > largest)
+            return u"the package grows while it is copied"_s;
+        hash.add(QByteArrayView(piece).first(count));
+        if (copy.write(piece.constData(), count) != count)
+            return u"the package can't be copied to %1: %2"_s.arg(copy.fileName(), copy.errorString());
+    }
+    if (!copy.flush())
+        return u"the package can't be copied to %1: %2"_s.arg(copy.fileName(), copy.errorString());
+    return {};
+}
+
+} // namespace
+
+CopiedPackage copyPackage(const QString &from, const QString &to, quint64 largest)
+{
+    const RegularFile source = openRegularFile(from, static_cast<qint64>(largest));
+    if (!source.file)
+        return {{}, u"the package can't be read: %1"_s.arg(source.error)};
     QFile::remove(to);
     QFile copy(to);
     if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner))
         return {{}, u"the package can't be copied to %1: %2"_s.arg(to, copy.errorString())};
 
     Sha256 hash;
-    QByteArray piece(pieceSize, Qt::Uninitialized);
-    for (;;) {
-        const qint64 count = source.read(piece.data(), pieceSize);
-        if (count < 0)
-            return {{}, u"the package can't be read: %1"_s.arg(source.errorString())};
-        if (count == 0)
-            break;
-        hash.add(QByteArrayView(piece).first(count));
-        if (copy.write(piece.constData(), count) != count)
-            return {{}, u"the package can't be copied to %1: %2"_s.arg(to, copy.errorString())};
-    }
-    if (!copy.flush())
-        return {{}, u"the package can't be copied to %1: %2"_s.arg(to, copy.errorString())};
+    QString error = copyAndHash(*source.file, copy, static_cast<qint64>(largest), hash);
     const QByteArray digest = hash.result();
-    if (digest.isEmpty())
-        return {{}, u"the package can't be hashed"_s};
+    if (error.isEmpty() && digest.isEmpty())
+        error = u"the package can't be hashed"_s;
+    if (!error.isEmpty()) {
+        copy.remove();
+        return {{}, error};
+    }
     return {QString::fromLatin1(digest.toHex()), {}};
 }
 

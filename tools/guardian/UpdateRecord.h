@@ -6,13 +6,16 @@ class QDateTime;
 
 namespace corvane::guardian {
 
-/// What became of the last update: for people, and so that what was rolled back isn't tried again.
+/// Outcome of the last update: for people, and so that what was rolled back isn't tried again.
 struct UpdateRecord
 {
-    QString result; ///< "applied", "refused" or "rolled back"; empty: there is no record
+    /// "applied", "refused", "rolled back", or "put back": as rolled back, but not for a fault of its own, so
+    /// that it may be tried again. Empty: there is no record.
+    QString result;
     QString version;
-    QString sha256; ///< of the package, as far as that was known
-    QString reason; ///< of a refusal or a roll-back
+    QString sha256;      ///< of the package, as far as that was known
+    QString reason;      ///< of a refusal or a roll-back
+    bool proven = false; ///< what was applied has run for long enough
 
     /// True if this very package has been rolled back.
     [[nodiscard]] bool rolledBack(const QString &digest) const;

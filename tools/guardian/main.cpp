@@ -1,10 +1,12 @@
-#include "tools/guardian/Guardian.h"
+#include "app/Version.h"
 #include "tools/guardian/Options.h"
+#include "tools/guardian/OwnFolder.h"
+#include "tools/guardian/PrintableText.h"
+#include "tools/guardian/Supervisor.h"
 #include "update/PinnedUpdateKey.h"
 #include "update/RuntimeFiles.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QLockFile>
 
 #include <cstdio>
@@ -23,7 +25,7 @@ void print(std::FILE *stream, const QString &text)
 
 ExitCode refuse(const QString &why)
 {
-    print(stderr, "corvane-guardian: "_L1 + why + u'\n');
+    print(stderr, "corvane-guardian: "_L1 + printable(why) + u'\n');
     return WrongPlace;
 }
 
@@ -40,6 +42,7 @@ int main(int argc, char *argv[])
         return options.exitCode;
     }
     GuardianSettings &settings = *options.settings;
+    settings.ownVersion = QString::fromLatin1(corvane::version());
     settings.pinnedKey = QString::fromLatin1(corvane::pinnedUpdateKey()).trimmed();
 
     const Installation &at = settings.installation;
@@ -48,19 +51,21 @@ int main(int argc, char *argv[])
         !problem.isEmpty()) {
         return refuse(problem);
     }
-    if (!QDir().mkpath(at.own()))
-        return refuse(
-            u"the folder %1, where the guardian keeps what it needs, can't be made"_s.arg(at.own()));
+    if (const QString problem = makeOwnFolder(at.own()); !problem.isEmpty()) {
+        return refuse(u"%1, the folder where the guardian keeps what it needs, can't be used: %2%3"_s.arg(
+            at.own(), problem,
+            settings.updates ? u". Without updates it isn't needed: --without-updates"_s : QString()));
+    }
     QLockFile lock(at.lock());
     lock.setStaleLockTime(0); // held for as long as its holder lives
     if (!lock.tryLock())
         return refuse(u"another guardian is at work on %1"_s.arg(at.directory));
 
     QObject requests;
-    Guardian guardian(settings, httpsSource(corvane::updateFeed(), &requests));
-    QObject::connect(&guardian, &Guardian::logged, &guardian,
+    Supervisor guardian(settings, httpsSource(corvane::updateFeed(), &requests));
+    QObject::connect(&guardian, &Supervisor::logged, &guardian,
                      [](const QString &line) { print(stderr, "guardian: "_L1 + line + u'\n'); });
-    QObject::connect(&guardian, &Guardian::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);
+    QObject::connect(&guardian, &Supervisor::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);
     guardian.run();
     return QCoreApplication::exec();
 }

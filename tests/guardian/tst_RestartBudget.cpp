@@ -1,5 +1,5 @@
 #include "tests/support/Runner.h"
-#include "tools/guardian/RestartPolicy.h"
+#include "tools/guardian/RestartBudget.h"
 
 #include <QTest>
 
@@ -12,7 +12,7 @@ constexpr qint64 giveUp = -1;
 } // namespace
 
 /// Pauses and the limit, in time that the rows make up.
-class tst_RestartPolicy : public QObject
+class tst_RestartBudget : public QObject
 {
     Q_OBJECT
 
@@ -21,7 +21,7 @@ private Q_SLOTS:
     void pauses();
 };
 
-void tst_RestartPolicy::pauses_data()
+void tst_RestartBudget::pauses_data()
 {
     QTest::addColumn<QList<qint64>>("crashesAt");
     QTest::addColumn<QList<qint64>>("pauses");
@@ -37,16 +37,16 @@ void tst_RestartPolicy::pauses_data()
         << QList<qint64>{0, 5 * minute, 12 * minute, 16 * minute} << QList<qint64>{1000, 2000, 2000, 2000};
 }
 
-void tst_RestartPolicy::pauses()
+void tst_RestartBudget::pauses()
 {
     QFETCH(const QList<qint64>, crashesAt);
     constexpr qint64 someDay = 1'790'000'000'000;
-    guardian::RestartPolicy policy;
+    guardian::RestartBudget policy;
     QList<qint64> given;
     for (const qint64 at : crashesAt)
         given << policy.onCrash(someDay + at).value_or(giveUp);
     QTEST(given, "pauses");
 }
 
-CORVANE_TEST(tst_RestartPolicy, QCoreApplication)
-#include "tst_RestartPolicy.moc"
+CORVANE_TEST(tst_RestartBudget, QCoreApplication)
+#include "tst_RestartBudget.moc"

@@ -1,10 +1,10 @@
-#include "tools/guardian/RestartPolicy.h"
+#include "tools/guardian/RestartBudget.h"
 
 #include <algorithm>
 
 namespace corvane::guardian {
 
-std::optional<qint64> RestartPolicy::onCrash(qint64 nowMs)
+std::optional<qint64> RestartBudget::onCrash(qint64 nowMs)
 {
     crashes.removeIf([this, nowMs](qint64 at) { return nowMs - at >= windowMs; });
     crashes.append(nowMs);

@@ -7,8 +7,9 @@
 
 namespace corvane::guardian {
 
-/// What follows a crash of the program. Pure: the caller brings the time, in milliseconds.
-struct RestartPolicy
+/// Limit on restarts of a program that ends badly. Pure: the caller brings the time, in milliseconds of
+/// a clock that nobody can set.
+struct RestartBudget
 {
     qint64 firstDelayMs = 1000;
     qint64 longestDelayMs = 60'000;

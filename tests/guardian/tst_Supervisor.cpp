@@ -2,7 +2,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
-#include "tools/guardian/Guardian.h"
+#include "tools/guardian/Supervisor.h"
 
 #include <QProcess>
 #include <QSignalSpy>
@@ -17,7 +17,7 @@ using test::GuardedFolder;
 using test::waitUntil;
 
 /// The guardian round a program that starts, crashes and ends. Updates are in tst_GuardianUpdate.
-class tst_Guardian : public QObject
+class tst_Supervisor : public QObject
 {
     Q_OBJECT
 
@@ -43,43 +43,43 @@ private:
     [[nodiscard]] QStringList lines() const;
 
     std::unique_ptr<GuardedFolder> m_folder;
-    std::unique_ptr<Guardian> m_guardian;
+    std::unique_ptr<Supervisor> m_guardian;
     std::unique_ptr<QSignalSpy> m_finished;
     std::unique_ptr<QSignalSpy> m_lines;
 };
 
-void tst_Guardian::init()
+void tst_Supervisor::init()
 {
     m_folder = std::make_unique<GuardedFolder>();
 }
 
-void tst_Guardian::cleanup()
+void tst_Supervisor::cleanup()
 {
     if (QTest::currentTestFailed())
         qInfo().noquote() << lines().join(u'\n');
     m_guardian.reset();
 }
 
-void tst_Guardian::guard(const GuardianSettings &settings)
+void tst_Supervisor::guard(const GuardianSettings &settings)
 {
-    m_guardian = std::make_unique<Guardian>(
+    m_guardian = std::make_unique<Supervisor>(
         settings, [](const ManifestAnswer &answer) { answer({}, u"nobody is to ask for a manifest"_s); });
-    m_finished = std::make_unique<QSignalSpy>(m_guardian.get(), &Guardian::finished);
-    m_lines = std::make_unique<QSignalSpy>(m_guardian.get(), &Guardian::logged);
+    m_finished = std::make_unique<QSignalSpy>(m_guardian.get(), &Supervisor::finished);
+    m_lines = std::make_unique<QSignalSpy>(m_guardian.get(), &Supervisor::logged);
     m_guardian->run();
 }
 
-bool tst_Guardian::waitForStarts(qsizetype count) const
+bool tst_Supervisor::waitForStarts(qsizetype count) const
 {
     return waitUntil([&] { return m_folder->starts().size() >= count; });
 }
 
-bool tst_Guardian::waitForBeat() const
+bool tst_Supervisor::waitForBeat() const
 {
     return waitUntil([&] { return QFile::exists(m_folder->runtimeDir() + "/.heartbeat"_L1); });
 }
 
-QStringList tst_Guardian::lines() const
+QStringList tst_Supervisor::lines() const
 {
     QStringList lines;
     if (m_lines) {
@@ -89,14 +89,14 @@ QStringList tst_Guardian::lines() const
     return lines;
 }
 
-void tst_Guardian::aCleanEndEndsTheGuardian_data()
+void tst_Supervisor::aCleanEndEndsTheGuardian_data()
 {
     QTest::addColumn<QByteArray>("behaviour");
     QTest::newRow("after a while") << QByteArray("beats");
     QTest::newRow("at once") << QByteArray("leaves");
 }
 
-void tst_Guardian::aCleanEndEndsTheGuardian()
+void tst_Supervisor::aCleanEndEndsTheGuardian()
 {
     QFETCH(const QByteArray, behaviour);
     test::writeFile(m_folder->path(u"app/behaviour"_s), behaviour);
@@ -111,7 +111,7 @@ void tst_Guardian::aCleanEndEndsTheGuardian()
     QCOMPARE(lines().last(), u"the program ended in order"_s);
 }
 
-void tst_Guardian::aBadEndIsFollowedByAStart_data()
+void tst_Supervisor::aBadEndIsFollowedByAStart_data()
 {
     QTest::addColumn<QByteArray>("behaviour");
     QTest::addColumn<QString>("line");
@@ -122,7 +122,7 @@ void tst_Guardian::aBadEndIsFollowedByAStart_data()
     QTest::newRow("no window") << QByteArray("fails") << u"the program ended: it ended with exit code 255"_s;
 }
 
-void tst_Guardian::aBadEndIsFollowedByAStart()
+void tst_Supervisor::aBadEndIsFollowedByAStart()
 {
     QFETCH(const QByteArray, behaviour);
     QFETCH(const QString, line);
@@ -137,7 +137,7 @@ void tst_Guardian::aBadEndIsFollowedByAStart()
     QVERIFY2(!lines().filter(line).isEmpty(), qPrintable(lines().join(u'\n')));
 }
 
-void tst_Guardian::tooManyBadEnds()
+void tst_Supervisor::tooManyBadEnds()
 {
     test::writeFile(m_folder->path(u"app/behaviour"_s), "fails");
     GuardianSettings settings = m_folder->settings();
@@ -149,7 +149,7 @@ void tst_Guardian::tooManyBadEnds()
     QVERIFY2(lines().last().endsWith("given up"_L1), qPrintable(lines().last()));
 }
 
-void tst_Guardian::aProgramThatCantBeStarted()
+void tst_Supervisor::aProgramThatCantBeStarted()
 {
     GuardianSettings settings = m_folder->settings();
     test::writeFile(settings.installation.programPath(), "nothing that a system starts");
@@ -160,7 +160,7 @@ void tst_Guardian::aProgramThatCantBeStarted()
     QCOMPARE(m_folder->starts(), QStringList());
 }
 
-void tst_Guardian::attachesToARun()
+void tst_Supervisor::attachesToARun()
 {
     const GuardianSettings settings = m_folder->settings();
     QProcess run;
@@ -177,7 +177,7 @@ void tst_Guardian::attachesToARun()
     QVERIFY(run.state() == QProcess::NotRunning || run.waitForFinished());
 }
 
-void tst_Guardian::attachedToARunThatCrashes()
+void tst_Supervisor::attachedToARunThatCrashes()
 {
     GuardianSettings settings = m_folder->settings();
     settings.attachOnly = true;
@@ -192,7 +192,7 @@ void tst_Guardian::attachedToARunThatCrashes()
              qPrintable(lines().join(u'\n')));
 }
 
-void tst_Guardian::somebodyElsesStartDuringThePause()
+void tst_Supervisor::somebodyElsesStartDuringThePause()
 {
     GuardianSettings settings = m_folder->settings();
     settings.restarts.firstDelayMs = 3000;
@@ -212,7 +212,7 @@ void tst_Guardian::somebodyElsesStartDuringThePause()
     QVERIFY(run.state() == QProcess::NotRunning || run.waitForFinished());
 }
 
-void tst_Guardian::nothingToAttachTo()
+void tst_Supervisor::nothingToAttachTo()
 {
     GuardianSettings settings = m_folder->settings();
     settings.attachOnly = true;
@@ -222,7 +222,7 @@ void tst_Guardian::nothingToAttachTo()
     QCOMPARE(m_folder->starts(), QStringList());
 }
 
-void tst_Guardian::theProgramGetsItsArgumentsAndDirectory()
+void tst_Supervisor::theProgramGetsItsArgumentsAndDirectory()
 {
 #ifndef Q_OS_LINUX
     QSKIP("the program is a script of the shell here");
@@ -237,5 +237,5 @@ void tst_Guardian::theProgramGetsItsArgumentsAndDirectory()
     QCOMPARE(m_folder->starts(), QStringList{u"-a b|ü|%1|"_s.arg(settings.runtimeDirectory)});
 }
 
-CORVANE_TEST(tst_Guardian, QCoreApplication)
-#include "tst_Guardian.moc"
+CORVANE_TEST(tst_Supervisor, QCoreApplication)
+#include "tst_Supervisor.moc"

@@ -1,0 +1,397 @@
+#include "tests/guardian/GuardianBench.h"
+#include "tests/support/Files.h"
+#include "tests/support/Runner.h"
+#include "tests/support/TestSupport.h"
+#include "update/UpdateFiles.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+#include <chrono>
+#include <memory>
+
+#ifdef Q_OS_LINUX
+#include <sys/fsuid.h>
+#endif
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using namespace corvane;
+using namespace corvane::guardian;
+using test::GuardianBench;
+using test::waitUntil;
+
+namespace {
+
+#ifdef Q_OS_LINUX
+/// A folder that this process may only read, even if root runs it. What it starts has its rights again.
+class ReadOnlyFolder
+{
+public:
+    explicit ReadOnlyFolder(const QString &path)
+        : m_path(QFile::encodeName(path))
+    {
+        constexpr uid_t nobody = 65534;
+        ::chmod(m_path.constData(), 0555);
+        m_former = ::setfsuid(::geteuid() == 0 ? nobody : ::geteuid());
+    }
+    ~ReadOnlyFolder()
+    {
+        ::setfsuid(static_cast<uid_t>(m_former));
+        ::chmod(m_path.constData(), 0755);
+    }
+    Q_DISABLE_COPY_MOVE(ReadOnlyFolder)
+
+private:
+    QByteArray m_path;
+    int m_former;
+};
+#endif
+
+} // namespace
+
+/// Nothing that somebody runs is replaced, ended or started twice, and what is on air least of all.
+class tst_GoldenRule : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void openedWhileTheFeedIsAsked();
+    void openedElsewhereWhileTheFeedIsAsked();
+    void othersDontKeepTheProgramAwayForEver();
+    void noRollBackUnderAnothersRun();
+    void anothersRunIsNotAttachedTo();
+    void anothersRunIsNeverEnded();
+    void aRunOnAirIsNeverEnded();
+    void offAirItIsJudged();
+    void silentWhereTheFormerWasSilent();
+    void silentWhereNobodyKnowsOfTheFormer();
+    void aHeartbeatOfAnotherUser();
+    void aHeartbeatThatIsAFifo();
+    void anOrderlyCloseIsFinal_data();
+    void anOrderlyCloseIsFinal();
+    void requestsThatCantBeRemoved();
+    void theHeartbeatStopsAndComesBack();
+
+private:
+    [[nodiscard]] GuardianSettings patient(std::chrono::milliseconds patience) const;
+    /// Guards a 0.1.0 that behaves so, and has 0.2.0 applied, whose behaviour that is.
+    void updateTo(const QByteArray &behaviour, const GuardianSettings &settings,
+                  const QByteArray &former = "beats");
+    [[nodiscard]] QString other() const { return m_bench->path(u"other"_s); }
+    void lookOften(const GuardianSettings &settings) const
+    {
+        test::passTimersOf(10 * static_cast<int>(settings.lookInterval.count()));
+    }
+
+    std::unique_ptr<GuardianBench> m_bench;
+};
+
+void tst_GoldenRule::init()
+{
+    m_bench = std::make_unique<GuardianBench>();
+}
+
+void tst_GoldenRule::cleanup()
+{
+    if (QTest::currentTestFailed())
+        qInfo().noquote() << m_bench->lines().join(u'\n');
+    m_bench.reset();
+}
+
+GuardianSettings tst_GoldenRule::patient(std::chrono::milliseconds patience) const
+{
+    GuardianSettings settings = m_bench->settings();
+    settings.trial.patience = patience;
+    return settings;
+}
+
+void tst_GoldenRule::updateTo(const QByteArray &behaviour, const GuardianSettings &settings,
+                              const QByteArray &former)
+{
+    test::writeFile(m_bench->path(u"app/behaviour"_s), former);
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForStarts(1));
+    m_bench->stageAndRequest("0.2.0", behaviour);
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is in place"_s));
+}
+
+void tst_GoldenRule::openedWhileTheFeedIsAsked()
+{
+    m_bench->feedWaits = true;
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->isFeedAsked());
+    m_bench->startBySomebody(m_bench->runtimeDir());
+    m_bench->answerFeed();
+    QVERIFY(m_bench->waitForLine(u"the update is put off: the program is running"_s));
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    QVERIFY(m_bench->somebodysRunLives());
+    QCOMPARE(m_bench->starts().size(), 1); // no second run on the same marks
+    QVERIFY(!m_bench->isRequested());
+
+    // It is watched like a run of the guardian's own, and its end is the operator's word.
+    m_bench->endSomebodysRun();
+    QVERIFY(m_bench->waitForFinish());
+    QCOMPARE(m_bench->exitCode(), 0);
+    QCOMPARE(m_bench->starts().size(), 1);
+}
+
+void tst_GoldenRule::openedElsewhereWhileTheFeedIsAsked()
+{
+    const GuardianSettings settings = m_bench->settings();
+    m_bench->feedWaits = true;
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->guard(settings);
+    m_bench->startBySomebody(other());
+    m_bench->answerFeed();
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+    lookOften(settings);
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    QVERIFY(m_bench->somebodysRunLives());
+    m_bench->feedWaits = false;
+    m_bench->endSomebodysRun();
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+}
+
+void tst_GoldenRule::othersDontKeepTheProgramAwayForEver()
+{
+    GuardianSettings settings = m_bench->settings();
+    settings.othersPatience = 100ms;
+    m_bench->startBySomebody(other());
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(u"update 0.2.0 refused: somebody else runs the program"_s));
+    QVERIFY(m_bench->waitForStarts(1));
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    QVERIFY(!m_bench->isRequested());
+    QVERIFY(m_bench->somebodysRunLives());
+}
+
+/// It came up in another session while it was on trial in this one, where it fails.
+void tst_GoldenRule::noRollBackUnderAnothersRun()
+{
+    const GuardianSettings settings = m_bench->settings();
+    test::GuardedFolder::install(settings.installation.next(), "0.2.0", "beats");
+    const Stamp stamp{u"id"_s, u"0.2.0"_s, u"digest"_s};
+    QCOMPARE(writeStamp(settings.installation.next(), stamp), QString());
+    QCOMPARE(DirectorySwap(settings.installation).install(stamp), QString());
+    m_bench->startBySomebody(other());
+    test::writeFile(m_bench->path(u"app/behaviour"_s), "crashes");
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up"_s));
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+    lookOften(settings);
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+    QVERIFY(m_bench->somebodysRunLives());
+
+    // Nor by the next guardian.
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+    m_bench->endSomebodysRun();
+    QVERIFY(m_bench->waitForLine(u"rolled back"_s));
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+}
+
+void tst_GoldenRule::anothersRunIsNotAttachedTo()
+{
+    GuardianSettings settings = m_bench->settings();
+    m_bench->startBySomebody(other());
+    settings.attachOnly = true;
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForFinish());
+    QCOMPARE(m_bench->exitCode(), 4);
+
+    settings.attachOnly = false;
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForStarts(1)); // one of its own, with marks of its own
+    QVERIFY(m_bench->somebodysRunLives());
+}
+
+/// The version on trial is silent in this session, and healthy in another.
+void tst_GoldenRule::anothersRunIsNeverEnded()
+{
+    const GuardianSettings settings = patient(300ms);
+    updateTo("mute", settings);
+    m_bench->startBySomebody(other());
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up: no heartbeat for"_s));
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+    lookOften(settings);
+    QVERIFY(m_bench->somebodysRunLives());
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+    m_bench->endSomebodysRun();
+    QVERIFY(m_bench->waitForLine(u"rolled back"_s));
+}
+
+void tst_GoldenRule::aRunOnAirIsNeverEnded()
+{
+    const GuardianSettings settings = patient(200ms);
+    test::writeFile(m_bench->path(u"runtime/on-air"_s), {});
+    updateTo("mute", settings);
+    QVERIFY(m_bench->waitForLine(u"is left alone until it is off air"_s));
+    QVERIFY2(
+        !m_bench->lines().filter(u"version 0.2.0: no heartbeat for"_s).filter(u"it runs ffmpeg"_s).isEmpty(),
+        qPrintable(m_bench->lines().join(u'\n')));
+    test::passTimersOf(3 * static_cast<int>(settings.trial.patience.count()));
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+    QCOMPARE(m_bench->starts().size(), 2);
+    QCOMPARE(m_bench->lines().filter(u"is left alone"_s).size(), 1);
+
+    // An orderly end of a version that was on air doesn't speak against it.
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForFinish());
+    QCOMPARE(m_bench->exitCode(), 0);
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+    QCOMPARE(DirectorySwap(settings.installation).closedEarly(), 0);
+}
+
+void tst_GoldenRule::offAirItIsJudged()
+{
+    test::writeFile(m_bench->path(u"runtime/on-air"_s), {});
+    updateTo("mute", patient(200ms));
+    QVERIFY(m_bench->waitForLine(u"is left alone until it is off air"_s));
+    QVERIFY(QFile::remove(m_bench->path(u"runtime/on-air"_s)));
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up: no heartbeat for"_s));
+    QVERIFY(m_bench->waitForLine(u"rolled back"_s));
+    QVERIFY(m_bench->waitForStarts(3));
+}
+
+/// A full disk, a heartbeat that can't be written: an update changes nothing about that.
+void tst_GoldenRule::silentWhereTheFormerWasSilent()
+{
+    const GuardianSettings settings = patient(200ms);
+    test::writeFile(m_bench->path(u"app/behaviour"_s), "mute");
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForStarts(1));
+    test::passTimersOf(2 * static_cast<int>(settings.trial.patience.count()));
+    m_bench->stageAndRequest("0.2.0", "mute");
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 runs and shows no heartbeat, as the former one didn't"_s));
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+    QCOMPARE(m_bench->record().result, u"applied"_s);
+    QVERIFY(!HeldVersions{m_bench->runtimeDir()}.isHeld(u"0.2.0"_s));
+    QCOMPARE(m_bench->starts().size(), 2);
+}
+
+void tst_GoldenRule::silentWhereNobodyKnowsOfTheFormer()
+{
+    test::writeFile(m_bench->path(u"app/behaviour"_s), "mute");
+    m_bench->stageAndRequest("0.2.0", "mute");
+    m_bench->guard(patient(200ms));
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up: no heartbeat for"_s));
+    QVERIFY(m_bench->waitForLine(u"the place is at fault, and version 0.2.0 isn't held back any longer"_s));
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    QVERIFY(!HeldVersions{m_bench->runtimeDir()}.isHeld(u"0.2.0"_s));
+    QCOMPARE(m_bench->record().result, u"put back"_s);
+
+    m_bench->stageAndRequest("0.2.0", "mute");
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 runs and shows no heartbeat, as the former one didn't"_s));
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+}
+
+void tst_GoldenRule::aHeartbeatOfAnotherUser()
+{
+#ifdef Q_OS_UNIX
+    constexpr uid_t nobody = 65534;
+    const QString heartbeat = m_bench->path(u"runtime/.heartbeat"_s);
+    test::writeFile(heartbeat, "1");
+    if (::chown(QFile::encodeName(heartbeat).constData(), nobody, nobody) != 0)
+        QSKIP("only root gives files away");
+    // As root the program writes it all the same; the beats aren't known to be its own.
+    updateTo("beats", patient(300ms));
+    QVERIFY(waitUntil([&] {
+        return !m_bench->lines().filter(u"version 0.2.0 runs and shows no heartbeat"_s).isEmpty() ||
+               !m_bench->lines().filter(u"rolled back"_s).isEmpty();
+    }));
+    QVERIFY(m_bench->lines().filter(u"version 0.2.0 is up"_s).isEmpty());
+#else
+    QSKIP("owners of files aren't looked at here");
+#endif
+}
+
+void tst_GoldenRule::aHeartbeatThatIsAFifo()
+{
+#ifdef Q_OS_UNIX
+    test::writeFile(m_bench->path(u"app/behaviour"_s), "mute");
+    QCOMPARE(::mkfifo(QFile::encodeName(m_bench->path(u"runtime/.heartbeat"_s)).constData(), 0600), 0);
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForStarts(1));
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForFinish());
+    QCOMPARE(m_bench->exitCode(), 0);
+#else
+    QSKIP("there are no FIFOs in the file system here");
+#endif
+}
+
+void tst_GoldenRule::anOrderlyCloseIsFinal_data()
+{
+    QTest::addColumn<QString>("inTheWay");
+    QTest::newRow("nothing asked for") << QString();
+    QTest::newRow("a folder of the request's name") << u"update/apply-now"_s;
+    QTest::newRow("a folder of that name, and not empty") << u"update/apply-now/in"_s;
+}
+
+void tst_GoldenRule::anOrderlyCloseIsFinal()
+{
+    QFETCH(const QString, inTheWay);
+    if (!inTheWay.isEmpty())
+        QVERIFY(QDir().mkpath(m_bench->runtimeDir() + u'/' + inTheWay));
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForBeats());
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForFinish());
+    QCOMPARE(m_bench->exitCode(), 0);
+    QCOMPARE(m_bench->starts().size(), 1);
+    QCOMPARE(m_bench->feedQuestions, 0);
+    QCOMPARE(m_bench->lines().filter(u"apply-now is no file of this user's: it asks for nothing"_s).size(),
+             inTheWay.isEmpty() ? 0 : 1);
+}
+
+/// It was granted or refused once; the next orderly end of the program is one.
+void tst_GoldenRule::requestsThatCantBeRemoved()
+{
+#ifdef Q_OS_LINUX
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->manifest.replace("sha256", "sha512");
+    // The rest is open to whoever this process is meanwhile.
+    QCOMPARE(::chmod(QFile::encodeName(m_bench->path({})).constData(), 0755), 0);
+    QCOMPARE(::chmod(QFile::encodeName(m_bench->runtimeDir()).constData(), 0777), 0);
+    const ReadOnlyFolder readOnly(updateDirectory(m_bench->runtimeDir()));
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForLine(u"apply-now can't be removed"_s));
+    QVERIFY(m_bench->waitForStarts(1));
+    QVERIFY(m_bench->waitForBeats());
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForFinish());
+    QCOMPARE(m_bench->starts().size(), 1);
+    QVERIFY(m_bench->isRequested());
+#else
+    QSKIP("whoever may write a file here may remove it");
+#endif
+}
+
+void tst_GoldenRule::theHeartbeatStopsAndComesBack()
+{
+    GuardianSettings settings = m_bench->settings();
+    settings.staleHeartbeat = 500ms;
+    test::writeFile(m_bench->path(u"app/behaviour"_s), "once");
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(u"the program's heartbeat has stopped"_s));
+    test::writeFile(m_bench->path(u"runtime/.heartbeat"_s), "1");
+    QVERIFY(m_bench->waitForLine(u"the program's heartbeat is back"_s));
+    QCOMPARE(m_bench->starts().size(), 1);
+}
+
+CORVANE_TEST(tst_GoldenRule, QCoreApplication)
+#include "tst_GoldenRule.moc"

@@ -1,0 +1,570 @@
+#include "tools/guardian/Supervisor.h"
+
+#include "tools/guardian/PrintableText.h"
+#include "tools/guardian/ProgramProcesses.h"
+
+#include <QDateTime>
+#include <QProcessEnvironment>
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace corvane::guardian {
+
+namespace {
+
+constexpr std::chrono::milliseconds releaseInterval = 1min;
+
+std::chrono::milliseconds elapsed(const QElapsedTimer &timer)
+{
+    return std::chrono::milliseconds(timer.elapsed());
+}
+
+} // namespace
+
+Supervisor::Supervisor(GuardianSettings settings, ManifestSource manifest, QObject *parent)
+    : QObject(parent)
+    , m_settings(std::move(settings))
+    , m_manifest(std::move(manifest))
+    , m_marks{m_settings.runtimeDirectory}
+    , m_swap(m_settings.installation)
+    , m_program(m_settings.installation.programPath(), m_settings.arguments, m_marks)
+    , m_heartbeat(m_marks)
+    , m_held{m_settings.runtimeDirectory}
+    , m_restarts(m_settings.restarts)
+    , m_log(m_settings.installation.log())
+{
+    m_clock.start();
+    m_swap.whyNotRemove = [](const QString &folder) {
+        const QList<qint64> processes = processesWithin(folder);
+        return processes.isEmpty() ? QString()
+                                   : u"a program in it is running (process %1)"_s.arg(processes.first());
+    };
+    m_swap.whyNotReplace = [this] { return whyNot(Act::Replace, m_program.runs()); };
+    connect(&m_program, &GuardedProgram::ended, this, &Supervisor::onEnded);
+    connect(&m_lookTimer, &QTimer::timeout, this, &Supervisor::look);
+    m_pauseTimer.setSingleShot(true);
+    connect(&m_pauseTimer, &QTimer::timeout, this,
+            [this] { wish(isRequested() ? Wish::Update : Wish::Start); });
+    connect(&m_releaseTimer, &QTimer::timeout, this, &Supervisor::releaseHeld);
+}
+
+void Supervisor::log(const QString &line)
+{
+    const QString shown = printable(line);
+    m_log.append(QDateTime::currentDateTime(), shown);
+    Q_EMIT logged(shown);
+}
+
+void Supervisor::finish(ExitCode code)
+{
+    m_state = Finished;
+    m_lookTimer.stop();
+    m_releaseTimer.stop();
+    Q_EMIT finished(code);
+}
+
+void Supervisor::run()
+{
+    m_lookTimer.start(m_settings.lookInterval);
+    m_releaseTimer.start(std::min(releaseInterval, m_settings.holdTime));
+    log(u"guarding %1, marks in %2"_s.arg(m_settings.installation.programPath(),
+                                          m_settings.runtimeDirectory));
+    m_heartbeat.begin();
+    if (!m_settings.updates) {
+        log(u"without updates"_s);
+    } else if (!takeUp()) {
+        return;
+    }
+    if (m_state != Idle)
+        return;
+    if (m_program.attach())
+        watch(u"the program is running; it is watched"_s);
+    else if (isRequested())
+        wish(Wish::Update);
+    else if (m_settings.attachOnly) {
+        log(u"the program isn't running"_s);
+        finish(NothingToAttach);
+    } else {
+        wish(Wish::Start);
+    }
+}
+
+/// Takes up an update that a former guardian left half done or on trial. False if no installation is in
+/// place.
+bool Supervisor::takeUp()
+{
+    const UpdateRecord last = readRecord(m_settings.installation.record());
+    const DirectorySwap::Found found = m_swap.recover();
+    if (found == DirectorySwap::Found::Broken) {
+        log(u"no installation could be put in place; what there is lies in %1"_s.arg(
+            m_settings.installation.own()));
+        finish(GaveUp);
+        return false;
+    }
+    if (found == DirectorySwap::Found::RolledBack)
+        log(u"a roll-back that was cut off has been completed"_s);
+    if (last.rolledBack(last.sha256) && !m_held.isHeld(last.version))
+        holdBack(last.version);
+    releaseHeld();
+    const Stamp installed = readStamp(m_settings.installation.directory);
+    m_isUnproven = last.result == "applied"_L1 && !last.proven && installed.sha256 == last.sha256 &&
+                   m_swap.canRollBack();
+    const bool isDue = found == DirectorySwap::Found::RollBackDue;
+    if (found != DirectorySwap::Found::Trial && !isDue)
+        return true;
+
+    // It has been granted already, and would be taken for another one.
+    removeRequest();
+    if (isDue || last.rolledBack(m_swap.onTrial().sha256)) {
+        log(u"a roll-back was about to begin"_s);
+        wish(Wish::RollBack);
+    } else {
+        log(u"version %1 was put in place and hasn't proven itself"_s.arg(m_swap.onTrial().version));
+        beginTrial();
+    }
+    return true;
+}
+
+// --- Permission
+
+Runs Supervisor::runs() const
+{
+    Runs runs = m_program.runs();
+    runs.marksStand = m_marks.sentinelStands();
+    runs.marksLive = m_heartbeat.isLive(m_settings.silence);
+    runs.marksQuiet = m_heartbeat.sinceBeat() > m_settings.silence;
+    if (m_isFirstStart && !runs.marksQuiet) {
+        // Before anything has been watched the machine's clock says whether the last beat is worth waiting
+        // for.
+        const qint64 age = std::abs(QDateTime::currentMSecsSinceEpoch() - m_marks.heartbeat().value_or(0));
+        runs.marksLive = runs.marksLive || std::chrono::milliseconds(age) < m_settings.silence;
+    }
+    return runs;
+}
+
+void Supervisor::wish(Wish what)
+{
+    m_wish = what;
+    m_state = Waiting;
+    m_waitsFor.clear();
+    m_sinceWish.start();
+    if (what == Wish::Update)
+        log(u"an update is to be applied"_s);
+    tryWish();
+}
+
+void Supervisor::tryWish()
+{
+    const Act act = m_wish == Wish::Start ? Act::Start : Act::Replace;
+    const Runs now = runs();
+    const QString reason = whyNot(act, now);
+    if (reason.isEmpty()) {
+        if (m_wish == Wish::Start)
+            startProgram();
+        else if (m_wish == Wish::Update)
+            update();
+        else
+            rollBack();
+        return;
+    }
+    // Its operator has opened the program meanwhile: it runs on, and asks for the update again.
+    if (m_wish != Wish::RollBack && m_program.attach()) {
+        if (m_wish == Wish::Update) {
+            removeRequest();
+            log(u"the update is put off: %1"_s.arg(reason));
+        }
+        watch(u"somebody has started the program; it is watched"_s);
+    } else if (m_wish == Wish::Update && !now.others.isEmpty() &&
+               elapsed(m_sinceWish) > m_settings.othersPatience) {
+        putOffForOthers(reason);
+    } else {
+        waitFor(reason);
+    }
+}
+
+void Supervisor::waitFor(const QString &reason)
+{
+    if (m_waitsFor.isEmpty())
+        log(m_wish == Wish::Start ? u"waiting: %1"_s.arg(reason)
+                                  : u"waiting for every run of the program to end: %1"_s.arg(reason));
+    m_waitsFor = reason;
+}
+
+// --- Watching
+
+void Supervisor::watch(const QString &line)
+{
+    log(line);
+    m_heartbeat.begin();
+    m_state = Watching;
+    m_isFirstStart = false;
+    m_reportedStale = false;
+    m_reportedRequest = false;
+    m_reportedBlocked = false;
+}
+
+void Supervisor::startProgram()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"CORVANE_RUNTIME_DIR"_s, m_settings.runtimeDirectory);
+    const bool feedOff = std::exchange(m_feedOff, false) || !m_settings.updates;
+    if (feedOff)
+        environment.insert(u"CORVANE_UPDATE_FEED"_s, u"off"_s);
+    watch(feedOff ? u"starting the program, its update check switched off"_s : u"starting the program"_s);
+    m_program.start(environment);
+}
+
+void Supervisor::onEnded(bool orderly, const QString &how)
+{
+    if (m_state == Finished)
+        return;
+    log(orderly ? u"the program ended in order"_s : u"the program ended: %1"_s.arg(how));
+    if (m_trial) {
+        if (!onTrialEnded(orderly, how))
+            return;
+    } else if (m_heartbeat.beats() > 0) {
+        m_formerBeat = true;
+    } else if (m_heartbeat.sinceBegin() > m_settings.trial.patience) {
+        m_formerBeat = false;
+    }
+    const bool requested = isRequested();
+    m_heartbeat.begin(); // a beat from now on is somebody else's
+    if (requested)
+        wish(Wish::Update);
+    else if (orderly)
+        finish(EndedCleanly);
+    else
+        onBadEnd(how);
+}
+
+void Supervisor::onBadEnd(const QString &how)
+{
+    const std::optional<qint64> delay = m_restarts.onCrash(m_clock.elapsed());
+    if (m_isUnproven && m_swap.canRollBack() && (m_settings.trial.goesBack(++m_badEndsUnproven) || !delay)) {
+        const Stamp stamp = readStamp(m_settings.installation.directory);
+        const QString reason = u"it ended badly %1 times soon after it came up (%2)"_s.arg(
+            QString::number(m_badEndsUnproven), how);
+        log(u"version %1 goes back: %2"_s.arg(stamp.version, reason));
+        goBack(stamp, reason);
+        return;
+    }
+    if (!delay) {
+        log(u"it has ended badly %1 times within %2 minutes (%3): given up"_s.arg(m_restarts.crashes.size())
+                .arg(m_restarts.windowMs / 60'000)
+                .arg(how));
+        finish(GaveUp);
+        return;
+    }
+    log(u"it is started again in %1 ms"_s.arg(*delay));
+    m_state = Pausing;
+    m_pauseTimer.start(std::chrono::milliseconds(*delay));
+}
+
+void Supervisor::look()
+{
+    m_heartbeat.look();
+    m_program.look();
+    if (m_state == Waiting) {
+        tryWish();
+    } else if (m_state == Watching) {
+        lookAtHeartbeat();
+        lookAtFormer();
+        if (m_trial)
+            lookAtTrial();
+    }
+}
+
+/// A heartbeat that stops is only reported: the streams are processes of their own and may well go on.
+void Supervisor::lookAtHeartbeat()
+{
+    if (m_marks.requestIsBlocked() && !std::exchange(m_reportedBlocked, true))
+        log(u"apply-now is no file of this user's: it asks for nothing"_s);
+    if (isRequested() && !std::exchange(m_reportedRequest, true))
+        log(u"an update is requested; waiting for the program to end"_s);
+    if (m_isUnproven && !m_trial && m_heartbeat.sinceBegin() >= m_settings.trial.proof) {
+        m_isUnproven = false;
+        UpdateRecord last = readRecord(m_settings.installation.record());
+        last.proven = true;
+        writeRecord(m_settings.installation.record(), last, QDateTime::currentDateTime());
+    }
+    if (m_heartbeat.beats() == 0)
+        return;
+    const bool stale = m_heartbeat.sinceBeat() > m_settings.staleHeartbeat;
+    if (stale != m_reportedStale)
+        log(stale ? u"the program's heartbeat has stopped"_s : u"the program's heartbeat is back"_s);
+    m_reportedStale = stale;
+}
+
+// --- Updating
+
+/// A request that couldn't be removed has been dealt with: it counts no more until it is gone.
+bool Supervisor::isRequested()
+{
+    if (!m_settings.updates)
+        return false;
+    QString error;
+    if (m_requestStuck && m_marks.removeRequest(error)) {
+        m_requestStuck = false;
+        return false;
+    }
+    return !m_requestStuck && m_marks.updateRequested();
+}
+
+void Supervisor::removeRequest()
+{
+    QString error;
+    m_requestStuck = !m_marks.removeRequest(error);
+    if (m_requestStuck)
+        log(u"apply-now can't be removed (%1); until it is gone, no update is applied"_s.arg(error));
+}
+
+void Supervisor::update()
+{
+    m_state = Working;
+    if (m_marks.sentinelStands())
+        log(u"the run that asked for the update didn't end in order"_s);
+    const Stamp installed = readStamp(m_settings.installation.directory);
+    m_job = std::make_unique<UpdateJob>(
+        UpdateJob::Context{m_settings.installation, m_marks, m_settings.pinnedKey,
+                           installed.version.isEmpty() ? m_settings.ownVersion : installed.version,
+                           m_settings.limits},
+        m_swap, m_manifest, [this] { return whyNot(Act::Replace, runs()); });
+    connect(m_job.get(), &UpdateJob::logged, this, &Supervisor::log);
+    connect(m_job.get(), &UpdateJob::done, this, &Supervisor::onUpdated);
+    m_job->run();
+}
+
+void Supervisor::onUpdated(const UpdateOutcome &outcome)
+{
+    if (m_state != Working)
+        return;
+    m_job.release()->deleteLater(); // it is the one that calls
+    switch (outcome.kind) {
+    case UpdateOutcome::InPlace:
+        // The journal says from here on what is to be done; the program on trial may make a request of its
+        // own.
+        removeRequest();
+        m_failedAttempts = 0;
+        beginTrial();
+        break;
+    case UpdateOutcome::PutOff:
+        wish(Wish::Update);
+        break;
+    case UpdateOutcome::Refused:
+        refuse(outcome);
+        wish(Wish::Start);
+        break;
+    }
+}
+
+/// The program has left for the update, and its operator hasn't got it meanwhile.
+void Supervisor::putOffForOthers(const QString &reason)
+{
+    UpdateOutcome outcome;
+    QString error;
+    outcome.ready = m_marks.readyUpdate(error).value_or(ReadyUpdate());
+    outcome.reason = reason;
+    refuse(outcome);
+    wish(Wish::Start);
+}
+
+void Supervisor::refuse(const UpdateOutcome &outcome)
+{
+    const QString &version = outcome.ready.version;
+    log(u"update %1 refused: %2"_s.arg(version.isEmpty() ? u"of an unknown version"_s : version,
+                                       outcome.reason));
+    // The record of a roll-back is kept: the same package may come again.
+    const UpdateRecord known = readRecord(m_settings.installation.record());
+    if (!known.rolledBack(known.sha256))
+        record(u"refused"_s, {{}, version, outcome.digest}, outcome.reason);
+    removeRequest();
+    m_failedAttempts = outcome.mayDoBetter ? m_failedAttempts + 1 : 0;
+    if (!outcome.mayDoBetter || m_failedAttempts >= m_settings.attempts)
+        holdBack(version);
+}
+
+void Supervisor::holdBack(const QString &version)
+{
+    m_feedOff = !m_held.isHeld(version) && !m_held.hold(version);
+    if (!m_feedOff)
+        log(u"version %1 is held back"_s.arg(version));
+}
+
+void Supervisor::releaseHeld()
+{
+    const UpdateRecord last = readRecord(m_settings.installation.record());
+    m_held.release(m_settings.holdTime, last.rolledBack(last.sha256) ? last.version : QString());
+}
+
+void Supervisor::record(const QString &result, const Stamp &stamp, const QString &reason)
+{
+    if (!writeRecord(m_settings.installation.record(), {result, stamp.version, stamp.sha256, reason, false},
+                     QDateTime::currentDateTime()))
+        log(u"%1 can't be written"_s.arg(m_settings.installation.record()));
+}
+
+// --- On trial
+
+void Supervisor::beginTrial()
+{
+    m_trial = Trial{m_settings.trial, {}, false, {}};
+    m_trial->policy.formerNeverBeat = m_formerBeat == false;
+    m_isUnproven = false;
+    if (m_program.attach())
+        watch(u"the program is running; it is watched"_s);
+    else
+        wish(Wish::Start);
+}
+
+/// Beats count while the started run is the only one that could write them.
+void Supervisor::lookAtTrial()
+{
+    if (!m_trial->failure.isEmpty())
+        return;
+    if (runs().own.size() > 1) {
+        m_heartbeat.begin(); // nobody knows whose beats these are
+        return;
+    }
+    const QStringList tools = m_program.tools();
+    if (!tools.isEmpty()) {
+        m_trial->lastOnAir.emplace();
+        m_trial->lastOnAir->start();
+    }
+    TrialSight seen;
+    seen.beats = m_heartbeat.beats();
+    seen.sinceBeat = m_heartbeat.sinceBeat();
+    seen.onAir = !tools.isEmpty();
+    if (m_trial->lastOnAir)
+        seen.sinceOnAir = elapsed(*m_trial->lastOnAir);
+
+    const QString version = m_swap.onTrial().version;
+    const QString silence = m_heartbeat.beats() == 0
+                                ? u"no heartbeat for %1 s"_s.arg(seen.sinceBeat / 1s)
+                                : u"one heartbeat, and none for %1 s"_s.arg(seen.sinceBeat / 1s);
+    switch (m_trial->policy.atLook(seen)) {
+    case TrialVerdict::Wait:
+        break;
+    case TrialVerdict::Passed:
+        passTrial(u"version %1 is up"_s.arg(version));
+        break;
+    case TrialVerdict::NoBeatHere:
+        passTrial(
+            u"version %1 runs and shows no heartbeat, as the former one didn't: the place is at fault, not "
+            "the version"_s.arg(version));
+        break;
+    case TrialVerdict::LeftAlone:
+        if (!std::exchange(m_trial->reportedOnAir, true))
+            log(u"version %1: %2; it runs %3 and is left alone until it is off air"_s.arg(
+                version, silence, tools.join(", "_L1)));
+        break;
+    case TrialVerdict::Failed:
+        if (const QString reason = whyNot(Act::Kill, runs()); !reason.isEmpty()) {
+            log(u"version %1 isn't ended: %2"_s.arg(version, reason));
+            break;
+        }
+        m_trial->failure = silence;
+        m_program.kill();
+        break;
+    }
+}
+
+void Supervisor::passTrial(const QString &line)
+{
+    const Stamp stamp = m_swap.onTrial();
+    record(u"applied"_s, stamp, {});
+    m_swap.confirm();
+    m_trial.reset();
+    m_isUnproven = true;
+    m_badEndsUnproven = 0;
+    log(line);
+}
+
+/// False if nothing of the end is left to be dealt with.
+bool Supervisor::onTrialEnded(bool orderly, const QString &how)
+{
+    const Trial trial = *m_trial;
+    const Stamp stamp = m_swap.onTrial();
+    if (!trial.failure.isEmpty()) {
+        m_trial.reset();
+        if (m_heartbeat.beats() == 0 && !m_formerBeat)
+            m_doubted = stamp;
+        log(u"version %1 didn't come up: %2"_s.arg(stamp.version, trial.failure));
+        goBack(stamp, trial.failure);
+        return false;
+    }
+    const int beats = m_heartbeat.beats();
+    switch (trial.policy.atEnd(orderly, beats, m_swap.closedEarly())) {
+    case TrialEnd::Passed:
+        passTrial(u"version %1 is up"_s.arg(stamp.version));
+        return true;
+    case TrialEnd::Undecided:
+        log(u"version %1 was closed before its first heartbeat; it stays on trial"_s.arg(stamp.version));
+        if (!trial.lastOnAir && !m_swap.countEarlyClose())
+            log(u"%1 can't be written"_s.arg(m_settings.installation.journal()));
+        removeRequest();
+        finish(EndedCleanly);
+        return false;
+    case TrialEnd::Failed:
+        break;
+    }
+    m_trial.reset();
+    m_closedByOperator = orderly;
+    const QString reason =
+        orderly ? u"it ended %1 times without a heartbeat"_s.arg(m_swap.closedEarly() + 1) : how;
+    log(u"version %1 didn't come up: %2"_s.arg(stamp.version, reason));
+    goBack(stamp, reason);
+    return false;
+}
+
+void Supervisor::goBack(const Stamp &stamp, const QString &reason)
+{
+    m_isUnproven = false;
+    // First the record: whatever happens next, this package isn't tried a second time.
+    record(u"rolled back"_s, stamp, reason);
+    removeRequest();
+    holdBack(stamp.version);
+    m_heartbeat.begin();
+    wish(Wish::RollBack);
+}
+
+void Supervisor::rollBack()
+{
+    if (const QString error = m_swap.rollBack(); !error.isEmpty()) {
+        log(u"the former installation can't be put back: %1"_s.arg(error));
+        finish(GaveUp);
+        return;
+    }
+    const QString version = readStamp(m_settings.installation.directory).version;
+    log(version.isEmpty() ? u"rolled back to the former installation"_s
+                          : u"rolled back to version %1"_s.arg(version));
+    if (m_closedByOperator)
+        finish(EndedCleanly);
+    else
+        wish(Wish::Start);
+}
+
+/// A version that was rolled back for its silence isn't to blame where the one before it is silent too.
+void Supervisor::lookAtFormer()
+{
+    if (!m_doubted || m_trial)
+        return;
+    if (m_heartbeat.beats() > 0) {
+        m_doubted.reset();
+    } else if (m_heartbeat.sinceBegin() > m_settings.trial.patience) {
+        log(u"the former version shows no heartbeat either: the place is at fault, and version %1 isn't held "
+            u"back "
+            "any longer"_s.arg(m_doubted->version));
+        record(u"put back"_s, *m_doubted,
+               u"neither this version nor the former one shows a heartbeat here"_s);
+        m_held.letGo(m_doubted->version);
+        m_doubted.reset();
+        m_formerBeat = false;
+    }
+}
+
+} // namespace corvane::guardian
