@@ -1,7 +1,10 @@
+#include "tests/guardian/ZipMaker.h"
+#include "tests/support/Files.h"
 #include "tests/support/Runner.h"
 #include "tools/publish/Commands.h"
 #include "tools/publish/PackageDigest.h"
 
+#include <QCryptographicHash>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -38,6 +41,8 @@ void write(const QString &path, const QByteArray &text)
 
 } // namespace
 
+Q_DECLARE_METATYPE(QList<corvane::test::ZipItem>)
+
 /// corvane-publish from its command line.
 class tst_PublishCommands : public QObject
 {
@@ -54,6 +59,9 @@ private Q_SLOTS:
     void wrongCommandLines();
     void signFails_data();
     void signFails();
+    void signJudgesAsAGuardianDoes_data();
+    void signJudgesAsAGuardianDoes();
+    void aWeakKeyVerifiesNothing();
     void aManifestThatCantBeWritten();
     void aKeyThatOthersMayRead();
     void help_data();
@@ -70,7 +78,7 @@ private:
 void tst_PublishCommands::init()
 {
     m_folder = std::make_unique<QTemporaryDir>();
-    write(path(u"package.zip"_s), "abc");
+    QVERIFY(test::writeZip(path(u"package.zip"_s), {{"corvane.exe", "abc"}, {"lib/a.dll", "x"}}));
 }
 
 QStringList tst_PublishCommands::signArguments() const
@@ -119,7 +127,9 @@ void tst_PublishCommands::theDigestIsThatOfTheFile()
                                     .toObject()[u"windows-x64"_s]
                                     .toObject();
     QCOMPARE(package[u"sha256"_s].toString(),
-             u"ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"_s);
+             QString::fromLatin1(QCryptographicHash::hash(test::contentsOf(path(u"package.zip"_s)),
+                                                          QCryptographicHash::Sha256)
+                                     .toHex()));
     QCOMPARE(package[u"url"_s].toString(), u"https://host.example/CORVANE-0.2.0.zip"_s);
 }
 
@@ -224,6 +234,54 @@ void tst_PublishCommands::signFails()
     QVERIFY(!QFile::exists(path(u"latest.json"_s)));
 }
 
+void tst_PublishCommands::signJudgesAsAGuardianDoes_data()
+{
+    using test::ZipItem;
+    QTest::addColumn<QList<ZipItem>>("items");
+    QTest::addColumn<QString>("error"); // empty: it is signed
+    const ZipItem program{"corvane.exe", "x"};
+    const auto row = [](const char *title, const QList<ZipItem> &items, const QString &error) {
+        QTest::newRow(title) << items << error;
+    };
+    ZipItem damaged{"a", "content"};
+    damaged.wrongChecksum = true;
+    row("for Windows", {program}, {});
+    row("for Linux", {{"corvane", "x", 0100755}}, {});
+    row("with its stamp", {program, {".corvane-installation", R"({"version":"0.2.0"})"}}, {});
+    row("with another version's stamp", {program, {".corvane-installation", R"({"version":"0.1.0"})"}},
+        u"what is in it calls itself version “0.1.0”"_s);
+    row("with a stamp that says nothing", {program, {".corvane-installation", "x"}},
+        u"what is in it calls itself version “”"_s);
+    row("without the program", {{"readme", "x"}}, u"the program “corvane.exe” isn't in it"_s);
+    row("in a folder", {{"corvane/corvane.exe", "x"}}, u"the program “corvane.exe” isn't in it"_s);
+    row("with a way out", {program, {"../a", "x"}}, u"its entry “../a” leads out of its folder"_s);
+    row("with a link", {program, {"a", "b", 0120777}}, u"its entry “a” is a link"_s);
+    row("damaged", {program, damaged}, u"its entry “a” is damaged"_s);
+}
+
+void tst_PublishCommands::signJudgesAsAGuardianDoes()
+{
+    QFETCH(const QList<test::ZipItem>, items);
+    QFETCH(const QString, error);
+    QCOMPARE(ask({u"keygen"_s, u"--out"_s, path(u"key"_s)}).exitCode, 0);
+    QVERIFY(test::writeZip(path(u"package.zip"_s), items));
+    const Answer answer = ask(signArguments());
+    QCOMPARE(answer.exitCode, error.isEmpty() ? 0 : 1);
+    QVERIFY2(answer.errors.contains(error), qPrintable(answer.errors));
+    QCOMPARE(QFile::exists(path(u"latest.json"_s)), error.isEmpty());
+}
+
+/// Under it every signature is right, whoever made it.
+void tst_PublishCommands::aWeakKeyVerifiesNothing()
+{
+    QCOMPARE(ask({u"keygen"_s, u"--out"_s, path(u"key"_s)}).exitCode, 0);
+    QCOMPARE(ask(signArguments()).exitCode, 0);
+    const Answer answer =
+        ask({u"verify"_s, u"--public-key"_s, QString(64, u'0'), u"--manifest"_s, path(u"latest.json"_s)});
+    QCOMPARE(answer.exitCode, 1);
+    QVERIFY2(answer.errors.contains("is a weak key"_L1), qPrintable(answer.errors));
+}
+
 void tst_PublishCommands::aManifestThatCantBeWritten()
 {
     QCOMPARE(ask({u"keygen"_s, u"--out"_s, path(u"key"_s)}).exitCode, 0);
@@ -270,10 +328,7 @@ void tst_PublishCommands::help()
 
 void tst_PublishCommands::progressOfABigPackage()
 {
-    QFile package(path(u"package.zip"_s));
-    QVERIFY(package.open(QIODevice::WriteOnly));
-    QVERIFY(package.resize(64LL << 20)); // as long as it has to be, without being on the disk
-    package.close();
+    QVERIFY(test::writeZip(path(u"package.zip"_s), {{"corvane.exe", QByteArray(64 << 20, 'x')}}));
     QCOMPARE(ask({u"keygen"_s, u"--out"_s, path(u"key"_s)}).exitCode, 0);
     const Answer answer = ask(signArguments());
     QCOMPARE(answer.exitCode, 0);

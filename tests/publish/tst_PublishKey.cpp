@@ -37,6 +37,9 @@ private Q_SLOTS:
     void thePrivateFileIsItsOwnersAlone();
     void nothingIsOverwritten_data();
     void nothingIsOverwritten();
+    void aFailureLeavesNothingBehind();
+    void weakKeys_data();
+    void weakKeys();
     void whatIsNoKeyIsRefused_data();
     void whatIsNoKeyIsRefused();
     void aKeyThatOthersMayReadIsRefused();
@@ -139,6 +142,50 @@ void tst_PublishKey::nothingIsOverwritten()
     QCOMPARE(error, u"%1 exists, and keys aren't overwritten"_s.arg(folder.filePath(existing)));
     QCOMPARE(contentsOf(folder.filePath(existing)), QByteArray("precious"));
     QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{existing});
+}
+
+/// The public half can't be written: a link that leads nowhere has its name.
+void tst_PublishKey::aFailureLeavesNothingBehind()
+{
+#ifdef Q_OS_WIN
+    QSKIP("links take a right here that a user doesn't have");
+#endif
+    const QTemporaryDir folder;
+    QVERIFY(QFile::link(folder.filePath(u"nowhere/x"_s), folder.filePath(u"key.pub"_s)));
+    QString error;
+    QVERIFY(!PublishKey::generate().save(folder.filePath(u"key"_s), error));
+    QVERIFY(!error.isEmpty());
+    QVERIFY(!QFile::exists(folder.filePath(u"key"_s)));
+    QVERIFY(!QFile::exists(folder.filePath(u"nowhere/x"_s)));
+}
+
+void tst_PublishKey::weakKeys_data()
+{
+    QTest::addColumn<QByteArray>("key");
+    QTest::addColumn<bool>("isWeak");
+    const QByteArray zeros(62, '0');
+    const QByteArray ones(60, 'f');
+    QTest::newRow("zeros") << QByteArray(64, '0') << true;
+    QTest::newRow("zeros with a sign") << zeros + "80" << true;
+    QTest::newRow("one") << "01" + zeros << true;
+    QTest::newRow("minus one") << "ec" + ones + "7f" << true;
+    QTest::newRow("zero, not reduced") << "ed" + ones + "7f" << true;
+    QTest::newRow("one, not reduced, with a sign") << "ee" + ones + "ff" << true;
+    QTest::newRow("order 8") << QByteArray("26e8958fc2b227b045c3f489f2ef98f0d5dfac05d3c63339b13802886d53fc05")
+                             << true;
+    QTest::newRow("the other one") << QByteArray(
+                                          "c7176a703d4dd84fba3c0b760d10670f2a2053fa2c39ccc64ec7fd7792ac03fa")
+                                   << true;
+    QTest::newRow("two") << "02" + zeros << false;
+    QTest::newRow("a key") << PublishKey::generate().publicKey().toHex() << false;
+    QTest::newRow("too short to be one") << QByteArray(62, '1') << true;
+}
+
+/// Points of small order, in every form.
+void tst_PublishKey::weakKeys()
+{
+    QFETCH(const QByteArray, key);
+    QTEST(isWeakUpdateKey(QByteArray::fromHex(key)), "isWeak");
 }
 
 void tst_PublishKey::whatIsNoKeyIsRefused_data()

@@ -1,5 +1,6 @@
 #include "tools/publish/Commands.h"
 
+#include "tools/guardian/PackageArchive.h"
 #include "tools/publish/PackageDigest.h"
 #include "tools/publish/PublishKey.h"
 #include "tools/publish/SignedManifest.h"
@@ -32,7 +33,7 @@ corvane-publish COMMAND --help tells the options of one. Exit code: 0 done, 1 fa
 2 wrong command line.
 )"_L1;
 
-/// Where a command reads its options and says what has become of it.
+/// Options of a command and the streams of its answer.
 struct Session
 {
     QCommandLineParser &options;
@@ -87,6 +88,15 @@ bool write(const QString &path, const QByteArray &text, QString &error)
     return false;
 }
 
+/// A guardian's reason to refuse the package, be it for Windows or for Linux; empty: it takes it.
+QString guardiansProblem(const QString &package, const QString &version)
+{
+    const QString problem = guardian::packageProblem(package, u"corvane.exe"_s, version);
+    if (problem.isEmpty() || guardian::packageProblem(package, u"corvane"_s, version).isEmpty())
+        return {};
+    return problem;
+}
+
 ExitCode sign(const Session &session)
 {
     UpdateManifest manifest;
@@ -109,6 +119,11 @@ ExitCode sign(const Session &session)
     const PackageDigest digest = packageDigest(session.value("package"_L1), tellProgress(session.errors));
     if (!digest.error.isEmpty())
         return session.fail(digest.error);
+    if (const QString problem = guardiansProblem(session.value("package"_L1), manifest.version);
+        !problem.isEmpty()) {
+        return session.fail(
+            u"no guardian would take the package %1: %2"_s.arg(session.value("package"_L1), problem));
+    }
     manifest.sha256 = digest.sha256;
     if (!write(session.value("out"_L1), manifestText(signedManifest(manifest, *key)), error))
         return session.fail(error);
@@ -136,6 +151,9 @@ QByteArray publicKeyOf(const QString &given)
 ExitCode verify(const Session &session)
 {
     const QByteArray key = publicKeyOf(session.value("public-key"_L1));
+    if (!key.isEmpty() && isWeakUpdateKey(key))
+        return session.fail(
+            u"“%1” is a weak key, under which everybody can sign"_s.arg(session.value("public-key"_L1)));
     if (key.isEmpty())
         return session.fail(u"“%1” is no public key: 64 hexadecimal digits, or a file that holds them"_s.arg(
                                 session.value("public-key"_L1)),
@@ -194,7 +212,9 @@ const QList<Command> &commands()
          &keygen,
          {{"out", "FILE", "where the private key goes"}}},
         {"sign",
-         "Writes the manifest that announces a package, signed.",
+         "Writes the manifest that announces a package, signed. The package is judged by the guardian's "
+         "rules first: "
+         "what none would unpack isn't signed.",
          &sign,
          {{"key", "FILE", "the private key that keygen made"},
           {"version", "VERSION", "version of the program in the package, as 1.2.0"},
@@ -234,7 +254,7 @@ ExitCode run(const QStringList &arguments, QTextStream &output, QTextStream &err
             parser.addOption(QCommandLineOption(QString::fromLatin1(option.name), description,
                                                 QString::fromLatin1(option.placeholder)));
         }
-        const QCommandLineOption help({u"h"_s, u"help"_s}, u"tells this"_s);
+        const QCommandLineOption help({u"h"_s, u"help"_s}, u"shows this"_s);
         parser.addOption(help);
 
         const Session session{parser, output, errors};

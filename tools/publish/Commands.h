@@ -6,7 +6,7 @@ class QTextStream;
 
 namespace corvane::publish {
 
-/// What corvane-publish answers with.
+/// Exit code of corvane-publish.
 enum ExitCode : int {
     Done = 0,
     Failed = 1, ///< a file that can't be read or written, or a check that isn't passed

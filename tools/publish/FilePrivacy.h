@@ -4,7 +4,7 @@ class QFile;
 
 namespace corvane {
 
-/// Whether others than its owner may read or write `file`, as far as the platform lets one see that.
+/// True if others than its owner may read or write `file`, as far as the platform lets one see that.
 [[nodiscard]] bool isOpenToOthers(const QFile &file);
 
 } // namespace corvane

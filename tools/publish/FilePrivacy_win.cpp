@@ -2,7 +2,7 @@
 
 namespace corvane {
 
-// What Qt shows as permissions here isn't what the file's access list says.
+// Qt's permissions aren't those of the file's access list here.
 bool isOpenToOthers(const QFile & /*file*/)
 {
     return false;

@@ -37,7 +37,7 @@ void wipe(QByteArray &secret)
         crypto_wipe(secret.data(), static_cast<std::size_t>(secret.size()));
 }
 
-/// Made anew with the permissions that it is to have, so that it is never open to others for a moment.
+/// Created with its final permissions, so that it is never open to others for a moment.
 bool writeNew(const QString &path, const QByteArray &content, QFile::Permissions permissions, QString &error)
 {
     QFile file(path);
@@ -101,6 +101,10 @@ std::optional<PublishKey> PublishKey::load(const QString &path, QString &error)
     wipe(text);
     wipe(digits);
     wipe(seed);
+    if (key && isWeakUpdateKey(key->publicKey())) {
+        error = u"the key %1 is a weak one, under which everybody can sign"_s.arg(path);
+        return std::nullopt;
+    }
     return key;
 }
 
@@ -120,9 +124,14 @@ bool PublishKey::save(const QString &path, QString &error) const
     QByteArray text = heading.toByteArray() + m_seed.toHex() + '\n';
     const bool saved = writeNew(path, text, QFile::ReadOwner | QFile::WriteOwner, error);
     wipe(text);
-    return saved &&
-           writeNew(publicPath, m_publicKey.toHex() + '\n',
-                    QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther, error);
+    if (!saved)
+        return false;
+    if (writeNew(publicPath, m_publicKey.toHex() + '\n',
+                 QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther, error))
+        return true;
+    // Half a key would be in the way of the next attempt.
+    QFile::remove(path);
+    return false;
 }
 
 QByteArray PublishKey::sign(const QByteArray &message) const

@@ -29,7 +29,7 @@ public:
     PublishKey &operator=(const PublishKey &) = delete;
 
     /// Writes both files, the private one readable by its owner alone. Never overwrites: false, and why in
-    /// `error`, if one of them exists or can't be made.
+    /// `error`, if one of them exists or can't be made; then neither is left behind.
     [[nodiscard]] bool save(const QString &path, QString &error) const;
 
     [[nodiscard]] QByteArray publicKey() const { return m_publicKey; } ///< 32 bytes
