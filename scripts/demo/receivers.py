@@ -47,6 +47,15 @@ def probe(file):
     return json.loads(subprocess.run(command, capture_output=True, text=True, check=False).stdout or "{}")
 
 
+def largest_gap(recording):
+    """The longest time between two pictures, in seconds of the stream; infinite if there are no two."""
+    command = ["ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pts_time", "-of", "csv=p=0",
+               recording]
+    said = subprocess.run(command, capture_output=True, text=True, check=True).stdout
+    times = sorted(float(line.strip(",")) for line in said.split() if line.strip(","))
+    return max((later - earlier for earlier, later in zip(times, times[1:])), default=float("inf"))
+
+
 class Receiver:
     """One receiver and the recording that it makes; it ends with the stage."""
 

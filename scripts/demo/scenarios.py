@@ -30,7 +30,7 @@ def pair(stage, window, folder):
     _pass_through_another(window)
     window.picture(folder / "window.png")
     _show_dialogs(window, folder)
-    _wait_received(window, (NAME, SECOND_NAME), (rtmp, srt), ON_AIR_SECONDS)
+    wait_received(window, (NAME, SECOND_NAME), (rtmp, srt), ON_AIR_SECONDS)
 
     window.press("push button", "Parar todas as streams")
     window.press("push button", "Parar tudo")
@@ -48,7 +48,7 @@ def one(stage, window, folder):
     window.press("push button", "Iniciar stream")
     _wait_on_air(window, (NAME,), (rtmp,))
     window.picture(folder / "running.png")
-    _wait_received(window, (NAME,), (rtmp,), ON_AIR_SECONDS)
+    wait_received(window, (NAME,), (rtmp,), ON_AIR_SECONDS)
 
     window.press("push button", "Parar stream")
     window.control("list item", NAME + ", stopped .*")
@@ -76,11 +76,27 @@ def tee(stage, window, folder):
     _wait_on_air(window, (NAME,), (rtmp, srt))
     _pass_through_another(window)
     window.picture(folder / "running.png")
-    _wait_received(window, (NAME,), (rtmp, srt), ON_AIR_SECONDS)
+    wait_received(window, (NAME,), (rtmp, srt), ON_AIR_SECONDS)
 
     window.press("push button", "Parar stream")
     window.control("list item", NAME + ", stopped .*")
     _judge(window, (rtmp, srt), folder)
+
+
+def put_on_air(window, receiver):
+    """A stream of the test pattern, small enough to leave the machine time for other things."""
+    window.press("push button", "Nova stream")
+    _rename(window, "Stream 1", NAME)
+    window.press("list item", NAME + ", .*")
+    window.press("page tab", "Fonte")
+    window.set_number("Largura em pixels", 640)
+    window.set_number("Altura em pixels", 360)
+    window.press("page tab", "Saídas")
+    _add_output(window, "RTMP", receiver.url)
+    window.control("list item", NAME + ", stopped · 1 .*")
+    window.press("page tab", "Preview")
+    window.press("push button", "Iniciar stream")
+    _wait_on_air(window, (NAME,), (receiver,))
 
 
 def manual(stage, window, folder):
@@ -305,10 +321,10 @@ def _wait_on_air(window, names, receivers):
         wait_for(f"“{name}” to run", lambda: window.find("list item", name + ", running .*"), 60)
     for receiver in receivers:
         say(f"on air    {receiver.url}")
-    _wait_received(window, names, receivers, 3)
+    wait_received(window, names, receivers, 3)
 
 
-def _wait_received(window, names, receivers, seconds):
+def wait_received(window, names, receivers, seconds):
     """The log doesn't name the stream of a line's figures; the recordings show it."""
     def received():
         for name in names:

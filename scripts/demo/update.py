@@ -1,4 +1,5 @@
-"""An update from its publication to the new program's heartbeat, and one that is taken back."""
+"""An update from its publication to the new program's heartbeat, one that waits for a stream, and two that are taken
+back."""
 import functools
 import http.server
 import json
@@ -8,13 +9,18 @@ import shutil
 import ssl
 import subprocess
 import threading
+import time
 import zipfile
 
+from receivers import RtmpServer, largest_gap
+from scenarios import NAME, put_on_air, wait_received
 from stage import DemoError, wait_for
 
 # The private half of the key that the demonstration's builds pin: the first vector of RFC 8032, known to everybody.
 SEED = "9d61b19deffd5a60ba844af492ec2cc44449c5697b326919703bac031cae7f60"
 PUBLIC_KEY = "d75a980182b10ab7d54bfed3c964073a0ee172f3daa62325af021a68f707511a"
+ON_AIR_AFTERWARDS = 6 # seconds of the stream, once the update is staged
+QUIET = 3
 CERTIFICATE_COMMANDS = """\
 req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj /CN=Demo -keyout ca.key -out ca.pem
 req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj /CN=127.0.0.1 -keyout server.key -out server.csr
@@ -36,8 +42,9 @@ def _run(*command, folder=None):
 class Feed:
     """An HTTPS server on loopback with an authority of its own, and the publisher's work for it."""
 
-    def __init__(self, stage, tools):
+    def __init__(self, stage, tools, versions):
         self._tools = tools
+        self.versions = versions
         self._folder = stage.path("feed")
         self._folder.mkdir()
         self._secrets = stage.path("publisher")
@@ -136,8 +143,18 @@ class Machine:
         shutil.copy2(versions / "guardian/corvane-guardian", guardian)
         environment = stage.environment | {"CORVANE_UPDATE_FEED": feed.address + "/latest.json",
                                            "CORVANE_DEMO_AUTHORITY": str(feed.authority)}
-        self.guardian = stage.start("guardian", guardian, "--install-dir", self.program.parent,
-                                    environment=environment)
+        self._start = functools.partial(stage.start, "guardian", guardian, "--install-dir", self.program.parent,
+                                        environment=environment)
+        self.guardian = self._start()
+
+    def close(self, window):
+        """The program by its window; its guardian leaves with it."""
+        window.close()
+        _expect("the guardian leaves with the program, exit code 0", self.guardian.wait(30) == 0)
+        say("exit      0, of the program and its guardian")
+
+    def start_again(self):
+        self.guardian = self._start()
 
     def log(self):
         file = self.beside / "guardian.log"
@@ -181,17 +198,42 @@ def _check_applied(machine, versions):
     _expect("the request is gone", not (machine.runtime / "update/apply-now").exists())
 
 
-def _check_rolled_back(machine, versions):
+def _check_rolled_back(machine, versions, failed):
     _expect("0.2.0 is installed again", _same(machine.program, versions / "0.2.0/corvane"))
-    _expect("0.3.0 is put aside", _same(machine.beside / "failed/corvane", versions / "0.3.0/corvane"))
+    _expect(f"{failed} is put aside", _same(machine.beside / "failed/corvane", versions / failed / "corvane"))
     record = machine.last_update()
-    _expect("the roll-back is recorded", (record["result"], record["version"]) == ("rolled back", "0.3.0"))
+    _expect("the roll-back is recorded", (record["result"], record["version"]) == ("rolled back", failed))
     _expect("the request is gone", not (machine.runtime / "update/apply-now").exists())
-    _expect("0.3.0 is held back", (machine.runtime / "update/CORVANE-0.3.0.zip").is_dir())
+    _expect(f"{failed} is held back", (machine.runtime / f"update/CORVANE-{failed}.zip").is_dir())
     say(f"reported  {record['version']}: {record['result']}, {record['reason']}")
 
 
-def _circle(machine, feed, versions, folder):
+def _stage_on_air(stage, machine, feed, window, folder):
+    """0.3.0 is fetched, verified and staged beside a stream, which doesn't notice; nothing happens before its end."""
+    rtmp = RtmpServer(stage)
+    put_on_air(window, rtmp)
+    before = machine.log()
+    feed.publish("0.3.0", feed.versions / "0.3.0/corvane")
+    window.press("push button", "Verificar update")
+    ready = machine.runtime / "update/update-ready.json"
+    wait_for("0.3.0 to be staged", lambda: "0.3.0" in ready.read_text(encoding="utf-8"), 60)
+    window.press("push button", "Atualizar 0.3.0") # the operator's button, on air
+    wait_received(window, (NAME,), (rtmp,), rtmp.seconds() + ON_AIR_AFTERWARDS)
+    window.picture(folder / "update-on-air.png")
+    _expect("nobody has asked for the update", not (machine.runtime / "update/apply-now").exists())
+    _expect("the guardian has done nothing", machine.log() == before)
+    window.press("push button", "Parar stream")
+    window.control("list item", NAME + ", stopped .*")
+    received = folder / "received-during-update.flv"
+    shutil.copyfile(rtmp.finish(), received)
+    gap = largest_gap(received)
+    say(f"on air    0.3.0 staged beside a stream; largest gap between two pictures at the receiver {gap:.3f} s")
+    _expect("the receiver has a gap of at most one second", gap <= 1)
+    time.sleep(QUIET) # a stop by itself starts nothing
+    _expect("the end of the stream starts no update", not (machine.runtime / "update/apply-now").exists())
+
+
+def _circle(stage, machine, feed, versions, folder):
     machine.wait_for_line("starting the program")
     machine.wait_for_line("version 0.2.0 is up")
     _check_applied(machine, versions)
@@ -199,29 +241,39 @@ def _circle(machine, feed, versions, folder):
     window.picture(folder / "updated.png")
     window.click("push button", "Fechar")
 
-    feed.publish("0.3.0", versions / "0.3.0/corvane")
-    window.press("push button", "Verificar update")
+    _stage_on_air(stage, machine, feed, window, folder)
+    window.press("push button", "Atualizar 0.3.0")
     machine.wait_for_line("version 0.3.0 didn't come up")
     machine.wait_for_line("rolled back to version 0.2.0")
     window = machine.window("0.2.0")
     window.picture(folder / "rolled-back.png")
-    _check_rolled_back(machine, versions)
+    _check_rolled_back(machine, versions, "0.3.0")
     wait_for("0.2.0 to find 0.3.0 once more", lambda: feed.served("0.3.0") > 1)
     say("passed by 0.3.0, which is still offered")
     window.click("push button", "Fechar")
-    window.close()
-    _expect("the guardian leaves with the program, exit code 0", machine.guardian.wait(30) == 0)
-    say("exit      0, of the program and its guardian")
+
+    # The button is 0.3.0's until the next check, which follows a start.
+    machine.close(window)
+    feed.publish("0.4.0", versions / "0.4.0/corvane")
+    machine.start_again()
+    machine.wait_for_line("version 0.4.0 is up")
+    machine.wait_for_line("version 0.4.0 goes back: it ended badly 3 times soon after it came up")
+    wait_for("0.2.0 to be put back once more", lambda: machine.log().count("rolled back to version 0.2.0") == 2)
+    window = machine.window("0.2.0")
+    _check_rolled_back(machine, versions, "0.4.0")
+    window.click("push button", "Fechar")
+    machine.close(window)
 
 
 def perform(stage, tools, folder):
-    """0.1.0 becomes 0.2.0 under its guardian; a 0.3.0 that crashes at start is rolled back"""
+    """0.1.0 becomes 0.2.0 under its guardian; 0.3.0 waits for a stream and is rolled back, as it crashes at start; 0.4.0
+    is, as it crashes again and again"""
     versions = tools / "tests/versions"
-    feed = Feed(stage, tools)
+    feed = Feed(stage, tools, versions)
     feed.publish("0.2.0", versions / "0.2.0/corvane")
     machine = Machine(stage, versions, feed)
     try:
-        _circle(machine, feed, versions, folder)
+        _circle(stage, machine, feed, versions, folder)
     except DemoError as error:
         raise DemoError(f"{error}\nguardian and program printed:\n{stage.log_of('guardian')}") from error
     finally:
