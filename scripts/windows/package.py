@@ -101,6 +101,11 @@ def copy_libraries(target):
             unseen.append(place)
 
 
+def stamp(program, version):
+    """Which version this is, for the guardian: it takes none that isn't newer."""
+    (program / ".corvane-installation").write_text(json.dumps({"version": version}) + "\n", encoding="ascii")
+
+
 def copy_licences(target):
     """Licences of everything in the package that others have made."""
     place = target / "licenses"
@@ -136,7 +141,7 @@ def finish(target):
     (target / "qt.conf").write_text("[Paths]\nPrefix=.\nPlugins=plugins\nQmlImports=qml\n", encoding="ascii")
 
 
-def fill(build, target):
+def fill(build, target, version):
     if target.exists():
         shutil.rmtree(target)
     program = target / PROGRAM_FOLDER
@@ -146,6 +151,7 @@ def fill(build, target):
         copy_module(folder, program)
     finish(program)
     copy_licences(program)
+    stamp(program, version)
     companions = target / COMPANIONS_FOLDER
     copy_programs(build, companions, *COMPANIONS)
     copy_plugins(companions, TLS)
@@ -186,7 +192,7 @@ def main():
     version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", (build / "CMakeCache.txt").read_text(), re.M)[1]
     target = folder / f"CORVANE-{version}-win64"
     try:
-        fill(build, target)
+        fill(build, target, version)
         bring_manual(folder / "manual", target)
     except PackageError as error:
         sys.exit(f"package: {error}")
