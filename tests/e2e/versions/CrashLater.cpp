@@ -1,4 +1,4 @@
-// A version that comes up and dies after its second heartbeat, each time.
+// A version that comes up and dies a few heartbeats later, each time.
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -10,8 +10,8 @@ namespace {
 
 void crashLater()
 {
-    constexpr std::chrono::milliseconds afterTwoBeats(5500);
-    QTimer::singleShot(afterTwoBeats, qApp, [] { std::abort(); });
+    constexpr std::chrono::seconds afterSomeBeats(9);
+    QTimer::singleShot(afterSomeBeats, qApp, [] { std::abort(); });
 }
 
 } // namespace
