@@ -220,10 +220,9 @@ QString Interface::addFake(const QString &steps, const QString &name)
 {
     QString id = m_engine.addPipeline(name);
     m_engine.addRtmpOutput(id, "fake:"_L1 + steps);
-    // Others on air may never let the window come to rest.
-    if (!waitUntil(
-            [this] { return item(u"pipelineList"_s)->property("count") == m_engine.pipelines().size(); }))
-        qFatal("the list doesn't show the new pipeline");
+    // With others on air the window shows changes without ever coming to rest.
+    if (!waitUntil([this] { return !object(u"pace"_s)->property("due").toBool(); }))
+        qFatal("the window doesn't show the new pipeline");
     return id;
 }
 
