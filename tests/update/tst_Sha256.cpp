@@ -64,7 +64,7 @@ private:
     qint64 m_left;
 };
 
-bool isLibraryLoaded()
+[[maybe_unused]] bool isLibraryLoaded() // used where the library may be
 {
     QFile maps(u"/proc/self/maps"_s);
     return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("/libcrypto.so.3");
