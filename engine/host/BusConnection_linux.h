@@ -42,7 +42,7 @@ private:
     QList<Use> m_waiting;
 };
 
-/// True if a daemon at `address` (D-Bus Specification, "Server Addresses") answers the first line of the
+/// True if a daemon at `address` (a server address of D-Bus) answers the first line of the
 /// authentication; also if the address isn't that of a Unix socket, and so can't be tried. Blocks until it
 /// does, until `giveUp()` or for up to 5 s.
 [[nodiscard]] bool busAnswers(const QByteArray &address, const std::function<bool()> &giveUp);
