@@ -20,7 +20,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int answerTimeoutMs = 5000;
+constexpr int busAnswerTimeoutMs = 5000;
 constexpr int giveUpCheckMs = 50;
 
 /// Address of the daemon as libdbus finds it; empty if it is left to libdbus.
@@ -70,7 +70,7 @@ public:
         if (send(m_descriptor, question.constData(), static_cast<std::size_t>(question.size()),
                  MSG_NOSIGNAL) != question.size())
             return false;
-        const QDeadlineTimer deadline(answerTimeoutMs);
+        const QDeadlineTimer deadline(busAnswerTimeoutMs);
         while (!deadline.hasExpired() && !giveUp()) {
             pollfd readable{m_descriptor, POLLIN, 0};
             if (poll(&readable, 1, giveUpCheckMs) > 0) {
