@@ -30,7 +30,7 @@ QByteArray busAddress(QDBusConnection::BusType type)
         const QByteArray given = qgetenv("DBUS_SYSTEM_BUS_ADDRESS");
         return given.isEmpty() ? "unix:path=/run/dbus/system_bus_socket"_ba : given;
     }
-    const QByteArray given = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    QByteArray given = qgetenv("DBUS_SESSION_BUS_ADDRESS");
     const QByteArray usual = qgetenv("XDG_RUNTIME_DIR") + "/bus";
     if (given.isEmpty() && QFile::exists(QFile::decodeName(usual)))
         return "unix:path=" + usual;

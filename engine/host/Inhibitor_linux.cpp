@@ -32,10 +32,10 @@ QDBusMessage screenSaverCall(const QString &method)
 
 } // namespace
 
-Inhibitor::Inhibitor(BusConnection *bus, QDBusMessage request, GiveBack giveBack, QObject *parent)
+Inhibitor::Inhibitor(BusConnection *bus, const QDBusMessage &request, GiveBack giveBack, QObject *parent)
     : QObject(parent)
     , m_bus(bus)
-    , m_request(std::move(request))
+    , m_request(request)
     , m_giveBack(std::move(giveBack))
 {
 }

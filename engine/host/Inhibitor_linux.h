@@ -24,7 +24,7 @@ public:
     using GiveBack = std::function<void(const QDBusConnection &bus, const QVariant &grant)>;
 
     /// `request` is answered by one value, the grant. `bus` has to live as long as hold() is called.
-    Inhibitor(BusConnection *bus, QDBusMessage request, GiveBack giveBack, QObject *parent);
+    Inhibitor(BusConnection *bus, const QDBusMessage &request, GiveBack giveBack, QObject *parent);
 
     void hold();    ///< sends the request; does nothing while one is held
     void release(); ///< safe to repeat

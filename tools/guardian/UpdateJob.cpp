@@ -191,7 +191,7 @@ std::optional<UpdateJob::Stop> UpdateJob::swapIn()
     QString error = writeStamp(at.next(), stamp);
     if (error.isEmpty()) {
         // Another look at the very last moment: unpacking has taken a while.
-        if (const std::optional<Stop> stop = askPermission())
+        if (std::optional<Stop> stop = askPermission())
             return stop;
         error = m_swap.install(stamp);
     }

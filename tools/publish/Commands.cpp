@@ -91,7 +91,7 @@ bool write(const QString &path, const QByteArray &text, QString &error)
 /// A guardian's reason to refuse the package, be it for Windows or for Linux; empty: it takes it.
 QString guardiansProblem(const QString &package, const QString &version)
 {
-    const QString problem = guardian::packageProblem(package, u"corvane.exe"_s, version);
+    QString problem = guardian::packageProblem(package, u"corvane.exe"_s, version);
     if (problem.isEmpty() || guardian::packageProblem(package, u"corvane"_s, version).isEmpty())
         return {};
     return problem;
