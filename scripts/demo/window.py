@@ -145,8 +145,9 @@ class Window:
         try:
             actions = [node.get_action_name(i).lower() for i in range(node.get_n_actions())]
             return "press" in actions and node.do_action(actions.index("press"))
-        except GLib.Error:
-            return False # gone in the meantime
+        except GLib.Error as error:
+            # Late: what stops streams answers when they have stopped. Otherwise it is gone in the meantime.
+            return "timeout" in error.message or "did not receive a reply" in error.message.lower()
 
     def _still_running(self):
         if self.process.poll() is not None:
