@@ -4,7 +4,9 @@
 #include <QBuffer>
 #include <QFile>
 #include <QLibrary>
+#include <QLibraryInfo>
 #include <QTest>
+#include <QVersionNumber>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
@@ -83,7 +85,10 @@ void tst_Sha256::initTestCase_data()
 void tst_Sha256::initTestCase()
 {
 #ifdef Q_OS_LINUX
-    QVERIFY2(!isLibraryLoaded(), "libcrypto is there from the start");
+    if (isLibraryLoaded() && QLibraryInfo::version() >= QVersionNumber(6, 8))
+        qInfo("not tried here: the libraries of this Qt have loaded libcrypto themselves");
+    else
+        QVERIFY2(!isLibraryLoaded(), "libcrypto is there from the start");
 #endif
 }
 
