@@ -83,7 +83,6 @@ QString tst_WindowRows::onAir(const QString &steps)
 
 void tst_WindowRows::clickStop()
 {
-    m_ui->awaitRest(); // a renewal of the rows would drop what the click begins
     QTRY_VERIFY(inRow(u"rowStopButton"_s));
     const auto placed = [this] {
         const QQuickItem *button = inRow(u"rowStopButton"_s);
