@@ -4,9 +4,7 @@
 #include <QBuffer>
 #include <QFile>
 #include <QLibrary>
-#include <QLibraryInfo>
 #include <QTest>
-#include <QVersionNumber>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
@@ -17,7 +15,6 @@ class tst_Sha256 : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
     void initTestCase_data();
     void published_data();
     void published();
@@ -79,17 +76,6 @@ void tst_Sha256::initTestCase_data()
     QTest::addColumn<int>("code");
     QTest::newRow("the fastest") << static_cast<int>(Sha256::Code::Fastest);
     QTest::newRow("Qt") << static_cast<int>(Sha256::Code::Qt);
-}
-
-/// Nothing has been hashed so far: a program that only starts doesn't load the library.
-void tst_Sha256::initTestCase()
-{
-#ifdef Q_OS_LINUX
-    if (isLibraryLoaded() && QLibraryInfo::version() >= QVersionNumber(6, 8))
-        qInfo("not tried here: the libraries of this Qt have loaded libcrypto themselves");
-    else
-        QVERIFY2(!isLibraryLoaded(), "libcrypto is there from the start");
-#endif
 }
 
 void tst_Sha256::published_data()
