@@ -3,6 +3,7 @@
 //
 //   beats     its heartbeat goes on; it exits in order when do-quit appears in the runtime directory, and
 //             crashes when do-crash does
+//   copies    beats, and a copy of itself is about to become another program (Linux)
 //   mute      it lives without a heartbeat
 //   once      one beat, and none after it
 //   falls     a few beats, then it crashes
@@ -26,6 +27,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+#ifdef Q_OS_LINUX
+#include <csignal>
+#include <sys/prctl.h>
+#include <unistd.h>
+#endif
 #ifdef Q_OS_WIN
 #include <windows.h>
 #endif
@@ -88,13 +94,20 @@ int main(int argc, char *argv[])
         return 0;
     }
 
+#ifdef Q_OS_LINUX
+    if (behaviour == "copies" && fork() == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        pause();
+    }
+#endif
+
     QTimer beat;
     QObject::connect(&beat, &QTimer::timeout, &app, [&] {
         write(runtime + "/.heartbeat"_L1, QByteArray::number(QDateTime::currentMSecsSinceEpoch()));
     });
     constexpr int beatMs = 50;
     constexpr int fewBeatsMs = 300;
-    if (behaviour == "beats" || behaviour == "falls")
+    if (behaviour == "beats" || behaviour == "copies" || behaviour == "falls")
         beat.start(beatMs);
     if (behaviour == "once") {
         beat.setSingleShot(true);
@@ -103,7 +116,11 @@ int main(int argc, char *argv[])
     if (behaviour == "falls")
         QTimer::singleShot(fewBeatsMs, [] { crash(); });
     QProcess encoder;
+#ifdef Q_OS_WIN
+    const QString encoderPath = runtime + "/ffmpeg.exe"_L1;
+#else
     const QString encoderPath = runtime + "/ffmpeg"_L1;
+#endif
     QFile::copy(QCoreApplication::applicationFilePath(), encoderPath);
     QTimer orders;
     QObject::connect(&orders, &QTimer::timeout, &app, [&] {

@@ -2,6 +2,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
+#include "tools/guardian/ProgramProcesses.h"
 #include "update/UpdateFiles.h"
 
 #include <QDir>
@@ -71,6 +72,7 @@ private Q_SLOTS:
     void anothersRunIsNeverEnded();
     void aRunOnAirIsNeverEnded();
     void offAirItIsJudged();
+    void aCopyThatIsntTheEncoderYet();
     void silentWhereTheFormerWasSilent();
     void silentWhereNobodyKnowsOfTheFormer();
     void aHeartbeatOfAnotherUser();
@@ -263,6 +265,20 @@ void tst_GoldenRule::offAirItIsJudged()
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up: no heartbeat for"_s));
     QVERIFY(m_bench->waitForLine(u"rolled back"_s));
     QVERIFY(m_bench->waitForStarts(3));
+}
+
+void tst_GoldenRule::aCopyThatIsntTheEncoderYet()
+{
+#ifdef Q_OS_LINUX
+    updateTo("copies", m_bench->settings());
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s)); // its beats are its own
+    const QList<ProgramProcess> runs = processesOf(m_bench->installation().programPath());
+    QCOMPARE(runs.size(), 1);
+    QCOMPARE(childrenOf(runs.first().id), QStringList());
+    QCOMPARE(processesWithin(m_bench->installation().directory).size(), 2);
+#else
+    QSKIP("a process begins as the program that it is to run here");
+#endif
 }
 
 /// A full disk, a heartbeat that can't be written: an update changes nothing about that.

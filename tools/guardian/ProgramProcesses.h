@@ -23,8 +23,9 @@ struct ProgramProcess
 /// Ids of the processes whose program lies in `folder` or below.
 [[nodiscard]] QList<qint64> processesWithin(const QString &folder);
 
-/// Names of the programs that the process `id` has started and that still run, without those that the system
-/// gives to every program of the console.
+/// Names of the programs that the process `id` has started and that still run, without copies of itself (a
+/// moment before they become another program) and without those that the system gives to every program of the
+/// console.
 [[nodiscard]] QStringList childrenOf(qint64 id);
 
 /// Ends a process without asking it.

@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <csignal>
 #include <iterator>
+#include <optional>
 #include <sys/types.h>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -34,6 +36,28 @@ QList<qint64> allProcesses()
 QString entryOf(qint64 id, QLatin1StringView name)
 {
     return u"/proc/%1/%2"_s.arg(QString::number(id), name);
+}
+
+struct Status
+{
+    QString name;
+    qint64 parent = 0;
+};
+
+/// Nothing if the process has ended, waited for or not.
+std::optional<Status> statusOf(qint64 id)
+{
+    QFile file(entryOf(id, "stat"_L1));
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    // "id (name) state parent …", and a name may hold anything.
+    const QByteArray text = file.readAll();
+    const qsizetype begin = text.indexOf('(') + 1;
+    const qsizetype end = text.lastIndexOf(')');
+    const QByteArrayList fields = text.sliced(end + 1).simplified().split(' ');
+    if (begin == 0 || end < begin || fields.value(0) == "Z" || fields.value(0) == "X")
+        return std::nullopt;
+    return Status{QFile::decodeName(text.sliced(begin, end - begin)), fields.value(1).toLongLong()};
 }
 
 /// Of a process that has ended the link is gone; of a replaced file it says " (deleted)".
@@ -77,9 +101,12 @@ QList<ProgramProcess> processesOf(const QString &path)
     const QString program = QFileInfo(path).canonicalFilePath();
     if (program.isEmpty())
         return found;
-    const QList<qint64> ids = allProcesses();
-    for (const qint64 id : ids) {
-        if (programOf(id) == program)
+    QList<qint64> running = allProcesses();
+    running.removeIf([&program](qint64 id) { return programOf(id) != program; });
+    for (const qint64 id : std::as_const(running)) {
+        // The copy of a run that is about to become another program isn't a run of its own.
+        const std::optional<Status> status = statusOf(id);
+        if (status && !running.contains(status->parent))
             found << ProgramProcess{id, runtimeDirectoryOf(id)};
     }
     return found;
@@ -100,20 +127,13 @@ QList<qint64> processesWithin(const QString &folder)
 QStringList childrenOf(qint64 id)
 {
     QStringList names;
+    const QString program = programOf(id);
     const QList<qint64> ids = allProcesses();
     for (const qint64 other : ids) {
-        QFile file(entryOf(other, "stat"_L1));
-        if (!file.open(QIODevice::ReadOnly))
-            continue;
-        // "id (name) state parent …", and a name may hold anything.
-        const QByteArray status = file.readAll();
-        const qsizetype end = status.lastIndexOf(')');
-        const QByteArrayList fields = status.sliced(end + 1).simplified().split(' ');
-        const bool hasEnded = fields.value(0) == "Z" || fields.value(0) == "X";
-        if (end > 0 && !hasEnded && fields.value(1).toLongLong() == id) {
-            const qsizetype begin = status.indexOf('(') + 1;
-            names << QFile::decodeName(status.sliced(begin, end - begin));
-        }
+        const std::optional<Status> status = statusOf(other);
+        const bool isCopy = !program.isEmpty() && programOf(other) == program;
+        if (status && status->parent == id && !isCopy)
+            names << status->name;
     }
     return names;
 }
