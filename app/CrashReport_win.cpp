@@ -34,7 +34,7 @@ void onSignal(int signal)
     std::abort();
 }
 
-void put(int file, const char *text)
+void writeText(int file, const char *text)
 {
     write(file, text, std::strlen(text));
 }
@@ -44,15 +44,15 @@ void appendException(const EXCEPTION_POINTERS *exception)
     const int file = openForAppend(crashLogPath);
     if (file < 0)
         return;
-    put(file, "=== CORVANE CRASH (Windows SEH) ===\n");
+    writeText(file, "=== CORVANE CRASH (Windows SEH) ===\n");
     if (exception && exception->ExceptionRecord) {
         char line[160];
         std::snprintf(line, sizeof line, "code=0x%08lX address=0x%p\n",
                       exception->ExceptionRecord->ExceptionCode,
                       exception->ExceptionRecord->ExceptionAddress);
-        put(file, line);
+        writeText(file, line);
     }
-    put(file, "=== end ===\n");
+    writeText(file, "=== end ===\n");
     close(file);
 }
 

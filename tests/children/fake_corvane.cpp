@@ -14,6 +14,8 @@
 // It transmits while the file "on-air" is in the runtime directory: a process of its own runs, as an encoder
 // does.
 //
+// It ends when the folder of its runtime directory is gone, as nobody is left to end it.
+//
 // Each start adds a line to "starts" in the runtime directory: the text of the file "version" beside it, and
 // its feed, "-" without one.
 
@@ -21,6 +23,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTimer>
 
@@ -71,6 +74,9 @@ int main(int argc, char *argv[])
     if (QCoreApplication::arguments().value(1) == "--encoder"_L1)
         return std::getchar() == EOF ? 0 : 1; // it ends with the program that has started it
     const QString runtime = qEnvironmentVariable("CORVANE_RUNTIME_DIR");
+    const auto isAbandoned = [&runtime] { return !QFileInfo::exists(QFileInfo(runtime).path()); };
+    if (isAbandoned())
+        return 1;
     const QString own = QCoreApplication::applicationDirPath();
     const QByteArray behaviour = contentsOf(own + "/behaviour"_L1);
     const QString sentinel = runtime + "/crashes/.running"_L1;
@@ -132,7 +138,7 @@ int main(int argc, char *argv[])
         }
         if (QFile::remove(runtime + "/do-crash"_L1))
             crash();
-        if (QFile::remove(runtime + "/do-quit"_L1))
+        if (QFile::remove(runtime + "/do-quit"_L1) || isAbandoned())
             QCoreApplication::quit();
     });
     orders.start(20);
