@@ -58,7 +58,7 @@ enum ExitCode : int {
     EndedCleanly = 0, ///< the program, and nothing was asked of the guardian
     GaveUp = 1,       ///< the program can't be kept up
     WrongUsage = 2,
-    WrongPlace = 3,      ///< where the guardian or the installation is, or another guardian is at work there
+    WrongPlace = 3,      ///< of the guardian or the installation; another guardian is at work there; elevated
     NothingToAttach = 4, ///< no run of the program was found
 };
 
