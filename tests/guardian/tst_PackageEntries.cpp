@@ -53,8 +53,8 @@ void tst_PackageEntries::names_data()
           "com10", "console.txt", "nulls", "a b/c d", "leia-me ação.txt", "x.con"})
         good(name);
 
-    const auto bad = [](const char *name, const QString &problem) {
-        QTest::newRow(qPrintable(QString::fromLatin1(name))) << QByteArray(name) << problem;
+    const auto bad = [](const QByteArray &name, const QString &problem) {
+        QTest::newRow(qPrintable(QString::fromLatin1(name))) << name << problem;
     };
     const QString out = u"leads out of its folder"_s;
     for (const char *name : {"..", "../a", "a/../../b", "a/..", "./a", "a/./b", "."})
@@ -72,8 +72,12 @@ void tst_PackageEntries::names_data()
         bad(name, end);
     const QString device = u"names a device"_s;
     for (const char *name : {"con", "CON", "nul", "Nul.txt", "aux.tar.gz", "prn/a", "a/com1", "LPT9.log",
-                             "com¹", "conin$", "CONOUT$", "con .txt", "clock$"})
-        bad(name, device);
+                             "com¹", "com²", "lpt³", "conin$", "CONOUT$", "con .txt", "clock$"})
+        QTest::newRow(name) << QByteArray(name) << device;
+    for (char digit = '0'; digit <= '9'; ++digit) {
+        bad("com"_ba + digit + ".x", device);
+        bad("lpt"_ba + digit, device);
+    }
     QTest::newRow("not UTF-8") << QByteArray("a\xff") << u"isn't UTF-8"_s;
     QTest::newRow("an overlong slash") << QByteArray("a\xc0\xaf"
                                                      "b")
