@@ -23,6 +23,7 @@ class tst_Options : public QObject
 
 private Q_SLOTS:
     void init();
+    void help();
     void nothingButThePlace();
     void everything();
     void patience_data();
@@ -47,6 +48,23 @@ void tst_Options::init()
     m_folder = std::make_unique<QTemporaryDir>();
     m_top = QFileInfo(m_folder->path()).canonicalFilePath();
     writeFile(path("app/"_L1 + programFileName()), "x");
+}
+
+void tst_Options::help()
+{
+    for (const QString &asked : {u"-h"_s, u"--help"_s}) {
+        const Options options = read({asked});
+        QVERIFY(!options.settings);
+        QCOMPARE(options.exitCode, EndedCleanly);
+        for (const char *part :
+             {"its log is in \"guardian\" of the runtime directory.\n",
+              "Exit codes: 0 CORVANE ended in order; 1 it can't be kept up; 2 wrong command line;\n",
+              "3 wrong place, elevated, or another guardian is at work; 4 nothing to attach to.\n",
+              "-h, --help", "shows this\n", "--install-dir <DIR>", "--runtime-dir <DIR>", "--attach ",
+              "--heartbeat-timeout <SECONDS>", "--without-updates ", "[-- arguments]"}) {
+            QVERIFY2(options.text.contains(QLatin1StringView(part)), part);
+        }
+    }
 }
 
 void tst_Options::nothingButThePlace()
