@@ -24,8 +24,8 @@ class GuardianBench : public QObject, public GuardedFolder
 public:
     GuardianBench();
 
-    /// Patience with a version that shows no sign of life, for tests in which it runs out: some times what a
-    /// program takes to start here, so that what it does at its start comes before that.
+    /// Patience with a version that shows no sign of life, for tests in which it runs out: a multiple of what
+    /// a program takes to start here, so that what it does at its start comes before that.
     [[nodiscard]] static std::chrono::milliseconds shortPatience();
 
     /// Begins, or begins anew: a guardian that was at work is gone.

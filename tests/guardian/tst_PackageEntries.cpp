@@ -50,7 +50,7 @@ void tst_PackageEntries::names_data()
     const auto good = [](const char *name) { QTest::newRow(name) << QByteArray(name) << QString(); };
     for (const char *name :
          {"corvane", "corvane.exe", "lib/Qt6Core.dll", "lib/", "a/b/c/", ".hidden", "..a", "a..b", "com",
-          "com10", "console.txt", "nulls", "a b/c d", "leia-me ação.txt", "x.con"})
+          "com10", "console.txt", "nulls", "a b/c d", "leia-me ação.txt", "x.con", "a~b"})
         good(name);
 
     const auto bad = [](const QByteArray &name, const QString &problem) {
@@ -153,6 +153,7 @@ void tst_PackageEntries::twoEntries_data()
     row("another letter case", "lib.dll", "LIB.DLL", twice("LIB.DLL"));
     row("another letter case of the folder", "a/b", "A/B", twice("A/B"));
     row("accents composed and not", "a\xc3\xa9", "ae\xcc\x81", twice("ae\xcc\x81"));
+    row("an accent composed in small letters alone", "\xc7\xb0", "J\xcc\x8c", twice("J\xcc\x8c"));
     row("the same folder twice", "a/", "a/", twice("a/"));
     row("a file and a folder", "a", "a/", twice("a/"));
     row("a folder and a file", "a/", "a", twice("a"));
