@@ -3,10 +3,11 @@
 #include "tests/support/Files.h"
 #include "tests/support/TestSupport.h"
 
-#include <QFile>
+#include <QElapsedTimer>
 #include <QTest>
 #include <QTimer>
 
+#include <algorithm>
 #include <utility>
 
 namespace corvane::test {
@@ -16,6 +17,23 @@ using namespace Qt::StringLiterals;
 GuardianBench::GuardianBench()
 {
     qputenv("CORVANE_UPDATE_FEED", "https://feed.example/latest.json");
+}
+
+std::chrono::milliseconds GuardianBench::shortPatience()
+{
+    static const std::chrono::milliseconds oneRun = [] {
+        const GuardedFolder folder;
+        writeFile(folder.path(u"app/behaviour"_s), "leaves");
+        QProcess run;
+        run.setEnvironment(
+            {"CORVANE_RUNTIME_DIR="_L1 + folder.runtimeDir(), "PATH="_L1 + qEnvironmentVariable("PATH")});
+        QElapsedTimer clock;
+        clock.start();
+        run.start(folder.installation().programPath(), QStringList());
+        return run.waitForFinished() ? std::chrono::milliseconds(clock.elapsed()) : std::chrono::seconds(10);
+    }();
+    constexpr std::chrono::milliseconds least(500);
+    return std::max(least, 4 * oneRun);
 }
 
 void GuardianBench::guard(const guardian::GuardianSettings &settings)
@@ -48,12 +66,18 @@ void GuardianBench::answerFeed()
 
 void GuardianBench::startBySomebody(const QString &runtimeDirectory)
 {
-    m_somebodysDirectory = runtimeDirectory;
     const qsizetype before = fileLines(runtimeDirectory + "/starts"_L1).size();
+    launchBySomebody(runtimeDirectory);
+    QVERIFY(waitUntil([&] { return fileLines(runtimeDirectory + "/starts"_L1).size() > before; }));
+}
+
+void GuardianBench::launchBySomebody(const QString &runtimeDirectory)
+{
+    m_somebodysDirectory = runtimeDirectory;
     m_somebody.setEnvironment(
         {"CORVANE_RUNTIME_DIR="_L1 + runtimeDirectory, "PATH="_L1 + qEnvironmentVariable("PATH")});
     m_somebody.start(installation().programPath(), QStringList());
-    QVERIFY(waitUntil([&] { return fileLines(runtimeDirectory + "/starts"_L1).size() > before; }));
+    QVERIFY(m_somebody.waitForStarted());
 }
 
 bool GuardianBench::somebodysRunLives() const
@@ -81,7 +105,7 @@ bool GuardianBench::waitForLine(const QString &part) const
 
 bool GuardianBench::waitForBeats() const
 {
-    return waitUntil([&] { return QFile::exists(runtimeDir() + "/.heartbeat"_L1); });
+    return waitUntil([&] { return !contentsOf(runtimeDir() + "/.heartbeat"_L1).isEmpty(); });
 }
 
 bool GuardianBench::waitForStarts(qsizetype count) const

@@ -10,6 +10,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -22,6 +23,10 @@ class GuardianBench : public QObject, public GuardedFolder
 
 public:
     GuardianBench();
+
+    /// Patience with a version that shows no sign of life, for tests in which it runs out: a multiple of what
+    /// a program takes to start here, so that what it does at its start comes before that.
+    [[nodiscard]] static std::chrono::milliseconds shortPatience();
 
     /// Begins, or begins anew: a guardian that was at work is gone.
     void guard(const guardian::GuardianSettings &settings);
@@ -43,6 +48,8 @@ public:
     /// A run of the installed program that somebody else has started, with the marks in `runtimeDirectory`.
     /// It ends with the bench at the latest. Returns when its start has been written down.
     void startBySomebody(const QString &runtimeDirectory);
+    /// The same, and returns as soon as the process is there.
+    void launchBySomebody(const QString &runtimeDirectory);
     [[nodiscard]] bool somebodysRunLives() const;
     /// Has the run by somebody end in order.
     void endSomebodysRun();

@@ -83,7 +83,7 @@ private Q_SLOTS:
     void theHeartbeatStopsAndComesBack();
 
 private:
-    [[nodiscard]] GuardianSettings patient(std::chrono::milliseconds patience) const;
+    [[nodiscard]] GuardianSettings impatient() const; ///< its patience with a silent version runs out
     /// Guards a 0.1.0 that behaves so, and has 0.2.0 applied, whose behaviour that is.
     void updateTo(const QByteArray &behaviour, const GuardianSettings &settings,
                   const QByteArray &former = "beats");
@@ -108,10 +108,10 @@ void tst_GoldenRule::cleanup()
     m_bench.reset();
 }
 
-GuardianSettings tst_GoldenRule::patient(std::chrono::milliseconds patience) const
+GuardianSettings tst_GoldenRule::impatient() const
 {
     GuardianSettings settings = m_bench->settings();
-    settings.trial.patience = patience;
+    settings.trial.patience = GuardianBench::shortPatience();
     return settings;
 }
 
@@ -222,9 +222,12 @@ void tst_GoldenRule::anothersRunIsNotAttachedTo()
 /// The version on trial is silent in this session, and healthy in another.
 void tst_GoldenRule::anothersRunIsNeverEnded()
 {
-    const GuardianSettings settings = patient(300ms);
+    const GuardianSettings settings = impatient();
+    m_bench->onLine = [this](const QString &line) {
+        if (line.startsWith("version 0.2.0 is in place"_L1))
+            m_bench->launchBySomebody(other());
+    };
     updateTo("mute", settings);
-    m_bench->startBySomebody(other());
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up: no heartbeat for"_s));
     QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
     lookOften(settings);
@@ -236,7 +239,7 @@ void tst_GoldenRule::anothersRunIsNeverEnded()
 
 void tst_GoldenRule::aRunOnAirIsNeverEnded()
 {
-    const GuardianSettings settings = patient(200ms);
+    const GuardianSettings settings = impatient();
     test::writeFile(m_bench->path(u"runtime/on-air"_s), {});
     updateTo("mute", settings);
     QVERIFY(m_bench->waitForLine(u"is left alone until it is off air"_s));
@@ -259,7 +262,7 @@ void tst_GoldenRule::aRunOnAirIsNeverEnded()
 void tst_GoldenRule::offAirItIsJudged()
 {
     test::writeFile(m_bench->path(u"runtime/on-air"_s), {});
-    updateTo("mute", patient(200ms));
+    updateTo("mute", impatient());
     QVERIFY(m_bench->waitForLine(u"is left alone until it is off air"_s));
     QVERIFY(QFile::remove(m_bench->path(u"runtime/on-air"_s)));
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up: no heartbeat for"_s));
@@ -284,7 +287,7 @@ void tst_GoldenRule::aCopyThatIsntTheEncoderYet()
 /// A full disk, a heartbeat that can't be written: an update changes nothing about that.
 void tst_GoldenRule::silentWhereTheFormerWasSilent()
 {
-    const GuardianSettings settings = patient(200ms);
+    const GuardianSettings settings = impatient();
     test::writeFile(m_bench->path(u"app/behaviour"_s), "mute");
     m_bench->guard(settings);
     QVERIFY(m_bench->waitForStarts(1));
@@ -302,7 +305,7 @@ void tst_GoldenRule::silentWhereNobodyKnowsOfTheFormer()
 {
     test::writeFile(m_bench->path(u"app/behaviour"_s), "mute");
     m_bench->stageAndRequest("0.2.0", "mute");
-    m_bench->guard(patient(200ms));
+    m_bench->guard(impatient());
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up: no heartbeat for"_s));
     QVERIFY(m_bench->waitForLine(u"the place is at fault, and version 0.2.0 isn't held back any longer"_s));
     QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
@@ -324,7 +327,7 @@ void tst_GoldenRule::aHeartbeatOfAnotherUser()
     if (::chown(QFile::encodeName(heartbeat).constData(), nobody, nobody) != 0)
         QSKIP("only root gives files away");
     // As root the program writes it all the same; the beats aren't known to be its own.
-    updateTo("beats", patient(300ms));
+    updateTo("beats", impatient());
     QVERIFY(waitUntil([&] {
         return !m_bench->lines().filter(u"version 0.2.0 runs and shows no heartbeat"_s).isEmpty() ||
                !m_bench->lines().filter(u"rolled back"_s).isEmpty();

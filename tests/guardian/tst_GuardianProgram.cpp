@@ -6,6 +6,7 @@
 #include "tests/support/ToolPath.h"
 #include "tools/guardian/FileNames.h"
 
+#include <QDir>
 #include <QProcess>
 #include <QTest>
 
@@ -26,6 +27,8 @@ private Q_SLOTS:
     void commandLines_data();
     void commandLines();
     void notInTheInstallation();
+    void notElevated_data();
+    void notElevated();
     void oneGuardianAtATime();
     void theProgramOutlivesItsGuardian();
 
@@ -109,6 +112,29 @@ void tst_GuardianProgram::notInTheInstallation()
     QVERIFY(QFile::copy(QStringLiteral(CORVANE_GUARDIAN), own));
     QCOMPARE(run(own, place()), 3);
     QVERIFY2(m_errors.contains("the guardian lies in the installation"_L1), qPrintable(m_errors));
+}
+
+void tst_GuardianProgram::notElevated_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::newRow("with updates") << QStringList();
+    QTest::newRow("without updates") << QStringList{u"--without-updates"_s};
+    QTest::newRow("for a run that is there") << QStringList{u"--attach"_s};
+}
+
+/// It leaves nothing behind either: a log or a lock of the administrator's would be in its user's way.
+void tst_GuardianProgram::notElevated()
+{
+    QFETCH(const QStringList, options);
+    QVERIFY(QDir(m_folder->installation().own()).removeRecursively());
+    QCOMPARE(run(QStringLiteral(CORVANE_ELEVATED_GUARDIAN), place() + options), 3);
+    QVERIFY2(m_errors.startsWith("corvane-guardian: it was started with an administrator's rights"_L1),
+             qPrintable(m_errors));
+    QCOMPARE(m_folder->starts(), QStringList());
+    QVERIFY(!QFile::exists(m_folder->installation().own()));
+    QCOMPARE(QDir(m_folder->runtimeDir()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+             QStringList{u"update"_s});
+    QCOMPARE(run(QStringLiteral(CORVANE_ELEVATED_GUARDIAN), {u"--help"_s}), 0);
 }
 
 void tst_GuardianProgram::oneGuardianAtATime()

@@ -48,6 +48,12 @@ void tst_HeldVersions::holdsAndReleases()
     QVERIFY(held.isHeld(u"0.2.0"_s));
     QVERIFY(HeldVersions{folder.path()}.isHeld(u"0.3.0"_s));
 
+    held.letGo(u"0.4.0"_s);
+    held.letGo(u"0.3.0"_s);
+    QVERIFY(held.isHeld(u"0.2.0"_s));
+    QVERIFY(!held.isHeld(u"0.3.0"_s));
+    QVERIFY(held.hold(u"0.3.0"_s));
+
     held.release(0ms, u"0.3.0"_s);
     QVERIFY(!held.isHeld(u"0.2.0"_s));
     QVERIFY(held.isHeld(u"0.3.0"_s));
@@ -89,6 +95,13 @@ void tst_HeldVersions::aClockSetBackReleases()
     QVERIFY(held.isHeld(u"0.2.0"_s));
     heldIn(std::chrono::hours(24 * 365));
     QVERIFY(!held.isHeld(u"0.2.0"_s));
+
+    // Held anew, it is held from now on.
+    heldIn(std::chrono::minutes(-299));
+    QVERIFY(held.isHeld(u"0.2.0"_s));
+    QVERIFY(held.hold(u"0.2.0"_s));
+    held.release(1h, {});
+    QVERIFY(held.isHeld(u"0.2.0"_s));
 #else
     QSKIP("a folder's time isn't set so here");
 #endif

@@ -50,11 +50,11 @@ void tst_PackageEntries::names_data()
     const auto good = [](const char *name) { QTest::newRow(name) << QByteArray(name) << QString(); };
     for (const char *name :
          {"corvane", "corvane.exe", "lib/Qt6Core.dll", "lib/", "a/b/c/", ".hidden", "..a", "a..b", "com",
-          "com10", "console.txt", "nulls", "a b/c d", "leia-me ação.txt", "x.con"})
+          "com10", "console.txt", "nulls", "a b/c d", "leia-me ação.txt", "x.con", "a~b"})
         good(name);
 
-    const auto bad = [](const char *name, const QString &problem) {
-        QTest::newRow(qPrintable(QString::fromLatin1(name))) << QByteArray(name) << problem;
+    const auto bad = [](const QByteArray &name, const QString &problem) {
+        QTest::newRow(qPrintable(QString::fromLatin1(name))) << name << problem;
     };
     const QString out = u"leads out of its folder"_s;
     for (const char *name : {"..", "../a", "a/../../b", "a/..", "./a", "a/./b", "."})
@@ -72,8 +72,12 @@ void tst_PackageEntries::names_data()
         bad(name, end);
     const QString device = u"names a device"_s;
     for (const char *name : {"con", "CON", "nul", "Nul.txt", "aux.tar.gz", "prn/a", "a/com1", "LPT9.log",
-                             "com¹", "conin$", "CONOUT$", "con .txt", "clock$"})
-        bad(name, device);
+                             "com¹", "com²", "lpt³", "conin$", "CONOUT$", "con .txt", "clock$"})
+        QTest::newRow(name) << QByteArray(name) << device;
+    for (char digit = '0'; digit <= '9'; ++digit) {
+        bad("com"_ba + digit + ".x", device);
+        bad("lpt"_ba + digit, device);
+    }
     QTest::newRow("not UTF-8") << QByteArray("a\xff") << u"isn't UTF-8"_s;
     QTest::newRow("an overlong slash") << QByteArray("a\xc0\xaf"
                                                      "b")
@@ -149,6 +153,7 @@ void tst_PackageEntries::twoEntries_data()
     row("another letter case", "lib.dll", "LIB.DLL", twice("LIB.DLL"));
     row("another letter case of the folder", "a/b", "A/B", twice("A/B"));
     row("accents composed and not", "a\xc3\xa9", "ae\xcc\x81", twice("ae\xcc\x81"));
+    row("an accent composed in small letters alone", "\xc7\xb0", "J\xcc\x8c", twice("J\xcc\x8c"));
     row("the same folder twice", "a/", "a/", twice("a/"));
     row("a file and a folder", "a", "a/", twice("a/"));
     row("a folder and a file", "a/", "a", twice("a"));

@@ -19,6 +19,7 @@ class tst_Permission : public QObject
 private Q_SLOTS:
     void acts_data();
     void acts();
+    void reasons();
     void whoseRuns_data();
     void whoseRuns();
 };
@@ -52,6 +53,20 @@ void tst_Permission::acts()
     QTEST(whyNot(Act::Kill, runs).isEmpty(), "kill");
 }
 
+void tst_Permission::reasons()
+{
+    const Runs own{{12, 13}, {14}, true, true, false};
+    QCOMPARE(whyNot(Act::Start, own), u"the program is running (process 12)"_s);
+    QCOMPARE(whyNot(Act::Replace, own), u"the program is running (process 12)"_s);
+    const Runs others{{}, {14, 15}, true, true, false};
+    QCOMPARE(whyNot(Act::Start, others),
+             u"the marks in the runtime directory are those of a program that runs"_s);
+    QCOMPARE(whyNot(Act::Replace, others), u"somebody else runs the program (process 14)"_s);
+    QCOMPARE(whyNot(Act::Kill, others), u"no run of the program is the guardian's"_s);
+    QCOMPARE(whyNot(Act::Replace, {{}, {}, true, true, false}),
+             u"the marks in the runtime directory may be those of a program that runs"_s);
+}
+
 void tst_Permission::whoseRuns_data()
 {
     QTest::addColumn<QString>("runtimeDirectory");
@@ -82,6 +97,10 @@ void tst_Permission::whoseRuns()
     // Its own child is its own wherever its marks are, and before it can be seen at all.
     QCOMPARE(sortRuns({{7, runtimeDirectory}}, 7, own).own, QList<qint64>{7});
     QCOMPARE(sortRuns({}, 7, own).own, QList<qint64>{7});
+    // A runtime directory that is gone, or isn't there yet, is told by its name.
+    const QString missing = folder.filePath(u"missing"_s);
+    QCOMPARE(sortRuns({{7, runtimeDirectory}}, 0, missing).own.size(), runtimeDirectory == missing ? 1 : 0);
+    QCOMPARE(sortRuns({{7, runtimeDirectory}}, 0, {}).own.size(), 0);
 }
 
 CORVANE_TEST(tst_Permission, QCoreApplication)

@@ -58,7 +58,7 @@ void tst_Trial::cleanup()
 void tst_Trial::twoBeatsNotOne()
 {
     GuardianSettings settings = m_bench->settings();
-    settings.trial.patience = 500ms;
+    settings.trial.patience = GuardianBench::shortPatience();
     m_bench->stageAndRequest("0.2.0", "once");
     m_bench->guard(settings);
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up: one heartbeat, and none for"_s));

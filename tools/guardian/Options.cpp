@@ -22,12 +22,13 @@ What it keeps lies beside the installation, in DIR.guardian, which nobody else m
 open: its log, the former installation, what became of the last update. With
 --without-updates its log is in "guardian" of the runtime directory.
 
-CORVANE is started as the user who runs the guardian, with that user's rights.
+CORVANE is started as the user who runs the guardian, with that user's rights. On
+Windows a guardian that was started elevated refuses to work.
 
 The feed that an update is checked against is CORVANE's own (CORVANE_UPDATE_FEED).
 
 Exit codes: 0 CORVANE ended in order; 1 it can't be kept up; 2 wrong command line;
-3 wrong place, or another guardian is at work; 4 nothing to attach to.)"_L1;
+3 wrong place, elevated, or another guardian is at work; 4 nothing to attach to.)"_L1;
 
 Options refused(const QString &why, ExitCode code)
 {

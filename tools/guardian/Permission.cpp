@@ -11,7 +11,7 @@ namespace {
 
 bool isSameFolder(const QString &one, const QString &other)
 {
-    if (one.isEmpty() || other.isEmpty())
+    if (one.isEmpty())
         return false;
     const QString canonical = QFileInfo(one).canonicalFilePath();
     return canonical.isEmpty() ? QDir::cleanPath(one) == QDir::cleanPath(other)

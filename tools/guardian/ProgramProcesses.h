@@ -28,6 +28,20 @@ struct ProgramProcess
 /// console.
 [[nodiscard]] QStringList childrenOf(qint64 id);
 
+/// A process in the system's list.
+struct ListedProcess
+{
+    qint64 id = 0;
+    qint64 parent = 0; ///< id of the process that has started it; on Windows that one may have ended
+    quint64 start = 0; ///< moment of its start: the higher, the later
+    QString name;      ///< empty: the system is about to make it, and nobody knows yet of what program
+    QString program;   ///< path of its file; empty: that can't be seen from here
+};
+
+/// childrenOf() in a list. An id is used again once its process has ended, and that one's children keep it as
+/// their parent's: what is older than the process `id` isn't its child.
+[[nodiscard]] QStringList childrenAmong(const QList<ListedProcess> &processes, qint64 id);
+
 /// Ends a process without asking it.
 void endProcess(qint64 id);
 

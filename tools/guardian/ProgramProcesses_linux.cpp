@@ -42,6 +42,7 @@ struct Status
 {
     QString name;
     qint64 parent = 0;
+    quint64 start = 0; ///< in ticks since the system's own
 };
 
 /// Nothing if the process has ended, waited for or not.
@@ -50,14 +51,16 @@ std::optional<Status> statusOf(qint64 id)
     QFile file(entryOf(id, "stat"_L1));
     if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
-    // "id (name) state parent …", and a name may hold anything.
+    // "id (name) state parent …", and a name may hold anything. The start is the 22nd of these fields.
+    constexpr qsizetype startField = 19; // behind the name
     const QByteArray text = file.readAll();
     const qsizetype begin = text.indexOf('(') + 1;
     const qsizetype end = text.lastIndexOf(')');
     const QByteArrayList fields = text.sliced(end + 1).simplified().split(' ');
     if (begin == 0 || end < begin || fields.value(0) == "Z" || fields.value(0) == "X")
         return std::nullopt;
-    return Status{QFile::decodeName(text.sliced(begin, end - begin)), fields.value(1).toLongLong()};
+    return Status{QFile::decodeName(text.sliced(begin, end - begin)), fields.value(1).toLongLong(),
+                  fields.value(startField).toULongLong()};
 }
 
 /// Of a process that has ended the link is gone; of a replaced file it says " (deleted)".
@@ -126,16 +129,13 @@ QList<qint64> processesWithin(const QString &folder)
 
 QStringList childrenOf(qint64 id)
 {
-    QStringList names;
-    const QString program = programOf(id);
+    QList<ListedProcess> processes;
     const QList<qint64> ids = allProcesses();
-    for (const qint64 other : ids) {
-        const std::optional<Status> status = statusOf(other);
-        const bool isCopy = !program.isEmpty() && programOf(other) == program;
-        if (status && status->parent == id && !isCopy)
-            names << status->name;
+    for (const qint64 one : ids) {
+        if (const std::optional<Status> status = statusOf(one))
+            processes << ListedProcess{one, status->parent, status->start, status->name, programOf(one)};
     }
-    return names;
+    return childrenAmong(processes, id);
 }
 
 void endProcess(qint64 id)

@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <type_traits>
 
 using namespace Qt::StringLiterals;
@@ -29,9 +30,32 @@ struct CloseIt
 };
 using Handle = std::unique_ptr<std::remove_pointer_t<HANDLE>, CloseIt>;
 
+/// Null if the process has ended, be it that its parent still holds it, or isn't to be seen from here.
+Handle openRunning(DWORD id, DWORD access = PROCESS_QUERY_LIMITED_INFORMATION)
+{
+    Handle process(::OpenProcess(access, FALSE, id));
+    DWORD exitCode = 0;
+    if (process && (::GetExitCodeProcess(process.get(), &exitCode) == 0 || exitCode != STILL_ACTIVE))
+        process.reset();
+    return process;
+}
+
+/// Moment of a process's start, in the system's ticks; nothing if it has ended or isn't to be seen from here.
+std::optional<quint64> startOf(DWORD id)
+{
+    const Handle process = openRunning(id);
+    FILETIME start{};
+    FILETIME end{};
+    FILETIME inKernel{};
+    FILETIME inUser{};
+    if (!process || ::GetProcessTimes(process.get(), &start, &end, &inKernel, &inUser) == 0)
+        return std::nullopt;
+    return (quint64{start.dwHighDateTime} << 32U) | start.dwLowDateTime;
+}
+
 QString programOf(DWORD id)
 {
-    const Handle process(::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, id));
+    const Handle process = openRunning(id);
     std::array<wchar_t, 32768> path{};
     DWORD size = static_cast<DWORD>(path.size());
     if (!process || ::QueryFullProcessImageNameW(process.get(), 0, path.data(), &size) == 0)
@@ -71,7 +95,7 @@ bool readFrom(HANDLE process, std::size_t address, Value &value)
 /// "NAME=value" one after the other; empty if it can't be read.
 QString environmentOf(DWORD id)
 {
-    const Handle process(::OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, id));
+    const Handle process = openRunning(id, PROCESS_QUERY_INFORMATION | PROCESS_VM_READ);
     PROCESS_BASIC_INFORMATION about{};
     if (!process || ::NtQueryInformationProcess(process.get(), ProcessBasicInformation, &about, sizeof about,
                                                 nullptr) != 0)
@@ -147,15 +171,25 @@ QList<qint64> processesWithin(const QString &folder)
 
 QStringList childrenOf(qint64 id)
 {
-    QStringList names;
+    QList<ListedProcess> processes;
     forEachProcess([&](const PROCESSENTRY32W &entry) {
-        const QString name = QString::fromWCharArray(entry.szExeFile);
-        const bool isSystems = name.compare("conhost.exe"_L1, Qt::CaseInsensitive) == 0 ||
-                               name.compare("WerFault.exe"_L1, Qt::CaseInsensitive) == 0;
-        if (static_cast<qint64>(entry.th32ParentProcessID) == id && !isSystems)
-            names << name;
+        const ListedProcess process{static_cast<qint64>(entry.th32ProcessID),
+                                    static_cast<qint64>(entry.th32ParentProcessID),
+                                    0,
+                                    QString::fromWCharArray(entry.szExeFile),
+                                    {}};
+        const bool isSystems = process.name.compare("conhost.exe"_L1, Qt::CaseInsensitive) == 0 ||
+                               process.name.compare("WerFault.exe"_L1, Qt::CaseInsensitive) == 0;
+        // Opening every process of the machine isn't for free.
+        if (isSystems || (process.id != id && process.parent != id))
+            return;
+        if (const std::optional<quint64> start = startOf(entry.th32ProcessID)) {
+            processes << process;
+            processes.last().start = *start;
+            processes.last().program = programOf(entry.th32ProcessID);
+        }
     });
-    return names;
+    return childrenAmong(processes, id);
 }
 
 void endProcess(qint64 id)

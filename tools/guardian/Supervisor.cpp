@@ -34,7 +34,8 @@ Supervisor::Supervisor(GuardianSettings settings, ManifestSource manifest, QObje
     , m_swap(m_settings.installation)
     , m_program(m_settings.installation.programPath(), m_settings.arguments, m_marks)
     , m_heartbeat(m_marks)
-    , m_held{m_settings.runtimeDirectory}
+    , m_ledger(
+          {m_settings.installation, m_marks, m_settings.updates, m_settings.holdTime, m_settings.attempts})
     , m_restarts(m_settings.restarts)
     , m_log(m_settings.installation.log())
 {
@@ -45,12 +46,13 @@ Supervisor::Supervisor(GuardianSettings settings, ManifestSource manifest, QObje
                                    : u"a program in it is running (process %1)"_s.arg(processes.first());
     };
     m_swap.whyNotReplace = [this] { return whyNot(Act::Replace, m_program.runs()); };
+    connect(&m_ledger, &UpdateLedger::logged, this, &Supervisor::log);
     connect(&m_program, &GuardedProgram::ended, this, &Supervisor::onEnded);
     connect(&m_lookTimer, &QTimer::timeout, this, &Supervisor::look);
     m_pauseTimer.setSingleShot(true);
     connect(&m_pauseTimer, &QTimer::timeout, this,
-            [this] { wish(isRequested() ? Wish::Update : Wish::Start); });
-    connect(&m_releaseTimer, &QTimer::timeout, this, &Supervisor::releaseHeld);
+            [this] { wish(m_ledger.isRequested() ? Wish::Update : Wish::Start); });
+    connect(&m_releaseTimer, &QTimer::timeout, &m_ledger, &UpdateLedger::release);
 }
 
 void Supervisor::log(const QString &line)
@@ -84,7 +86,7 @@ void Supervisor::run()
         return;
     if (m_program.attach())
         watch(u"the program is running; it is watched"_s);
-    else if (isRequested())
+    else if (m_ledger.isRequested())
         wish(Wish::Update);
     else if (m_settings.attachOnly) {
         log(u"the program isn't running"_s);
@@ -98,7 +100,7 @@ void Supervisor::run()
 /// place.
 bool Supervisor::takeUp()
 {
-    const UpdateRecord last = readRecord(m_settings.installation.record());
+    const UpdateRecord last = m_ledger.last();
     const DirectorySwap::Found found = m_swap.recover();
     if (found == DirectorySwap::Found::Broken) {
         log(u"no installation could be put in place; what there is lies in %1"_s.arg(
@@ -108,9 +110,7 @@ bool Supervisor::takeUp()
     }
     if (found == DirectorySwap::Found::RolledBack)
         log(u"a roll-back that was cut off has been completed"_s);
-    if (last.rolledBack(last.sha256) && !m_held.isHeld(last.version))
-        holdBack(last.version);
-    releaseHeld();
+    m_ledger.takeUp();
     const Stamp installed = readStamp(m_settings.installation.directory);
     m_isUnproven = last.result == "applied"_L1 && !last.proven && installed.sha256 == last.sha256 &&
                    m_swap.canRollBack();
@@ -119,7 +119,7 @@ bool Supervisor::takeUp()
         return true;
 
     // It has been granted already, and would be taken for another one.
-    removeRequest();
+    m_ledger.removeRequest();
     if (isDue || last.rolledBack(m_swap.onTrial().sha256)) {
         log(u"a roll-back was about to begin"_s);
         wish(Wish::RollBack);
@@ -175,7 +175,7 @@ void Supervisor::tryWish()
     // Its operator has opened the program meanwhile: it runs on, and asks for the update again.
     if (m_wish != Wish::RollBack && m_program.attach()) {
         if (m_wish == Wish::Update) {
-            removeRequest();
+            m_ledger.removeRequest();
             log(u"the update is put off: %1"_s.arg(reason));
         }
         watch(u"somebody has started the program; it is watched"_s);
@@ -204,15 +204,14 @@ void Supervisor::watch(const QString &line)
     m_state = Watching;
     m_isFirstStart = false;
     m_reportedStale = false;
-    m_reportedRequest = false;
-    m_reportedBlocked = false;
+    m_ledger.beginRun();
 }
 
 void Supervisor::startProgram()
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"CORVANE_RUNTIME_DIR"_s, m_settings.runtimeDirectory);
-    const bool feedOff = std::exchange(m_feedOff, false) || !m_settings.updates;
+    const bool feedOff = m_ledger.takeFeedOff() || !m_settings.updates;
     if (feedOff)
         environment.insert(u"CORVANE_UPDATE_FEED"_s, u"off"_s);
     watch(feedOff ? u"starting the program, its update check switched off"_s : u"starting the program"_s);
@@ -232,7 +231,7 @@ void Supervisor::onEnded(bool orderly, const QString &how)
     } else if (m_heartbeat.sinceBegin() > m_settings.trial.patience) {
         m_formerBeat = false;
     }
-    const bool requested = isRequested();
+    const bool requested = m_ledger.isRequested();
     m_heartbeat.begin(); // a beat from now on is somebody else's
     if (requested)
         wish(Wish::Update);
@@ -282,15 +281,10 @@ void Supervisor::look()
 /// A heartbeat that stops is only reported: the streams are processes of their own and may well go on.
 void Supervisor::lookAtHeartbeat()
 {
-    if (m_marks.requestIsBlocked() && !std::exchange(m_reportedBlocked, true))
-        log(u"apply-now is no file of this user's: it asks for nothing"_s);
-    if (isRequested() && !std::exchange(m_reportedRequest, true))
-        log(u"an update is requested; waiting for the program to end"_s);
+    m_ledger.reportRequests();
     if (m_isUnproven && !m_trial && m_heartbeat.sinceBegin() >= m_settings.trial.proof) {
         m_isUnproven = false;
-        UpdateRecord last = readRecord(m_settings.installation.record());
-        last.proven = true;
-        writeRecord(m_settings.installation.record(), last, QDateTime::currentDateTime());
+        m_ledger.showsProof();
     }
     if (m_heartbeat.beats() == 0)
         return;
@@ -301,27 +295,6 @@ void Supervisor::lookAtHeartbeat()
 }
 
 // --- Updating
-
-/// A request that couldn't be removed has been dealt with: it counts no more until it is gone.
-bool Supervisor::isRequested()
-{
-    if (!m_settings.updates)
-        return false;
-    QString error;
-    if (m_requestStuck && m_marks.removeRequest(error)) {
-        m_requestStuck = false;
-        return false;
-    }
-    return !m_requestStuck && m_marks.updateRequested();
-}
-
-void Supervisor::removeRequest()
-{
-    QString error;
-    m_requestStuck = !m_marks.removeRequest(error);
-    if (m_requestStuck)
-        log(u"apply-now can't be removed (%1); until it is gone, no update is applied"_s.arg(error));
-}
 
 void Supervisor::update()
 {
@@ -346,17 +319,14 @@ void Supervisor::onUpdated(const UpdateOutcome &outcome)
     m_job.release()->deleteLater(); // it is the one that calls
     switch (outcome.kind) {
     case UpdateOutcome::InPlace:
-        // The journal says from here on what is to be done; the program on trial may make a request of its
-        // own.
-        removeRequest();
-        m_failedAttempts = 0;
+        m_ledger.granted();
         beginTrial();
         break;
     case UpdateOutcome::PutOff:
         wish(Wish::Update);
         break;
     case UpdateOutcome::Refused:
-        refuse(outcome);
+        m_ledger.refused(outcome);
         wish(Wish::Start);
         break;
     }
@@ -369,43 +339,8 @@ void Supervisor::putOffForOthers(const QString &reason)
     QString error;
     outcome.ready = m_marks.readyUpdate(error).value_or(ReadyUpdate());
     outcome.reason = reason;
-    refuse(outcome);
+    m_ledger.refused(outcome);
     wish(Wish::Start);
-}
-
-void Supervisor::refuse(const UpdateOutcome &outcome)
-{
-    const QString &version = outcome.ready.version;
-    log(u"update %1 refused: %2"_s.arg(version.isEmpty() ? u"of an unknown version"_s : version,
-                                       outcome.reason));
-    // The record of a roll-back is kept: the same package may come again.
-    const UpdateRecord known = readRecord(m_settings.installation.record());
-    if (!known.rolledBack(known.sha256))
-        record(u"refused"_s, {{}, version, outcome.digest}, outcome.reason);
-    removeRequest();
-    m_failedAttempts = outcome.mayDoBetter ? m_failedAttempts + 1 : 0;
-    if (!outcome.mayDoBetter || m_failedAttempts >= m_settings.attempts)
-        holdBack(version);
-}
-
-void Supervisor::holdBack(const QString &version)
-{
-    m_feedOff = !m_held.isHeld(version) && !m_held.hold(version);
-    if (!m_feedOff)
-        log(u"version %1 is held back"_s.arg(version));
-}
-
-void Supervisor::releaseHeld()
-{
-    const UpdateRecord last = readRecord(m_settings.installation.record());
-    m_held.release(m_settings.holdTime, last.rolledBack(last.sha256) ? last.version : QString());
-}
-
-void Supervisor::record(const QString &result, const Stamp &stamp, const QString &reason)
-{
-    if (!writeRecord(m_settings.installation.record(), {result, stamp.version, stamp.sha256, reason, false},
-                     QDateTime::currentDateTime()))
-        log(u"%1 can't be written"_s.arg(m_settings.installation.record()));
 }
 
 // --- On trial
@@ -476,7 +411,7 @@ void Supervisor::lookAtTrial()
 void Supervisor::passTrial(const QString &line)
 {
     const Stamp stamp = m_swap.onTrial();
-    record(u"applied"_s, stamp, {});
+    m_ledger.applied(stamp);
     m_swap.confirm();
     m_trial.reset();
     m_isUnproven = true;
@@ -506,7 +441,7 @@ bool Supervisor::onTrialEnded(bool orderly, const QString &how)
         log(u"version %1 was closed before its first heartbeat; it stays on trial"_s.arg(stamp.version));
         if (!trial.lastOnAir && !m_swap.countEarlyClose())
             log(u"%1 can't be written"_s.arg(m_settings.installation.journal()));
-        removeRequest();
+        m_ledger.removeRequest();
         finish(EndedCleanly);
         return false;
     case TrialEnd::Failed:
@@ -524,10 +459,7 @@ bool Supervisor::onTrialEnded(bool orderly, const QString &how)
 void Supervisor::goBack(const Stamp &stamp, const QString &reason)
 {
     m_isUnproven = false;
-    // First the record: whatever happens next, this package isn't tried a second time.
-    record(u"rolled back"_s, stamp, reason);
-    removeRequest();
-    holdBack(stamp.version);
+    m_ledger.rolledBack(stamp, reason);
     m_heartbeat.begin();
     wish(Wish::RollBack);
 }
@@ -559,9 +491,7 @@ void Supervisor::lookAtFormer()
         log(u"the former version shows no heartbeat either: the place is at fault, and version %1 isn't held "
             u"back "
             "any longer"_s.arg(m_doubted->version));
-        record(u"put back"_s, *m_doubted,
-               u"neither this version nor the former one shows a heartbeat here"_s);
-        m_held.letGo(m_doubted->version);
+        m_ledger.putBack(*m_doubted);
         m_doubted.reset();
         m_formerBeat = false;
     }

@@ -3,7 +3,6 @@
 #include "tools/guardian/DirectorySwap.h"
 #include "tools/guardian/GuardedProgram.h"
 #include "tools/guardian/HeartbeatWatch.h"
-#include "tools/guardian/HeldVersions.h"
 #include "tools/guardian/Installation.h"
 #include "tools/guardian/ManifestFetch.h"
 #include "tools/guardian/Marks.h"
@@ -13,7 +12,7 @@
 #include "tools/guardian/RotatingLog.h"
 #include "tools/guardian/TrialPolicy.h"
 #include "tools/guardian/UpdateJob.h"
-#include "tools/guardian/UpdateRecord.h"
+#include "tools/guardian/UpdateLedger.h"
 #include "update/RuntimeFiles.h"
 
 #include <QElapsedTimer>
@@ -58,7 +57,7 @@ enum ExitCode : int {
     EndedCleanly = 0, ///< the program, and nothing was asked of the guardian
     GaveUp = 1,       ///< the program can't be kept up
     WrongUsage = 2,
-    WrongPlace = 3,      ///< where the guardian or the installation is, or another guardian is at work there
+    WrongPlace = 3,      ///< of the guardian or the installation; another guardian is at work there; elevated
     NothingToAttach = 4, ///< no run of the program was found
 };
 
@@ -111,14 +110,9 @@ private:
     void onBadEnd(const QString &how);
     void lookAtHeartbeat();
 
-    [[nodiscard]] bool isRequested();
-    void removeRequest();
     void update();
     void onUpdated(const UpdateOutcome &outcome);
     void putOffForOthers(const QString &reason);
-    void refuse(const UpdateOutcome &outcome);
-    void holdBack(const QString &version);
-    void releaseHeld();
 
     void beginTrial();
     void lookAtTrial();
@@ -127,7 +121,6 @@ private:
     void goBack(const Stamp &stamp, const QString &reason);
     void rollBack();
     void lookAtFormer();
-    void record(const QString &result, const Stamp &stamp, const QString &reason);
 
     /// Trial of the run that is being watched.
     struct Trial
@@ -144,7 +137,7 @@ private:
     DirectorySwap m_swap;
     GuardedProgram m_program;
     HeartbeatWatch m_heartbeat;
-    HeldVersions m_held;
+    UpdateLedger m_ledger;
     RestartBudget m_restarts;
     RotatingLog m_log;
     QElapsedTimer m_clock; ///< of the restarts: nobody can set it
@@ -159,16 +152,11 @@ private:
     std::unique_ptr<UpdateJob> m_job;
     std::optional<Trial> m_trial;
 
-    int m_failedAttempts = 0;        ///< in a row, that might have gone better
     int m_badEndsUnproven = 0;       ///< of the version that an update has brought lately
     bool m_isUnproven = false;       ///< the installed version came by an update and hasn't run for long
     bool m_closedByOperator = false; ///< what is put back isn't started
     bool m_isFirstStart = true;
-    bool m_requestStuck = false; ///< it has been dealt with, and can't be removed
-    bool m_reportedBlocked = false;
-    bool m_reportedRequest = false;
     bool m_reportedStale = false;
-    bool m_feedOff = false; ///< of the next run, as nothing else keeps it from asking for an update again
     std::optional<bool> m_formerBeat; ///< whether the last run that can tell showed a heartbeat
     std::optional<Stamp> m_doubted;   ///< was rolled back for its silence, which may be the place's
 };

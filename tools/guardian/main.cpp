@@ -1,6 +1,7 @@
 #include "app/Version.h"
 #include "tools/guardian/Options.h"
 #include "tools/guardian/OwnFolder.h"
+#include "tools/guardian/OwnRights.h"
 #include "tools/guardian/PrintableText.h"
 #include "tools/guardian/Supervisor.h"
 #include "update/PinnedUpdateKey.h"
@@ -45,6 +46,11 @@ int main(int argc, char *argv[])
     settings.ownVersion = QString::fromLatin1(corvane::version());
     settings.pinnedKey = QString::fromLatin1(corvane::pinnedUpdateKey()).trimmed();
 
+    if (isElevated()) {
+        return refuse(
+            u"it was started with an administrator's rights, which CORVANE would get from it: start it "
+            "without “Run as administrator”"_s);
+    }
     const Installation &at = settings.installation;
     if (const QString problem =
             placeProblem(at, QCoreApplication::applicationDirPath(), settings.runtimeDirectory);
