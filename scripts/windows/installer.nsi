@@ -48,7 +48,7 @@ Var Everybodys
 !define MUI_ICON "${ICON}"
 !define MUI_UNICON "${ICON}"
 !define MUI_ABORTWARNING
-!define MUI_FINISHPAGE_NOAUTOCLOSE
+!define MUI_WELCOMEPAGE_TEXT "$(WELCOME)"
 !define MUI_FINISHPAGE_RUN
 !define MUI_FINISHPAGE_RUN_TEXT "$(OPEN_NOW)"
 !define MUI_FINISHPAGE_RUN_FUNCTION OpenNow
@@ -85,6 +85,9 @@ VIProductVersion "${NUMBERS}"
     LangString ${name} ${LANG_PORTUGUESEBR} "${portuguese}"
     LangString ${name} ${LANG_ENGLISH} "${english}"
 !macroend
+!insertmacro TEXT WELCOME \
+    "Este assistente instala o CORVANE ${VERSION}, que transmite vídeo ao vivo.$\r$\n$\r$\nUm CORVANE que já esteja instalado é substituído; feche-o antes. O instalador não encerra nada que esteja aberto." \
+    "This assistant installs CORVANE ${VERSION}, for live video transmission.$\r$\n$\r$\nA CORVANE that is installed already is replaced; close it first. The installer ends nothing that is open."
 !insertmacro TEXT MODE_TITLE "Para quem instalar" "For whom to install"
 !insertmacro TEXT MODE_SUBTITLE "Disso depende como chegam as versões novas." "How new versions arrive depends on it."
 !insertmacro TEXT MODE_MINE "&Só para mim (recomendado)" "For &me alone (recommended)"
@@ -258,8 +261,20 @@ Function .onInit
         !insertmacro REPORT_AND_QUIT
     ${EndIf}
 
-    ${If} $INSTDIR != "${DEFAULT_FOLDER}"
-        StrCpy $GivenFolder $INSTDIR
+    ; A folder that can't be one has been passed over by now.
+    System::Call 'kernel32::GetCommandLineW() w.r1'
+    ClearErrors
+    ${GetOptions} $1 "/D=" $2
+    ${IfNot} ${Errors}
+        StrCpy $0 $2 1 -1
+        ${If} $0 == "\"
+            StrCpy $2 $2 -1
+        ${EndIf}
+        StrCpy $GivenFolder $2
+        ${If} $INSTDIR != $2
+            !insertmacro SAY "$(CANT_WRITE)" "$2" ${FAILED}
+            !insertmacro REPORT_AND_QUIT
+        ${EndIf}
     ${EndIf}
     ${GetParameters} $0
     ClearErrors
@@ -615,10 +630,14 @@ Section Uninstall
         !insertmacro PUT_ASIDE "corvane"
     ${EndIf}
     !insertmacro PUT_ASIDE "corvane.guardian"
+    !insertmacro PUT_ASIDE "manual.html"
+    !insertmacro PUT_ASIDE "manual.pdf"
     ${If} $0 != ""
         !insertmacro TAKE_BACK "companions"
         !insertmacro TAKE_BACK "corvane"
         !insertmacro TAKE_BACK "corvane.guardian"
+        !insertmacro TAKE_BACK "manual.html"
+        !insertmacro TAKE_BACK "manual.pdf"
         RMDir "${REPLACED}"
         !insertmacro SAY "$(NOT_REMOVED)" "$INSTDIR\$0" ${FAILED}
         !insertmacro REPORT_AND_QUIT
@@ -626,8 +645,6 @@ Section Uninstall
     ClearErrors
     RMDir /r "${REPLACED}"
     RMDir /r "${UNPACKED}"
-    Delete "$INSTDIR\manual.html"
-    Delete "$INSTDIR\manual.pdf"
     ${If} ${Errors}
         !insertmacro SAY "$(NOT_REMOVED)" "$INSTDIR" ${FAILED}
         !insertmacro REPORT_AND_QUIT

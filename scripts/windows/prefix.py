@@ -2,12 +2,14 @@
 import os
 import pathlib
 import subprocess
+import tempfile
 
 from stage import DemoError, Running, Stage, wait_for
 
 SCRIPTS = pathlib.Path(__file__).resolve().parent
 TREE = SCRIPTS.parents[1]
 INSIDE = pathlib.PurePosixPath("/corvane") # where the tree is in the environment
+PATIENCE = 180 # seconds
 # Parent of everything that loses its own in the environment; its end ends them all.
 SESSION = 'touch "$1"; sleep infinity & wait'
 
@@ -75,12 +77,14 @@ class Prefix:
         return self._inside_run(*self.command(*arguments, **variables), code=code)
 
     def process(self, name):
-        """The process of this session that runs the program of that file name, or None."""
+        """The process of this session that runs the program of that file name, .exe, or None."""
         space = os.readlink(f"/proc/{self._session}/ns/pid")
         for entry in pathlib.Path("/proc").iterdir():
             try:
-                if entry.name.isdecimal() and os.readlink(entry / "ns/pid") == space and \
-                        (entry / "cmdline").read_text(errors="replace").partition("\0")[0].endswith("\\" + name):
+                if not entry.name.isdecimal() or os.readlink(entry / "ns/pid") != space:
+                    continue
+                started = (entry / "cmdline").read_text(errors="replace").partition("\0")[0].lower()
+                if started.rpartition("\\")[2].removesuffix(".exe") == name.removesuffix(".exe"):
                     return Running(int(entry.name))
             except OSError:
                 continue # gone
@@ -96,9 +100,18 @@ class Prefix:
         return ["nsenter", "--target", self._session, "--mount", "--pid", "--root", "--wd"]
 
     def _inside_run(self, *command, code=0):
-        done = subprocess.run([str(part) for part in command], env=self._environment, stdin=subprocess.DEVNULL,
-                              capture_output=True, text=True, errors="replace", timeout=300, check=False)
-        if done.returncode != code:
-            raise DemoError(f"{' '.join(map(str, command))} left with {done.returncode}, and should have with {code}: "
-                            f"{done.stdout}{done.stderr}")
-        return done.stdout
+        # No pipes: what a command leaves running keeps its output open.
+        with tempfile.TemporaryFile("w+", errors="replace") as output, \
+                tempfile.TemporaryFile("w+", errors="replace") as errors:
+            shown = " ".join(map(str, command))
+            try:
+                done = subprocess.run([str(part) for part in command], env=self._environment, stdin=subprocess.DEVNULL,
+                                      stdout=output, stderr=errors, timeout=PATIENCE, check=False)
+            except subprocess.TimeoutExpired:
+                raise DemoError(f"{shown} takes more than {PATIENCE} s") from None
+            for file in (output, errors):
+                file.seek(0)
+            if done.returncode != code:
+                raise DemoError(f"{shown} left with {done.returncode}, and should have with {code}: "
+                                f"{output.read()}{errors.read()}")
+            return output.read()

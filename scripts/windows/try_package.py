@@ -10,6 +10,7 @@ from a version that crashes, and is removed.
 import json
 import pathlib
 import shutil
+import subprocess
 import sys
 import zipfile
 
@@ -63,9 +64,18 @@ class Desktop:
         """For each window: class, title, program, texts in it."""
         return [line.split("\t") for line in self._prefix.run(r"C:\window_list.exe").splitlines()]
 
+    def consoles(self):
+        return [window for window in self.windows() if "console" in window[0].lower() or window[2] == "conhost.exe"]
+
     def expect_no_console(self):
-        consoles = [window for window in self.windows() if "console" in window[0].lower() or window[2] == "conhost.exe"]
-        expect(f"there is no window of a console: {consoles}", not consoles)
+        expect(f"there is no window of a console: {self.consoles()}", not self.consoles())
+
+    def check_that_consoles_show(self):
+        """Or their absence proves nothing."""
+        self._prefix.run("start", "cmd")
+        wait_for("the window of a console", self.consoles)
+        self._prefix.run("taskkill", "/f", "/im", "cmd.exe")
+        wait_for("it to go", lambda: not self.consoles())
 
     def text_of(self, program):
         """All that the first window of this program says; empty without one."""
@@ -95,6 +105,7 @@ def close(window):
 
 
 def try_archive(stage, prefix, desktop, folder):
+    desktop.check_that_consoles_show()
     archive = the_only(folder, "CORVANE-*-win64.zip")
     with zipfile.ZipFile(archive) as packed:
         packed.extractall(prefix.path(""))
@@ -190,6 +201,24 @@ def check_version(window, version):
     say(f"window    CORVANE {version}")
 
 
+def try_pages(prefix, desktop, machine, folder, stage):
+    """What the installer says before it does anything."""
+    program = machine.setup.rpartition("\\")[2]
+    prefix.run("start", machine.setup)
+    desktop.wait_for_text(program, "The installer ends nothing that is open.")
+    desktop.press("Next >")
+    desktop.wait_for_text(program, "For me alone (recommended) Needs no administrator. CORVANE updates itself")
+    desktop.wait_for_text(program, "an administrator installs the new version over this one.")
+    subprocess.run(["import", "-window", "root", folder / "windows-installer.png"], env=stage.environment, check=True)
+    desktop.press("Next >")
+    wait_for("the folder for the user alone", lambda: "AppData\\Local\\Programs\\CORVANE" in desktop.text_of(program))
+    desktop.press("Cancel")
+    desktop.wait_for_text(program, "Are you sure")
+    desktop.press("Yes")
+    wait_for("the installer to leave", lambda: not desktop.text_of(program))
+    expect("nothing is installed", not machine.shortcuts())
+
+
 def try_installation(stage, prefix, desktop, machine, folder):
     """For the user alone: installed, started by its entry, not touched while it runs."""
     machine.install()
@@ -232,10 +261,19 @@ def try_update(prefix, folder, feed, window):
     expect(f"the roll-back is recorded: {record}", (record["result"], record["version"]) == ("rolled back", "0.3.0"))
 
 
-def try_removal(prefix, desktop, machine):
-    """Installed over what an update has brought; a starter that can't start says so; what the user has stays."""
+def try_removal(stage, prefix, desktop, machine):
+    """Installed over what an update has brought, but not while a file of it is in use; a starter that can't start says so; what the user has stays."""
     top = prefix.path(FOR_USER)
     (top / "companions/old.dll").write_bytes(b"of a former version")
+    before = sorted(top.rglob("*"))
+    reader = stage.start("reader", *prefix.command(
+        "cmd", "/c", f"ping -n 600 127.0.0.1 < {prefix.name(top / 'manual.pdf')}"))
+    wait_for("the manual's reader", lambda: prefix.process("ping.exe"))
+    machine.install(code=FAILED)
+    machine.refuse_to_uninstall(FOR_USER, FAILED)
+    expect("what was there is as before", sorted(top.rglob("*")) == before)
+    prefix.run("taskkill", "/f", "/im", "ping.exe")
+    reader.wait()
     machine.install()
     expect("what was there is replaced as a whole", not (top / "companions/old.dll").exists())
     expect("no former version is left to go back to", not (top / "corvane.guardian/previous").exists())
@@ -282,7 +320,12 @@ def try_refusals(prefix, machine):
     file = prefix.path("file")
     file.write_text("no folder", encoding="ascii")
     machine.install(r"/D=C:\file", code=FAILED)
-    expect("both are as they were", somebodys.exists() and file.is_file() and not machine.shortcuts())
+    stands = prefix.path("place/corvane.installing") # in the way of what is to be unpacked
+    stands.parent.mkdir()
+    stands.write_text("no folder", encoding="ascii")
+    machine.install(r"/D=C:\place", code=FAILED)
+    expect("all are as they were", somebodys.exists() and file.is_file() and
+           list(stands.parent.iterdir()) == [stands] and not machine.shortcuts())
     say("refused where a folder isn't CORVANE's, or can't be made")
 
 
@@ -291,10 +334,11 @@ def perform(stage, folder):
     desktop = Desktop(prefix)
     try_archive(stage, prefix, desktop, folder)
     machine = Machine(prefix, the_only(folder, "CORVANE-*-win64.exe"))
+    try_pages(prefix, desktop, machine, folder, stage)
     feed, window = try_installation(stage, prefix, desktop, machine, folder)
     try_update(prefix, folder, feed, window)
     close(window)
-    try_removal(prefix, desktop, machine)
+    try_removal(stage, prefix, desktop, machine)
     try_for_all(stage, prefix, desktop, machine, folder)
     try_refusals(prefix, machine)
 
