@@ -26,9 +26,9 @@ function(corvane_windows_manifest target)
     target_sources(${target} PRIVATE "${script}")
 endfunction()
 
-# corvane_windows_program(<target> <description>)
+# corvane_windows_program(<target> <description> [<file>])
 #
-# Manifest, icon and version information. The version is CORVANE_VERSION; of its numbers the first four, those that
+# Manifest, icon and version information of a program whose file is <file>, or <target>.exe. The version is CORVANE_VERSION; of its numbers the first four, those that
 # it lacks being 0, are the version that installers compare.
 function(corvane_windows_program target description)
     if(NOT WIN32)
@@ -37,6 +37,9 @@ function(corvane_windows_program target description)
     corvane_windows_manifest(${target})
     set(CORVANE_RC_TARGET "${target}")
     set(CORVANE_RC_FILE "${target}.exe")
+    if(ARGC GREATER 2)
+        set(CORVANE_RC_FILE "${ARGV2}")
+    endif()
     set(CORVANE_RC_DESCRIPTION "${description}")
     string(REGEX MATCH "^[0-9.]*" numbers "${CORVANE_VERSION}")
     string(REGEX MATCHALL "[0-9]+" numbers "${numbers}")

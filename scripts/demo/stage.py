@@ -34,6 +34,26 @@ def _children():
             for pid in (thread / "children").read_text().split()]
 
 
+class Running:
+    """A process that another one has started, as much of it as the window asks for."""
+
+    def __init__(self, pid):
+        self.pid = pid
+        self.returncode = None
+
+    def poll(self):
+        if self.returncode is None and not _runs(self.pid):
+            self.returncode = 0 # whoever started it knows more
+        return self.returncode
+
+
+def _runs(pid):
+    try:
+        return pathlib.Path(f"/proc/{pid}/stat").read_text(encoding="ascii").rpartition(")")[2].split()[0] not in "ZX"
+    except OSError:
+        return False
+
+
 class Stage:
     """Private directories, display, buses and processes; a context manager, one for each run of Python.
 

@@ -14,7 +14,7 @@ import zipfile
 
 from receivers import RtmpServer, largest_gap
 from scenarios import NAME, put_on_air, wait_received
-from stage import DemoError, wait_for
+from stage import DemoError, Running, wait_for
 
 # The private half of the key that the demonstration's builds pin: the first vector of RFC 8032, known to everybody.
 SEED = "9d61b19deffd5a60ba844af492ec2cc44449c5697b326919703bac031cae7f60"
@@ -40,14 +40,16 @@ def _run(*command, folder=None):
 
 
 class Feed:
-    """An HTTPS server on loopback with an authority of its own, and the publisher's work for it."""
+    """An HTTPS server on loopback with an authority of its own, and the publisher's work for it.
 
-    def __init__(self, stage, tools, versions):
-        self._tools = tools
-        self.versions = versions
-        self._folder = stage.path("feed")
+    `place` is a folder for its own ones, `publisher` a function that runs corvane-publish with what it is given.
+    """
+
+    def __init__(self, place, publisher):
+        self._publisher = publisher
+        self._folder = place / "feed"
         self._folder.mkdir()
-        self._secrets = stage.path("publisher")
+        self._secrets = place / "publisher"
         self._secrets.mkdir(mode=0o700)
         self._make_certificates()
         self._key = self._secrets / "key"
@@ -71,15 +73,22 @@ class Feed:
         return self._secrets / "ca.pem"
 
     def publish(self, version, program):
-        """Packs the program, signs the package, checks what came out and puts both on the server."""
-        package = self._folder / f"CORVANE-{version}.zip"
-        with zipfile.ZipFile(package, "w", zipfile.ZIP_DEFLATED) as archive:
+        """Packs the program and offers the package."""
+        with zipfile.ZipFile(self.package(version), "w", zipfile.ZIP_DEFLATED) as archive:
             archive.write(program, "corvane")
+        self.offer(version)
+
+    def package(self, version):
+        """Where the package of this version lies on the server."""
+        return self._folder / f"CORVANE-{version}.zip"
+
+    def offer(self, version):
+        """Signs the package of this version, checks what came out and puts it on the server."""
+        package = self.package(version)
         manifest = self._folder / "latest.json"
-        _run(self._tools / "corvane-publish", "sign", "--key", self._key, "--version", version,
-             "--url", f"{self.address}/{package.name}", "--package", package, "--out", manifest)
-        _run(self._tools / "corvane-publish", "verify", "--public-key", PUBLIC_KEY, "--manifest", manifest,
-             "--package", package)
+        self._publisher("sign", "--key", self._key, "--version", version, "--url", f"{self.address}/{package.name}",
+                        "--package", package, "--out", manifest)
+        self._publisher("verify", "--public-key", PUBLIC_KEY, "--manifest", manifest, "--package", package)
         say(f"published {version}: {package.stat().st_size} bytes, signed, at {self.address}/latest.json")
 
     def _make_certificates(self):
@@ -99,32 +108,12 @@ class _QuietHandler(http.server.SimpleHTTPRequestHandler):
         self.served.append(self.path)
 
 
-class _Running:
-    """A process that another one has started, as much of it as the window asks for."""
-
-    def __init__(self, pid):
-        self.pid = pid
-        self.returncode = None
-
-    def poll(self):
-        if self.returncode is None and not _runs(self.pid):
-            self.returncode = 0 # its guardian knows more
-        return self.returncode
-
-
-def _runs(pid):
-    try:
-        return pathlib.Path(f"/proc/{pid}/stat").read_text(encoding="ascii").rpartition(")")[2].split()[0] not in "ZX"
-    except OSError:
-        return False
-
-
 def _running(program):
     """The process that runs this file, or None."""
     for entry in pathlib.Path("/proc").iterdir():
         try:
             if entry.name.isdecimal() and os.readlink(entry / "exe") == str(program):
-                return _Running(int(entry.name))
+                return Running(int(entry.name))
         except OSError:
             continue # gone, or somebody else's
     return None
@@ -208,12 +197,12 @@ def _check_rolled_back(machine, versions, failed):
     say(f"reported  {record['version']}: {record['result']}, {record['reason']}")
 
 
-def _stage_on_air(stage, machine, feed, window, folder):
+def _stage_on_air(stage, machine, feed, versions, window, folder):
     """0.3.0 is fetched, verified and staged beside a stream, which doesn't notice; nothing happens before its end."""
     rtmp = RtmpServer(stage)
     put_on_air(window, rtmp)
     before = machine.log()
-    feed.publish("0.3.0", feed.versions / "0.3.0/corvane")
+    feed.publish("0.3.0", versions / "0.3.0/corvane")
     window.press("push button", "Verificar update")
     ready = machine.runtime / "update/update-ready.json"
     wait_for("0.3.0 to be staged", lambda: "0.3.0" in ready.read_text(encoding="utf-8"), 60)
@@ -241,7 +230,7 @@ def _circle(stage, machine, feed, versions, folder):
     window.picture(folder / "updated.png")
     window.click("push button", "Fechar")
 
-    _stage_on_air(stage, machine, feed, window, folder)
+    _stage_on_air(stage, machine, feed, versions, window, folder)
     window.press("push button", "Atualizar 0.3.0")
     machine.wait_for_line("version 0.3.0 didn't come up")
     machine.wait_for_line("rolled back to version 0.2.0")
@@ -269,7 +258,7 @@ def perform(stage, tools, folder):
     """0.1.0 becomes 0.2.0 under its guardian; 0.3.0 waits for a stream and is rolled back, as it crashes at start; 0.4.0
     is, as it crashes again and again"""
     versions = tools / "tests/versions"
-    feed = Feed(stage, tools, versions)
+    feed = Feed(stage.folder, functools.partial(_run, tools / "corvane-publish"))
     feed.publish("0.2.0", versions / "0.2.0/corvane")
     machine = Machine(stage, versions, feed)
     try:

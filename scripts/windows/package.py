@@ -3,13 +3,12 @@
 
     package.py <build folder> <folder for the packages>
 
-Leaves the folder CORVANE-<version>-win64, the same as a .zip and, made by CPack, as an installer; and its part
+Leaves the folder CORVANE-<version>-win64, the same as a .zip and, made by NSIS, as an installer; and its part
 corvane/ as a .zip for the update feed. Run in the environment (./dev windows package). What is needed is found out, not
 listed: libraries by what each program, plugin and library imports, QML modules by what the interface imports.
 """
 
 import json
-import os
 import pathlib
 import re
 import shutil
@@ -27,7 +26,8 @@ WINDOW = "platforms/qwindows.dll"
 PROGRAM_FOLDER = "corvane"
 COMPANIONS_FOLDER = "companions"
 MANUAL = ("manual.html", "manual.pdf") # made by ./dev manual, into the folder "manual" beside the packages
-COMPANIONS = ("corvane-guardian.exe",) # the other one is the publisher's
+COMPANIONS = ("corvane-guardian.exe", "corvane-start.exe") # the other one is the publisher's
+READ_ME = "LEIA-ME.txt"
 # Styles without use: every control has a fallback in Basic, and the window is in Material.
 OTHER_STYLES = {"Fusion", "Imagine", "Universal", "Windows", "FluentWinUI3", "macOS", "iOS"}
 COMPILER_LIBRARIES = ("libgcc_s_seh-1.dll", "libstdc++-6.dll", "libwinpthread-1.dll")
@@ -166,6 +166,12 @@ def bring_manual(made, target):
         shutil.copy2(made / name, target / name)
 
 
+def bring_read_me(target):
+    """What to start, for who unpacks the archive; an editor of Windows shows it."""
+    text = (TREE / "scripts/windows" / READ_ME).read_text(encoding="utf-8")
+    (target / READ_ME).write_bytes(text.replace("\n", "\r\n").encode("utf-8-sig"))
+
+
 def pack(target, archive, top):
     """The folder as an archive, in which it is called `top`; "" for its content alone."""
     archive.parent.mkdir(parents=True, exist_ok=True)
@@ -179,12 +185,15 @@ def pack(target, archive, top):
 
 def installer(target, version):
     """The installer beside the folder, from what is in the folder."""
-    environment = os.environ | {"CORVANE_VERSION": version, "CORVANE_FOLDER": str(target),
-                                "CORVANE_ICON": str(TREE / "app/icon/corvane.ico")}
-    subprocess.run(["cpack", "--config", str(TREE / "scripts/windows/installer.cmake"), "-B", str(target.parent)],
-                   check=True, stdout=subprocess.PIPE, env=environment)
-    shutil.rmtree(target.parent / "_CPack_Packages")
-    return target.parent / f"{target.name}.exe"
+    setup = target.parent / f"{target.name}.exe"
+    numbers = (re.findall("[0-9]+", re.match("[0-9.]*", version)[0]) + ["0"] * 4)[:4]
+    installed = sum(file.stat().st_size for file in target.rglob("*") if file.is_file())
+    values = {"VERSION": version, "NUMBERS": ".".join(numbers), "FOLDER": target, "OUTPUT": setup,
+              "ICON": TREE / "app/icon/corvane.ico", "KILOBYTES": installed // 1024}
+    subprocess.run(["makensis", "-V2", "-WX", "-INPUTCHARSET", "UTF8",
+                    *(f"-D{name}={value}" for name, value in values.items()),
+                    str(TREE / "scripts/windows/installer.nsi")], check=True)
+    return setup
 
 
 def main():
@@ -194,6 +203,7 @@ def main():
     try:
         fill(build, target, version)
         bring_manual(folder / "manual", target)
+        bring_read_me(target)
     except PackageError as error:
         sys.exit(f"package: {error}")
     pack(target, folder / f"{target.name}.zip", target.name)

@@ -30,10 +30,11 @@ class WineWindow:
     """The program's window. Every operation waits for its control and fails with DemoError if there is none.
 
     `program` is what Windows calls it, `path` its PATH, `runtime` the folder on drive C: that it is told to keep its
-    marks in; None: its own choice. It is started with nothing else in view but drive C:.
+    marks in; None: its own choice. `feed` is where it looks for updates. It is started with nothing else in view but
+    drive C:. A shortcut (.lnk) is opened as from the start menu, with the system's own PATH; its exit code isn't known.
     """
 
-    def __init__(self, stage, prefix, program, path="", runtime="runtime"):
+    def __init__(self, stage, prefix, program, path="", runtime="runtime", feed="off"):
         plugins = prefix.path("locator/generic")
         plugins.mkdir(parents=True, exist_ok=True)
         shutil.copy2(LOCATOR, plugins)
@@ -43,15 +44,18 @@ class WineWindow:
         self._drive = prefix.path("")
         told = {"CORVANE_RUNTIME_DIR": f"C:/{runtime}"} if runtime else {}
         folder, _, name = program.rpartition("\\") # a folder's name is entered as it stands, a program's wants quotes
-        command = prefix.command(
-            "cmd", "/c", f"set PATH={path}&& cd {folder}&& {name}",
-            **told,
-            CORVANE_LOCATE_REPORT="C:/locator/controls.json",
-            QT_PLUGIN_PATH="C:/locator",
-            QT_QPA_GENERIC_PLUGINS="corvane_locator",
-            QT_FORCE_STDERR_LOGGING="1",
-            QT_QUICK_BACKEND="software") # Wine's own graphics want more of an X server than there is
-        self.process = stage.start("corvane", *command)
+        told |= {"CORVANE_UPDATE_FEED": feed,
+                 "CORVANE_LOCATE_REPORT": "C:/locator/controls.json",
+                 "QT_PLUGIN_PATH": "C:/locator",
+                 "QT_QPA_GENERIC_PLUGINS": "corvane_locator",
+                 "QT_FORCE_STDERR_LOGGING": "1",
+                 "QT_QUICK_BACKEND": "software"} # Wine's own graphics want more of an X server than there is
+        if name.endswith(".lnk"):
+            prefix.run("start", program, **told) # which doesn't wait
+            self.process = wait_for("the entry's program", lambda: prefix.process("corvane-start.exe"))
+        else:
+            self.process = stage.start(
+                "corvane", *prefix.command("cmd", "/c", f"set PATH={path}&& cd {folder}&& {name}", **told))
         wait_for("the window", lambda: self.find("frame", "CORVANE"), 120)
 
     # --- Queries

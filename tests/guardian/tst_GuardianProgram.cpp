@@ -7,6 +7,7 @@
 #include "tools/guardian/FileNames.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTest>
 
@@ -26,6 +27,7 @@ private Q_SLOTS:
     void init();
     void commandLines_data();
     void commandLines();
+    void inAPackage();
     void notInTheInstallation();
     void notElevated_data();
     void notElevated();
@@ -81,6 +83,8 @@ void tst_GuardianProgram::commandLines_data()
     QTest::addColumn<QString>("text");
     QTest::newRow("help") << QStringList{u"--help"_s} << 0 << u"Exit codes: 0 CORVANE ended in order"_s;
     QTest::newRow("nothing") << QStringList() << 2 << u"--install-dir is missing"_s;
+    QTest::newRow("an empty place") << QStringList{u"--install-dir"_s, QString()} << 2
+                                    << u"--install-dir is missing; see --help"_s;
     QTest::newRow("an unknown option") << QStringList{u"--force"_s} << 2 << u"force"_s;
     QTest::newRow("no number") << QStringList{u"--install-dir"_s, u"APP"_s, u"--heartbeat-timeout"_s,
                                               u"soon"_s}
@@ -104,6 +108,31 @@ void tst_GuardianProgram::commandLines()
     QTEST(exitCode, "exitCode");
     QVERIFY2((exitCode == 0 ? m_output : m_errors).contains(text), qPrintable(m_output + m_errors));
     QCOMPARE(m_folder->starts(), QStringList());
+}
+
+/// Beside the folder "corvane" it needs no options.
+void tst_GuardianProgram::inAPackage()
+{
+    const QString companions = m_folder->path(u"package/companions"_s);
+    const QString guardian = companions + u'/' + test::executableName(u"corvane-guardian"_s);
+    QVERIFY(QDir().mkpath(companions));
+    QVERIFY(QFile::copy(QStringLiteral(CORVANE_GUARDIAN), guardian));
+    const QStringList attach{u"--runtime-dir"_s, m_folder->runtimeDir(), u"--attach"_s};
+    QCOMPARE(run(guardian, attach), 2);
+    QVERIFY2(m_errors.contains("--install-dir is missing, and there is no "_L1), qPrintable(m_errors));
+
+    const QString program = m_folder->path(u"package/corvane"_s);
+    GuardedFolder::install(program, "0.1.0", "beats");
+    const QString guarding =
+        u"guarding %1/%2,"_s.arg(QFileInfo(program).canonicalFilePath(), guardian::programFileName());
+    QCOMPARE(run(guardian, attach), 4);
+    QVERIFY2(m_errors.contains(guarding), qPrintable(m_errors));
+
+    // A swap that was cut off leaves the program elsewhere and a word of it.
+    QVERIFY(QDir().rename(program, program + ".guardian/next"_L1));
+    test::writeFile(program + ".guardian/journal.json"_L1, "{}");
+    run(guardian, attach);
+    QVERIFY2(m_errors.contains("guarding "_L1), qPrintable(m_errors));
 }
 
 void tst_GuardianProgram::notInTheInstallation()

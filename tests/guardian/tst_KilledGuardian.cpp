@@ -93,9 +93,14 @@ qint64 tst_KilledGuardian::update(const GuardedFolder &folder, qint64 killAfterM
     while (!isOver() && clock.elapsed() < 30'000 && !guardian.waitForFinished(1)) {
     }
     const qint64 lived = clock.elapsed();
-    test::killProcess(guardian.processId());
+    const qint64 killed = guardian.processId();
+    test::killProcess(killed);
     guardian.waitForFinished();
     endRunsOf(at.programPath());
+    // The host of a console for a run that wasn't to be: it would wait for it for ever.
+    const QList<qint64> left = test::childProcesses(killed);
+    for (const qint64 id : left)
+        test::killProcess(id);
     return lived;
 }
 

@@ -121,7 +121,7 @@ void tst_Options::patience()
     if (taken) {
         QCOMPARE(options.settings->trial.patience, std::chrono::seconds(seconds.toInt()));
     } else {
-        QCOMPARE(options.text, u"corvane-guardian: --heartbeat-timeout takes a number of seconds\n"_s);
+        QCOMPARE(options.text, u"--heartbeat-timeout takes a number of seconds"_s);
         QCOMPARE(options.exitCode, WrongUsage);
     }
 }
@@ -158,8 +158,7 @@ void tst_Options::places()
     if (options.settings) {
         QCOMPARE(options.settings->installation.directory, path(directory));
     } else {
-        QCOMPARE(options.text,
-                 u"corvane-guardian: there is no %1 in %2\n"_s.arg(programFileName(), path(place)));
+        QCOMPARE(options.text, u"there is no %1 in %2"_s.arg(programFileName(), path(place)));
         QCOMPARE(options.exitCode, WrongPlace);
     }
 }

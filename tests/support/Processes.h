@@ -49,8 +49,9 @@ void sendSignal(qint64 pid, int signal);
 /// Kills `pid`.
 void killProcess(qint64 pid);
 
-/// Children of this process, those that have ended and aren't reaped included.
-[[nodiscard]] QList<qint64> childProcesses();
+/// Children of this process, or of `parent`, those that have ended and aren't reaped included. Windows tells
+/// those of a parent that has ended too.
+[[nodiscard]] QList<qint64> childProcesses(qint64 parent = 0);
 
 /// Program and arguments of `pid`; empty if there is no such process, or if it has ended.
 [[nodiscard]] QStringList processCommand(qint64 pid);

@@ -77,8 +77,9 @@ void killProcess(qint64 pid)
     ::kill(static_cast<pid_t>(pid), SIGKILL);
 }
 
-QList<qint64> childProcesses()
+QList<qint64> childProcesses(qint64 parent)
 {
+    parent = parent == 0 ? ::getpid() : parent;
     QList<qint64> children;
     for (const QString &entry : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         bool isNumber = false;
@@ -89,7 +90,7 @@ QList<qint64> childProcesses()
         // "pid (name) state parent …"; the name may hold anything, so count from its end.
         const QByteArray text = stat.readAll();
         const QList<QByteArray> fields = text.sliced(text.lastIndexOf(')') + 1).simplified().split(' ');
-        if (fields.value(1).toLongLong() == ::getpid())
+        if (fields.value(1).toLongLong() == parent)
             children << pid;
     }
     return children;

@@ -119,15 +119,16 @@ void killProcess(qint64 pid)
         TerminateProcess(process.get(), killed);
 }
 
-QList<qint64> childProcesses()
+QList<qint64> childProcesses(qint64 parent)
 {
+    parent = parent == 0 ? GetCurrentProcessId() : parent;
     QList<qint64> children;
     const Handle processes = snapshot(TH32CS_SNAPPROCESS);
     PROCESSENTRY32W entry{};
     entry.dwSize = sizeof entry;
     for (BOOL more = Process32FirstW(processes.get(), &entry); more;
          more = Process32NextW(processes.get(), &entry)) {
-        if (entry.th32ParentProcessID == GetCurrentProcessId())
+        if (entry.th32ParentProcessID == parent)
             children << entry.th32ProcessID;
     }
     return children;

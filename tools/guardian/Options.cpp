@@ -4,6 +4,7 @@
 
 #include <QCommandLineOption>
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
@@ -17,6 +18,9 @@ constexpr auto description =
     R"(Starts CORVANE and keeps it up: starts it again after a crash, with growing pauses and
 a limit, and puts a staged update in its place when CORVANE asks for it, which it does
 only while nothing is on air. A version that doesn't come up is rolled back.
+
+Without --install-dir it guards the folder "corvane" beside the one that it lies in, as
+CORVANE's packages have it.
 
 What it keeps lies beside the installation, in DIR.guardian, which nobody else may
 open: its log, the former installation, what became of the last update. With
@@ -32,7 +36,21 @@ Exit codes: 0 CORVANE ended in order; 1 it can't be kept up; 2 wrong command lin
 
 Options refused(const QString &why, ExitCode code)
 {
-    return {std::nullopt, "corvane-guardian: "_L1 + why + u'\n', code};
+    return {std::nullopt, why, code};
+}
+
+/// Place of the program in a package, beside the companions' folder that this program lies in.
+QString packagedDirectory()
+{
+    const QFileInfo companions(QCoreApplication::applicationDirPath());
+    return QDir::cleanPath(companions.canonicalFilePath() + "/../corvane"_L1);
+}
+
+/// False if neither the program is there nor an update that was cut off while it wasn't.
+bool isInstalled(const Installation &at)
+{
+    return !at.directory.isEmpty() &&
+           (QFileInfo::exists(at.programPath()) || QFileInfo::exists(at.journal()));
 }
 
 /// Path of the installation. In the middle of an update its place may be empty; then its parent is there.
@@ -52,7 +70,9 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
     QCommandLineParser parser;
     parser.setApplicationDescription(description);
     const QCommandLineOption help({u"h"_s, u"help"_s}, u"shows this"_s);
-    const QCommandLineOption install(u"install-dir"_s, u"where CORVANE is installed (has to be given)"_s,
+    const QCommandLineOption install(u"install-dir"_s,
+                                     u"where CORVANE is installed (default: the folder \"corvane\" beside "
+                                     "the guardian's own)"_s,
                                      u"DIR"_s);
     const QCommandLineOption runtime(
         u"runtime-dir"_s, u"where CORVANE leaves its marks (default: where it does by itself)"_s, u"DIR"_s);
@@ -71,7 +91,7 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
         return refused(parser.errorText(), WrongUsage);
     if (parser.isSet(help))
         return {std::nullopt, parser.helpText(), EndedCleanly};
-    if (parser.value(install).isEmpty())
+    if (parser.isSet(install) && parser.value(install).isEmpty())
         return refused(u"--install-dir is missing; see --help"_s, WrongUsage);
     bool isNumber = false;
     const int seconds = parser.value(patience).toInt(&isNumber);
@@ -79,7 +99,8 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
         return refused(u"--heartbeat-timeout takes a number of seconds"_s, WrongUsage);
 
     GuardianSettings settings;
-    settings.installation = {placeOf(parser.value(install)), programFileName(), {}};
+    const QString given = parser.value(install);
+    settings.installation = {placeOf(given.isEmpty() ? packagedDirectory() : given), programFileName(), {}};
     settings.runtimeDirectory =
         QFileInfo(parser.isSet(runtime) ? parser.value(runtime) : runtimeDirectory).absoluteFilePath();
     settings.arguments = parser.positionalArguments();
@@ -90,9 +111,13 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
     // Nothing may be written beside the installation then.
     if (!settings.updates)
         settings.installation.ownFolder = settings.runtimeDirectory + "/guardian"_L1;
-    const Installation &at = settings.installation;
-    if (at.directory.isEmpty() || (!QFileInfo::exists(at.programPath()) && !QFileInfo::exists(at.journal())))
-        return refused(u"there is no %1 in %2"_s.arg(programFileName(), parser.value(install)), WrongPlace);
+    if (!isInstalled(settings.installation)) {
+        return given.isEmpty()
+                   ? refused(u"--install-dir is missing, and there is no %1 in %2; see --help"_s.arg(
+                                 programFileName(), packagedDirectory()),
+                             WrongUsage)
+                   : refused(u"there is no %1 in %2"_s.arg(programFileName(), given), WrongPlace);
+    }
     return {settings, {}, EndedCleanly};
 }
 

@@ -1,8 +1,8 @@
 #include "app/Version.h"
+#include "tools/guardian/Front.h"
 #include "tools/guardian/Options.h"
 #include "tools/guardian/OwnFolder.h"
 #include "tools/guardian/OwnRights.h"
-#include "tools/guardian/PrintableText.h"
 #include "tools/guardian/Supervisor.h"
 #include "update/PinnedUpdateKey.h"
 #include "update/RuntimeFiles.h"
@@ -10,42 +10,19 @@
 #include <QCoreApplication>
 #include <QLockFile>
 
-#include <cstdio>
-
 using namespace Qt::StringLiterals;
 using namespace corvane::guardian;
 
 namespace {
 
-void print(std::FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toLocal8Bit();
-    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
-    std::fflush(stream);
-}
-
 ExitCode refuse(const QString &why)
 {
-    print(stderr, "corvane-guardian: "_L1 + printable(why) + u'\n');
+    front::refusal(WrongPlace, why);
     return WrongPlace;
 }
 
-} // namespace
-
-int main(int argc, char *argv[])
+int guard(const QCoreApplication &app, const GuardianSettings &settings)
 {
-    const QCoreApplication app(argc, argv);
-    corvane::setApplicationIdentity();
-
-    Options options = readOptions(QCoreApplication::arguments(), corvane::runtimeDirectory());
-    if (!options.settings) {
-        print(options.exitCode == EndedCleanly ? stdout : stderr, options.text);
-        return options.exitCode;
-    }
-    GuardianSettings &settings = *options.settings;
-    settings.ownVersion = QString::fromLatin1(corvane::version());
-    settings.pinnedKey = QString::fromLatin1(corvane::pinnedUpdateKey()).trimmed();
-
     if (isElevated()) {
         return refuse(
             u"it was started with an administrator's rights, which CORVANE would get from it: start it "
@@ -64,14 +41,43 @@ int main(int argc, char *argv[])
     }
     QLockFile lock(at.lock());
     lock.setStaleLockTime(0); // held for as long as its holder lives
-    if (!lock.tryLock())
-        return refuse(u"another guardian is at work on %1"_s.arg(at.directory));
+    if (!lock.tryLock()) {
+        front::alreadyGuarded(at);
+        return WrongPlace;
+    }
 
     QObject requests;
+    QString lastLine;
     Supervisor guardian(settings, httpsSource(corvane::updateFeed(), &requests));
-    QObject::connect(&guardian, &Supervisor::logged, &guardian,
-                     [](const QString &line) { print(stderr, "guardian: "_L1 + line + u'\n'); });
+    QObject::connect(&guardian, &Supervisor::logged, &guardian, [&lastLine](const QString &line) {
+        lastLine = line;
+        front::line(line);
+    });
     QObject::connect(&guardian, &Supervisor::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);
     guardian.run();
-    return QCoreApplication::exec();
+    const int code = QCoreApplication::exec();
+    lock.unlock(); // whoever reads the following words may start another one
+    front::end(static_cast<ExitCode>(code), lastLine, at.log());
+    return code;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    front::prepare();
+    const QCoreApplication app(argc, argv);
+    corvane::setApplicationIdentity();
+
+    Options options = readOptions(QCoreApplication::arguments(), corvane::runtimeDirectory());
+    if (!options.settings) {
+        if (options.exitCode == EndedCleanly)
+            front::help(options.text);
+        else
+            front::refusal(options.exitCode, options.text);
+        return options.exitCode;
+    }
+    options.settings->ownVersion = QString::fromLatin1(corvane::version());
+    options.settings->pinnedKey = QString::fromLatin1(corvane::pinnedUpdateKey()).trimmed();
+    return guard(app, *options.settings);
 }
