@@ -83,6 +83,7 @@ QString tst_WindowRows::onAir(const QString &steps)
 
 void tst_WindowRows::clickStop()
 {
+    m_ui->awaitRows();
     QTRY_VERIFY(inRow(u"rowStopButton"_s));
     const auto placed = [this] {
         const QQuickItem *button = inRow(u"rowStopButton"_s);
@@ -315,8 +316,10 @@ void tst_WindowRows::confirmationTimesOut()
 {
     const QString id = onAir(u"progress"_s);
     clickStop();
-    QVERIFY(m_ui->row(0)->property("confirmingStop").toBool());
-    QTRY_VERIFY_WITH_TIMEOUT(!m_ui->row(0)->property("confirmingStop").toBool(), 20000);
+    const QPointer<QQuickItem> armed = m_ui->row(0);
+    QVERIFY(armed->property("confirmingStop").toBool());
+    QTRY_VERIFY_WITH_TIMEOUT(!armed || !armed->property("confirmingStop").toBool(), 20000);
+    QVERIFY2(armed, "the row was renewed: its time is not over");
     QCOMPARE(textInRow(u"rowStopButton"_s), u"■"_s);
     QTRY_COMPARE(inRow(u"rowStopButton"_s)->width(), 32.0);
 
