@@ -12,9 +12,11 @@
 
 #include <QFile>
 #include <QIcon>
+#include <QImage>
 #include <QPixmap>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
+#include <QResource>
 #include <QTimer>
 #include <QUrl>
 
@@ -45,13 +47,18 @@ void leaveCleanExitMark(const QString &path)
         file.close();
 }
 
-/// What the window's bar and the task list show.
+/// What the window's bar and the task list show. The pictures are bare pixels: with an encoded one Qt loads
+/// the libraries of all formats to ask them whether it is theirs, a hundredth of the window's memory.
 QIcon windowIcon()
 {
     QIcon icon;
-    for (const int size : {16, 32, 48, 64}) {
-        // With the format said, no library for another one is loaded.
-        icon.addPixmap(QPixmap(u":/icon/corvane-%1.png"_s.arg(size), "PNG"));
+    for (const int side : {16, 32, 48, 64}) {
+        const QByteArray pixels = QResource(u":/icon/corvane-%1.rgba"_s.arg(side)).uncompressedData();
+        if (pixels.size() != qsizetype(side) * side * 4)
+            continue;
+        const QImage picture(reinterpret_cast<const uchar *>(pixels.constData()), side, side,
+                             QImage::Format_RGBA8888);
+        icon.addPixmap(QPixmap::fromImage(picture));
     }
     return icon;
 }

@@ -135,7 +135,11 @@ ApplicationWindow {
 
     // Texts stand as they are written: some versions of the style would set them in capitals.
     // The space bar presses them by itself, Return in later versions only.
+    // The style's background has a ripple and, under a raised button, a shadow drawn in a layer: most of a button's
+    // memory.
     component TextButton: Button {
+        id: textButton
+
         function press(event) {
             if (!event.isAutoRepeat)
                 clicked()
@@ -148,6 +152,27 @@ ApplicationWindow {
         Accessible.onPressAction: clicked()
         Keys.onReturnPressed: event => press(event)
         Keys.onEnterPressed: event => press(event)
+
+        background: Rectangle {
+            readonly property bool lit: textButton.down || textButton.hovered || textButton.visualFocus
+
+            implicitWidth: 64
+            implicitHeight: 36
+            radius: 2
+            visible: lit || !textButton.flat
+            color: textButton.flat ? textButton.Material.rippleColor
+                                   : Qt.lighter(textButton.Material.background, textButton.down ? 1.35 : lit ? 1.2 : 1)
+            border.color: theme.text
+            border.width: textButton.visualFocus ? 1 : 0
+        }
+        contentItem: PlainText {
+            text: textButton.text
+            font: textButton.font
+            color: textButton.Material.foreground
+            elide: Text.ElideRight
+            horizontalAlignment: Text.AlignHCenter
+            verticalAlignment: Text.AlignVCenter
+        }
     }
 
     component FlatButton: TextButton {
@@ -165,13 +190,67 @@ ApplicationWindow {
 
     // Digits alone: a port or a picture's width has no thousands.
     component NumberBox: SpinBox {
+        id: numberBox
         textFromValue: value => value.toFixed(0)
+
+        up.indicator: StepSign {
+            x: numberBox.width - width
+            text: "+"
+            lit: numberBox.up.pressed || numberBox.up.hovered
+        }
+        down.indicator: StepSign {
+            text: "−"
+            lit: numberBox.down.pressed || numberBox.down.hovered
+        }
+    }
+
+    // The style's have a ripple each.
+    component StepSign: PlainText {
+        required property bool lit
+
+        width: 48
+        height: parent.height
+        font.pixelSize: 26
+        color: !enabled ? theme.dim : lit ? theme.accent : theme.text
+        horizontalAlignment: Text.AlignHCenter
+        verticalAlignment: Text.AlignVCenter
+    }
+
+    // The style's handle casts a shadow, drawn in a layer.
+    component Toggle: Switch {
+        id: toggle
+        implicitHeight: 48 // to be hit with a finger
+
+        indicator: Rectangle {
+            x: toggle.leftPadding + (toggle.availableWidth - width) / 2
+            y: toggle.topPadding + (toggle.availableHeight - height) / 2
+            implicitWidth: 38
+            implicitHeight: 14
+            radius: 7
+            color: toggle.checked ? Qt.alpha(theme.accent, 0.5) : theme.dim
+            border.color: theme.text
+            border.width: toggle.visualFocus ? 1 : 0
+
+            Rectangle {
+                x: toggle.visualPosition * (parent.width - width)
+                y: (parent.height - height) / 2
+                width: 20
+                height: 20
+                radius: 10
+                color: toggle.checked ? theme.accent : "#bdbdbd"
+                border.color: theme.text
+                border.width: toggle.hovered || toggle.visualFocus ? 1 : 0
+            }
+        }
     }
 
     // A label of the style costs twice as much, which counts where there are many.
     component PlainText: Text {
         textFormat: Text.PlainText
     }
+
+    // A label that says its colour has nothing to ask the style for.
+    component PlainLabel: T.Label {}
 
     // The style's placeholders are too faint to be read.
     component Field: TextField {
@@ -183,6 +262,10 @@ ApplicationWindow {
         id: choice
         topInset: 6
         bottomInset: 6
+        topPadding: 0
+        bottomPadding: 0
+        leftPadding: 12
+        rightPadding: 38
         Material.background: theme.surfaceRaised
 
         background: Rectangle {
@@ -192,6 +275,13 @@ ApplicationWindow {
             color: choice.down || choice.hovered ? Qt.lighter(theme.surfaceRaised, 1.2) : theme.surfaceRaised
             border.color: theme.accent
             border.width: choice.visualFocus ? 1 : 0
+        }
+        contentItem: PlainText {
+            text: choice.displayText
+            font: choice.font
+            color: theme.text
+            elide: Text.ElideRight
+            verticalAlignment: Text.AlignVCenter
         }
         indicator: PlainText {
             x: choice.width - width - 14
@@ -203,7 +293,7 @@ ApplicationWindow {
     }
 
     // Beside a field, on the line that the field's text stands on: `line`, from the top of the row.
-    component Caption: Label {
+    component Caption: PlainLabel {
         property real line: NaN
 
         font.pixelSize: 12
@@ -213,11 +303,11 @@ ApplicationWindow {
     }
 
     // The family is declared as a colour; see `mono`.
-    component MonoLabel: Label {
+    component MonoLabel: PlainLabel {
         font.family: theme.mono // qmllint disable
     }
 
-    component Heading: Label {
+    component Heading: PlainLabel {
         font.pixelSize: 13
         font.bold: true
         color: theme.text
@@ -285,7 +375,7 @@ ApplicationWindow {
             color: chip.healthy ? theme.accent : theme.danger
         }
 
-        Label {
+        PlainLabel {
             objectName: "chipLabel"
             anchors.verticalCenter: parent.verticalCenter
             text: chip.label
@@ -306,7 +396,7 @@ ApplicationWindow {
         Material.foreground: _state === 2 ? theme.accent : _state === 3 ? theme.danger : theme.muted
 
         // The version comes from the feed; a button's own label would read markup in it.
-        contentItem: Label {
+        contentItem: PlainLabel {
             objectName: "updateText"
             text: updateBtn.text
             textFormat: Text.PlainText
@@ -357,7 +447,7 @@ ApplicationWindow {
 
         spacing: 12
 
-        Label {
+        PlainLabel {
             objectName: "logo"
 
             function span(part, colour) {
@@ -366,6 +456,7 @@ ApplicationWindow {
             }
 
             textFormat: Text.RichText
+            color: theme.muted
             text: span("COR", theme.muted) + span("VA", theme.accent) + span("NE", theme.muted)
             Accessible.name: "CORVANE"
         }
@@ -443,7 +534,7 @@ ApplicationWindow {
             anchors.leftMargin: 14
             anchors.rightMargin: 14
 
-            Label {
+            PlainLabel {
                 objectName: "streamsLabel"
                 text: "Streams"
                 font.pixelSize: 14
@@ -645,7 +736,7 @@ ApplicationWindow {
                     Accessible.name: (plDel.confirmingStop ? "Confirmar parada de " : "Parar ")
                                      + nameLabel.text
 
-                    // Half of a row's cost would be the style's ripple and icon.
+                    // Armed, it has a frame, not under the pointer alone.
                     background: Rectangle {
                         radius: 2
                         color: plDel.confirmingStop ? theme.bg : rowStop.Material.rippleColor
@@ -653,13 +744,6 @@ ApplicationWindow {
                         border.width: plDel.confirmingStop ? rowStop.hovered || rowStop.visualFocus ? 2 : 1 : 0
                         opacity: plDel.confirmingStop || rowStop.down ? 1
                                  : rowStop.hovered || rowStop.visualFocus ? 0.6 : 0
-                    }
-                    contentItem: PlainText {
-                        text: rowStop.text
-                        font: rowStop.font
-                        color: rowStop.Material.foreground
-                        horizontalAlignment: Text.AlignHCenter
-                        verticalAlignment: Text.AlignVCenter
                     }
 
                     onClicked: plDel.confirmStop()
@@ -800,7 +884,7 @@ ApplicationWindow {
         objectName: "emptyState"
         spacing: 16
 
-        Label {
+        PlainLabel {
             objectName: "emptyLabel"
             text: "Crie uma nova stream para começar"
             font.pixelSize: 16
@@ -990,7 +1074,7 @@ ApplicationWindow {
                     onValueModified: sourcePage.send({"width": value})
                 }
 
-                Label {
+                PlainLabel {
                     objectName: "resTimes"
                     text: "×"
                     color: theme.muted
@@ -1055,7 +1139,7 @@ ApplicationWindow {
                 objectName: "encAdviceHeader"
                 spacing: 8
 
-                Label {
+                PlainLabel {
                     objectName: "encAdviceTitle"
                     text: "Sugestao de encoder"
                     font.pixelSize: 13
@@ -1119,7 +1203,7 @@ ApplicationWindow {
             columnSpacing: 16
             rowSpacing: 12
 
-            Label {
+            PlainLabel {
                 objectName: "encoderSpacer"
                 Layout.columnSpan: 2
             }
@@ -1265,7 +1349,7 @@ ApplicationWindow {
                 text: "Zero latency"
             }
 
-            Switch {
+            Toggle {
                 objectName: "encZeroLatency"
                 checked: true
                 Accessible.name: "Zero latency"
@@ -1277,7 +1361,7 @@ ApplicationWindow {
                 text: "B-frames"
             }
 
-            Switch {
+            Toggle {
                 objectName: "encBFrames"
                 Accessible.name: "B-frames"
                 onToggled: encoderPage.send({"bFrames": checked})
@@ -1347,10 +1431,11 @@ ApplicationWindow {
             anchors.rightMargin: 8
             spacing: 8
 
-            Label {
+            PlainLabel {
                 objectName: "outputIcon"
                 text: ({rtmp: "📡", srtla: "🔗"})[outputRow.modelData.kind] ?? "🌐"
                 font.pixelSize: 14
+                color: theme.text
             }
 
             MonoLabel {
@@ -1364,7 +1449,7 @@ ApplicationWindow {
                 Layout.fillWidth: true
             }
 
-            Switch {
+            Toggle {
                 objectName: "outputSwitch"
                 checked: outputRow.modelData.enabled !== false
                 Layout.fillHeight: true
@@ -1643,7 +1728,7 @@ ApplicationWindow {
                 }
             }
 
-            Label {
+            PlainLabel {
                 objectName: "noOutputsLabel"
                 text: "Nenhuma saída configurada"
                 visible: outputsRepeater.empty
@@ -1685,7 +1770,7 @@ ApplicationWindow {
                 Layout.fillWidth: true
             }
 
-            Label {
+            PlainLabel {
                 objectName: "streamidHint"
                 text: "streamid deve ser literal, não URL-encoded (lição HALVORNNIMBLE)"
                 font.pixelSize: 10
@@ -1777,6 +1862,7 @@ ApplicationWindow {
 
                 FocusFrame {
                     objectName: "previewFocus"
+                    radius: 6
                     visible: previewText.activeFocus && win.cameByKey(previewText)
                 }
             }
@@ -1989,7 +2075,7 @@ ApplicationWindow {
                     anchors.leftMargin: 12
                     anchors.rightMargin: 12
 
-                    Label {
+                    PlainLabel {
                         objectName: "logLabel"
                         text: "Log"
                         font.pixelSize: 12
@@ -2218,9 +2304,9 @@ ApplicationWindow {
                 Keys.onEnterPressed: linkActivated(site)
                 onLinkActivated: link => Qt.openUrlExternally(link)
 
-            HoverHandler {
-                cursorShape: Qt.PointingHandCursor
-            }
+                HoverHandler {
+                    cursorShape: Qt.PointingHandCursor
+                }
 
                 FocusFrame {
                     objectName: "ndiLinkFocus"

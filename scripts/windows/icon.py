@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Makes app/icon/corvane.ico of the drawing beside it: one picture per size that Windows asks for. And the pictures
-that the window itself brings along, for its bar and the task list.
+that the window itself brings along, for its bar and the task list: bare pixels, red, green, blue and alpha of a byte each.
 
-Run in the environment (scripts/windows/environment.sh run scripts/windows/icon.py); it needs rsvg-convert.
+Run where rsvg-convert and ImageMagick's convert are.
 The result is kept in the tree, because a build on Windows itself has no such tool.
 """
 
@@ -22,6 +22,12 @@ def picture(size):
         check=True, stdout=subprocess.PIPE).stdout
 
 
+def pixels(size):
+    """The drawing as rows of pixels."""
+    return subprocess.run(["convert", "png:-", "-depth", "8", "RGBA:-"], input=picture(size), check=True,
+                          stdout=subprocess.PIPE).stdout
+
+
 def icon(pictures):
     """The container: a header, one entry of 16 bytes per picture, the pictures."""
     head = struct.pack("<HHH", 0, 1, len(pictures))
@@ -36,4 +42,4 @@ def icon(pictures):
 
 (FOLDER / "corvane.ico").write_bytes(icon([(size, picture(size)) for size in SIZES]))
 for side in WINDOW_SIZES:
-    (FOLDER / f"corvane-{side}.png").write_bytes(picture(side))
+    (FOLDER / f"corvane-{side}.rgba").write_bytes(pixels(side))

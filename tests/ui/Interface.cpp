@@ -209,6 +209,12 @@ void Interface::awaitRest() const
     QTRY_VERIFY(!pace->property("running").toBool() && !pace->property("due").toBool());
 }
 
+void Interface::awaitRows() const
+{
+    QVERIFY(m_window->property("rowsDue").isValid());
+    QTRY_VERIFY(!m_window->property("rowsDue").toBool());
+}
+
 QString Interface::addPipeline()
 {
     click(u"addButton"_s);

@@ -95,6 +95,9 @@ public:
     QString addPipeline();
     /// Waits until the window shows the Engine's state and would show a change at once.
     void awaitRest() const;
+    /// Waits until the list shows the Engine's rows, also while log lines keep the window from rest. A
+    /// renewal still due would take along what a click on a row begins.
+    void awaitRows() const;
     /// Adds a pipeline through the Engine, with one RTMP output whose URL is "fake:" and `steps`; returns its
     /// id.
     QString addFake(const QString &steps, const QString &name = {});

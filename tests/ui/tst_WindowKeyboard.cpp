@@ -69,6 +69,7 @@ QString tst_WindowKeyboard::onAir(const QString &name)
     m_ui->engine().startPipeline(id);
     [&] {
         QTRY_COMPARE(m_ui->pipeline(id)->state(), Pipeline::State::Running);
+        m_ui->awaitRows();
         QTRY_VERIFY(m_ui->item(u"rowStopButton"_s));
     }();
     return id;
