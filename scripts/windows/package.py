@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Puts the package for Windows together: everything that runs on a clean Windows, and the licences of it.
 
-    package.py <build folder> <folder for the packages>
+    package.py [--unpacked] <build folder> <folder for the packages>
 
 Leaves the folder CORVANE-<version>-win64, the same as a .zip and, made by NSIS, as an installer; and its part
-corvane/ as a .zip for the update feed. Run in the environment (./dev windows package). What is needed is found out, not
+corvane/ as a .zip for the update feed; with --unpacked the folder alone. Run in the environment (./dev windows package). What is needed is found out, not
 listed: libraries by what each program, plugin and library imports, QML modules by what the interface imports.
 """
 
@@ -197,7 +197,8 @@ def installer(target, version):
 
 
 def main():
-    build, folder = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
+    unpacked = sys.argv[1] == "--unpacked"
+    build, folder = (pathlib.Path(argument).resolve() for argument in sys.argv[1 + unpacked:])
     version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", (build / "CMakeCache.txt").read_text(), re.M)[1]
     target = folder / f"CORVANE-{version}-win64"
     try:
@@ -206,6 +207,8 @@ def main():
         bring_read_me(target)
     except PackageError as error:
         sys.exit(f"package: {error}")
+    if unpacked:
+        return
     pack(target, folder / f"{target.name}.zip", target.name)
     pack(target / PROGRAM_FOLDER, folder / f"{target.name}-update.zip", "")
     setup = installer(target, version)
