@@ -3,9 +3,10 @@
 
     package.py [--unpacked] <build folder> <folder for the packages>
 
-Leaves the folder CORVANE-<version>-win64, the same as a .zip and, made by NSIS, as an installer; and its part
-corvane/ as a .zip for the update feed; with --unpacked the folder alone. Run in the environment (./dev windows package). What is needed is found out, not
-listed: libraries by what each program, plugin and library imports, QML modules by what the interface imports.
+Leaves the folder CORVANE-<version>-win64, the same as a .zip and, made by NSIS, as an installer; and its part corvane/ as
+a .zip for the update feed; with --unpacked the folder alone. Run in the environment (./dev windows package). What is
+needed is found out, not listed: libraries by what each program, plugin and library imports, QML modules by what the
+interface imports.
 """
 
 import json
