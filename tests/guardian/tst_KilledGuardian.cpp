@@ -39,6 +39,18 @@ QByteArray wholeVersionIn(const QString &folder)
     return isWhole ? version : "torn";
 }
 
+/// Kills a process, and the host of a console that it was about to get, on Windows: that would wait for it
+/// for ever.
+void killWithConsole(qint64 id)
+{
+    if (id == 0)
+        return; // it has ended already
+    test::killProcess(id);
+    const QList<qint64> left = test::childProcesses(id);
+    for (const qint64 child : left)
+        test::killProcess(child);
+}
+
 /// Ends the runs of `program`, those included that the killed guardian was about to start: so far they run
 /// the guardian's own file.
 void endRunsOf(const QString &program)
@@ -47,7 +59,7 @@ void endRunsOf(const QString &program)
         const QList<ProgramProcess> runs =
             processesOf(QStringLiteral(CORVANE_GUARDIAN_VICTIM)) + processesOf(program);
         for (const ProgramProcess &run : runs)
-            test::killProcess(run.id);
+            killWithConsole(run.id);
         return runs.isEmpty();
     }));
 }
@@ -93,14 +105,9 @@ qint64 tst_KilledGuardian::update(const GuardedFolder &folder, qint64 killAfterM
     while (!isOver() && clock.elapsed() < 30'000 && !guardian.waitForFinished(1)) {
     }
     const qint64 lived = clock.elapsed();
-    const qint64 killed = guardian.processId();
-    test::killProcess(killed);
+    killWithConsole(guardian.processId());
     guardian.waitForFinished();
     endRunsOf(at.programPath());
-    // The host of a console for a run that wasn't to be: it would wait for it for ever.
-    const QList<qint64> left = test::childProcesses(killed);
-    for (const qint64 id : left)
-        test::killProcess(id);
     return lived;
 }
 
