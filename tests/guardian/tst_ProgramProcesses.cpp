@@ -26,7 +26,6 @@ using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::guardian;
 using test::GuardedFolder;
-using test::waitUntil;
 
 namespace {
 
@@ -184,7 +183,7 @@ void tst_ProgramProcesses::whatHasEndedDoesntRun()
     const qint64 id = m_process->processId();
     QCOMPARE(childrenOf(own).size(), 1);
     test::killProcess(id);
-    QVERIFY(waitUntil([&] { return !test::processExists(id); }));
+    QVERIFY(test::waitUntil([&] { return !test::processExists(id); }));
 #endif
     QCOMPARE(processesOf(program()).size(), 0);
     QCOMPARE(childrenOf(own), QStringList());
