@@ -33,8 +33,8 @@ struct Telemetry
     void readProgress(const QString &line);
 };
 
-/// Lines of one chunk of ffmpeg's standard error, without the empty ones. A chunk stands by itself: a line that
-/// two of them share is two.
+/// Lines of one chunk of ffmpeg's standard error, without the empty ones. A chunk stands by itself: a line
+/// that two of them share is two.
 [[nodiscard]] QStringList standardErrorLines(const QByteArray &chunk);
 
 /// True for a line that shows ffmpeg at work: it holds "frame=" or "bitrate=".
