@@ -1,4 +1,3 @@
-#include "engine/host/BusConnection_linux.h"
 #include "tests/host/PrivateBus.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
@@ -67,8 +66,6 @@ private Q_SLOTS:
     void waitsForNoSilentBus_data();
     void waitsForNoSilentBus();
     void triesABusAgainThatWasSilent();
-    void recognisesABusThatAnswers_data();
-    void recognisesABusThatAnswers();
 
 private:
     PrivateBus m_bus;
@@ -389,30 +386,6 @@ void tst_KeepAwake::triesABusAgainThatWasSilent()
     QVERIFY(QFile::link(working.sliced(prefix.size()), link));
     QVERIFY(holder.does(u"hold settle"_s));
     QVERIFY(services.waitFor(loginRequest.arg(1)));
-}
-
-void tst_KeepAwake::recognisesABusThatAnswers_data()
-{
-    QTest::addColumn<QString>("address"); // %1: the path of a bus that answers
-    QTest::addColumn<bool>("answers");
-
-    QTest::newRow("a bus") << u"unix:path=%1"_s << true;
-    QTest::newRow("other keys beside the path") << u"unix:guid=0123,path=%1,x=y"_s << true;
-    QTest::newRow("percent-encoded path") << u"unix:path=%2f..%1"_s << true;
-    QTest::newRow("the second of two addresses") << u"unix:path=/nonexistent/bus;unix:path=%1"_s << true;
-    QTest::newRow("no such socket") << u"unix:path=/nonexistent/bus"_s << false;
-    QTest::newRow("no such abstract socket") << u"unix:abstract=/nonexistent/corvane-test-bus"_s << false;
-    QTest::newRow("path that no socket can have") << u"unix:path=/%1"_s.arg(QString(200, u'x')) << false;
-    QTest::newRow("not a socket of this machine") << u"tcp:host=localhost,port=1"_s << true;
-    QTest::newRow("left to the library") << QString() << true;
-    QTest::newRow("unix, but without a path") << u"unix:runtime=yes"_s << true;
-}
-
-void tst_KeepAwake::recognisesABusThatAnswers()
-{
-    QFETCH(QString, address);
-    const QString path = m_bus.address().section(u',', 0, 0).section(u'=', 1);
-    QTEST(busAnswers(address.replace("%1"_L1, path).toUtf8(), [] { return false; }), "answers");
 }
 
 CORVANE_TEST(tst_KeepAwake, QCoreApplication)
