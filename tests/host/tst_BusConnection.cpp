@@ -1,12 +1,28 @@
 #include "engine/host/BusConnection_linux.h"
 #include "tests/host/PrivateBus.h"
+#include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
+#include "tests/support/TestSupport.h"
 
 #include <QTest>
+
+#include <csignal>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
+
+namespace {
+
+volatile std::sig_atomic_t brokenPipes = 0;
+
+void countBrokenPipe(int /*signal*/)
+{
+    brokenPipes = brokenPipes + 1;
+}
+
+} // namespace
 
 /// The question to a bus daemon that goes before a connection to it.
 class tst_BusConnection : public QObject
@@ -17,6 +33,9 @@ private Q_SLOTS:
     void initTestCase();
     void recognisesABusThatAnswers_data();
     void recognisesABusThatAnswers();
+    void awaitsNoAnswerOfABusThatCloses();
+    void leavesNoDescriptorOpen();
+    void survivesABusThatClosesBeforeTheQuestion();
 
 private:
     PrivateBus m_bus;
@@ -50,6 +69,58 @@ void tst_BusConnection::recognisesABusThatAnswers()
     QFETCH(QString, address);
     const QString path = m_bus.address().section(u',', 0, 0).section(u'=', 1);
     QTEST(busAnswers(address.replace("%1"_L1, path).toUtf8(), [] { return false; }), "answers");
+}
+
+void tst_BusConnection::awaitsNoAnswerOfABusThatCloses()
+{
+    auto bus = std::make_unique<SilentBus>();
+    int looks = 0;
+    QVERIFY(!busAnswers(bus->address().toUtf8(), [&] {
+        bus.reset();
+        return ++looks > 1;
+    }));
+    QCOMPARE(looks, 1);
+}
+
+void tst_BusConnection::leavesNoDescriptorOpen()
+{
+    const SilentBus silent;
+    const ClosingBus closing;
+    const auto goOn = [] { return false; };
+    const qsizetype descriptors = openDescriptors();
+
+    QVERIFY(busAnswers(m_bus.address().toUtf8(), goOn));
+    QCOMPARE(openDescriptors(), descriptors);
+    QVERIFY(!busAnswers(silent.address().toUtf8(), [] { return true; }));
+    QCOMPARE(openDescriptors(), descriptors);
+    QVERIFY(!busAnswers(deadBusAddress().toUtf8(), goOn));
+    QCOMPARE(openDescriptors(), descriptors);
+    QVERIFY(!busAnswers(closing.address().toUtf8(), goOn));
+    QVERIFY(waitUntil([&] { return closing.callers() == 1; }));
+    QCOMPARE(openDescriptors(), descriptors);
+}
+
+void tst_BusConnection::survivesABusThatClosesBeforeTheQuestion()
+{
+    const ClosingBus closing;
+    brokenPipes = 0;
+    const auto before = std::signal(SIGPIPE, countBrokenPipe); // what a process has that ignores none
+    int questions = 0;
+    bool answered = false;
+    bool sent = true;
+    while (!answered && sent && questions < 100000) {
+        ++questions;
+        sent = false;
+        answered = busAnswers(closing.address().toUtf8(), [&] {
+            sent = true; // asked only of who waits for an answer
+            return false;
+        });
+    }
+    (void)std::signal(SIGPIPE, before);
+    QVERIFY(!answered);
+    QVERIFY(!sent);
+    QVERIFY(waitUntil([&] { return closing.callers() == questions; }));
+    QCOMPARE(int(brokenPipes), 0);
 }
 
 CORVANE_TEST(tst_BusConnection, QCoreApplication)
