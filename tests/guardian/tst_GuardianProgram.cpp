@@ -18,7 +18,7 @@ using namespace corvane;
 using test::GuardedFolder;
 using test::waitUntil;
 
-/// The built guardian from its command line. Its work is in tst_Guardian and tst_GuardianUpdate.
+/// The built guardian from its command line. Its work is in tst_Supervisor and tst_GuardianUpdate.
 class tst_GuardianProgram : public QObject
 {
     Q_OBJECT
