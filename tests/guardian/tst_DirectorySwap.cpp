@@ -67,6 +67,9 @@ private Q_SLOTS:
     void everyNameReachesTheDisk();
     void aJournalThatCantBeWritten_data();
     void aJournalThatCantBeWritten();
+    void startedAtTheLastMoment_data();
+    void startedAtTheLastMoment();
+    void startedWhileARollBackIsCompleted();
 
 private:
     void stageNext(const QByteArray &version) const;
@@ -384,6 +387,73 @@ void tst_DirectorySwap::aJournalThatCantBeWritten()
     QVERIFY(!swap.install(readStamp(m_at.next())).isEmpty());
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
     QCOMPARE(kept(), QStringList{u"journal.json"_s});
+}
+
+void tst_DirectorySwap::startedAtTheLastMoment_data()
+{
+    installConfirm_data();
+}
+
+/// What has left its place is somebody's run, and comes back, on the way forward and on the way back.
+void tst_DirectorySwap::startedAtTheLastMoment()
+{
+    QFETCH(const bool, exchange);
+    stageNext("0.2.0");
+    DirectorySwap swap(m_at);
+    swap.mayExchange = exchange;
+    QString left;
+    bool isStarted = true;
+    swap.whyNotLeave = [&](const QString &folder) {
+        left = folder;
+        return isStarted ? u"somebody runs it"_s : QString();
+    };
+    QCOMPARE(swap.install(readStamp(m_at.next())),
+             u"%1 can't be replaced: somebody runs it"_s.arg(m_at.directory));
+    QCOMPARE(left, m_at.previous());
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
+    QCOMPARE(versionIn(m_at.next()), QByteArray("0.2.0"));
+    QCOMPARE(kept(), QStringList{u"next"_s});
+    QVERIFY(!QFileInfo::exists(m_at.journal()));
+
+    isStarted = false;
+    QCOMPARE(swap.install(readStamp(m_at.next())), QString());
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.2.0"));
+
+    isStarted = true;
+    QCOMPARE(swap.rollBack(), u"%1 can't be replaced: somebody runs it"_s.arg(m_at.directory));
+    QCOMPARE(left, m_at.failed());
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.2.0"));
+    QCOMPARE(versionIn(m_at.previous()), QByteArray("0.1.0"));
+    QCOMPARE(swap.onTrial().version, u"0.2.0"_s);
+    QCOMPARE(DirectorySwap(m_at).recover(), DirectorySwap::Found::Trial);
+
+    isStarted = false;
+    QCOMPARE(swap.rollBack(), QString());
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
+    QCOMPARE(versionIn(m_at.failed()), QByteArray("0.2.0"));
+}
+
+void tst_DirectorySwap::startedWhileARollBackIsCompleted()
+{
+    stageNext("0.2.0");
+    QCOMPARE(DirectorySwap(m_at).install(readStamp(m_at.next())), QString());
+    // Killed with the journal written, before anything was moved.
+    QCOMPARE(victim(u"roll-back"_s, u"exchange"_s, 1), -1);
+    DirectorySwap swap(m_at);
+    bool isStarted = false;
+    swap.whyNotLeave = [&isStarted](const QString &) {
+        isStarted = true;
+        return u"somebody runs it"_s;
+    };
+    swap.whyNotReplace = [&isStarted] { return isStarted ? u"somebody runs it"_s : QString(); };
+    QCOMPARE(swap.recover(), DirectorySwap::Found::RollBackDue);
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.2.0"));
+    QCOMPARE(versionIn(m_at.previous()), QByteArray("0.1.0"));
+
+    swap.whyNotLeave = nullptr;
+    swap.whyNotReplace = nullptr;
+    QCOMPARE(swap.recover(), DirectorySwap::Found::RolledBack);
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
 }
 
 CORVANE_TEST(tst_DirectorySwap, QCoreApplication)

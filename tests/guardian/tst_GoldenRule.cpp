@@ -66,6 +66,8 @@ private Q_SLOTS:
     void cleanup();
     void openedWhileTheFeedIsAsked();
     void openedElsewhereWhileTheFeedIsAsked();
+    void openedInTheMiddleOfTheSwap();
+    void openedInTheMiddleOfTheRollBack();
     void othersDontKeepTheProgramAwayForEver();
     void noRollBackUnderAnothersRun();
     void anothersRunIsNotAttachedTo();
@@ -162,6 +164,50 @@ void tst_GoldenRule::openedElsewhereWhileTheFeedIsAsked()
     m_bench->feedWaits = false;
     m_bench->endSomebodysRun();
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+}
+
+/// Between the last look at who runs it and the move.
+void tst_GoldenRule::openedInTheMiddleOfTheSwap()
+{
+    GuardianSettings settings = m_bench->settings();
+    int exchanges = 0;
+    settings.beforeSwapStep = [&](const char *step) {
+        if (QByteArrayView(step) == "exchange" && ++exchanges == 1)
+            m_bench->startBySomebody(other());
+    };
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+    QCOMPARE(exchanges, 2); // there and back
+    lookOften(settings);
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    QVERIFY(m_bench->somebodysRunLives());
+    QVERIFY(m_bench->record().result.isEmpty()); // nothing is held against the update
+    m_bench->endSomebodysRun();
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+}
+
+void tst_GoldenRule::openedInTheMiddleOfTheRollBack()
+{
+    GuardianSettings settings = m_bench->settings();
+    int exchanges = 0;
+    settings.beforeSwapStep = [&](const char *step) {
+        if (QByteArrayView(step) == "exchange" && ++exchanges == 2) {
+            test::writeFile(m_bench->path(u"app/behaviour"_s), "beats");
+            m_bench->startBySomebody(other());
+        }
+    };
+    m_bench->stageAndRequest("0.2.0", "crashes");
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+    QCOMPARE(exchanges, 3);
+    lookOften(settings);
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+    QVERIFY(m_bench->somebodysRunLives());
+    m_bench->endSomebodysRun();
+    QVERIFY(m_bench->waitForLine(u"rolled back"_s));
+    QVERIFY(m_bench->waitForStarts(2));
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
 }
 
 void tst_GoldenRule::othersDontKeepTheProgramAwayForEver()

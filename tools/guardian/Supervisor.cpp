@@ -46,6 +46,13 @@ Supervisor::Supervisor(GuardianSettings settings, ManifestSource manifest, QObje
         return processes.isEmpty() ? QString()
                                    : u"a program in it is running (process %1)"_s.arg(processes.first());
     };
+    m_swap.beforeStep = m_settings.beforeSwapStep;
+    m_swap.whyNotLeave = [program = m_settings.installation.program](const QString &folder) {
+        const QList<ProgramProcess> runs = processesOf(folder + u'/' + program);
+        return runs.isEmpty()
+                   ? QString()
+                   : u"somebody has just started the program in it (process %1)"_s.arg(runs.first().id);
+    };
     m_swap.whyNotReplace = [this] { return whyNot(Act::Replace, m_program.runs()); };
     connect(&m_ledger, &UpdateLedger::logged, this, &Supervisor::log);
     connect(&m_trial, &VersionTrial::logged, this, &Supervisor::log);
@@ -384,6 +391,10 @@ void Supervisor::goBack()
 void Supervisor::rollBack()
 {
     if (const QString error = m_swap.rollBack(); !error.isEmpty()) {
+        if (!whyNot(Act::Replace, runs()).isEmpty()) {
+            wish(Wish::RollBack); // somebody has just started the program
+            return;
+        }
         log(u"the former installation can't be put back: %1"_s.arg(error));
         finish(GaveUp);
         return;

@@ -23,6 +23,7 @@
 #include <QTimer>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 
 namespace corvane::guardian {
@@ -51,6 +52,7 @@ struct GuardianSettings
     /// so that the next check but the first may take it up again.
     std::chrono::milliseconds holdTime = std::chrono::hours(5);
     int attempts = 3; ///< at an update that may do better the next time, before it is held back
+    std::function<void(const char *step)> beforeSwapStep; ///< DirectorySwap::beforeStep, for tests
 };
 
 enum ExitCode : int {
