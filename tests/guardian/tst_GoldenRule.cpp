@@ -10,7 +10,6 @@
 #include <QTest>
 
 #include <chrono>
-#include <memory>
 
 #ifdef Q_OS_LINUX
 #include <sys/fsuid.h>
@@ -25,6 +24,7 @@ using namespace std::chrono_literals;
 using namespace corvane;
 using namespace corvane::guardian;
 using test::GuardianBench;
+using test::GuardianBenchTest;
 using test::waitUntil;
 
 namespace {
@@ -57,13 +57,11 @@ private:
 } // namespace
 
 /// Nothing that somebody runs is replaced, ended or started twice, and what is on air least of all.
-class tst_GoldenRule : public QObject
+class tst_GoldenRule : public GuardianBenchTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
     void openedWhileTheFeedIsAsked();
     void openedElsewhereWhileTheFeedIsAsked();
     void openedInTheMiddleOfTheSwap();
@@ -94,21 +92,7 @@ private:
     {
         test::passTimersOf(10 * static_cast<int>(settings.lookInterval.count()));
     }
-
-    std::unique_ptr<GuardianBench> m_bench;
 };
-
-void tst_GoldenRule::init()
-{
-    m_bench = std::make_unique<GuardianBench>();
-}
-
-void tst_GoldenRule::cleanup()
-{
-    if (QTest::currentTestFailed())
-        qInfo().noquote() << m_bench->lines().join(u'\n');
-    m_bench.reset();
-}
 
 GuardianSettings tst_GoldenRule::impatient() const
 {

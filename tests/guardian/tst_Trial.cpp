@@ -8,7 +8,6 @@
 #include <QTest>
 
 #include <chrono>
-#include <memory>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -16,15 +15,14 @@ using namespace corvane;
 using namespace corvane::guardian;
 using test::GuardedFolder;
 using test::GuardianBench;
+using test::GuardianBenchTest;
 
 /// A version on trial: what passes it, what doesn't, and the way back from one that came up and doesn't hold.
-class tst_Trial : public QObject
+class tst_Trial : public GuardianBenchTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
     void twoBeatsNotOne();
     void closedBeforeABeat();
     void closedAfterABeat();
@@ -38,22 +36,7 @@ private Q_SLOTS:
     void thePackagesOwnStamp();
     void aPackageBeyondTheLimit();
     void aHeldVersionIsNotAskedFor();
-
-private:
-    std::unique_ptr<GuardianBench> m_bench;
 };
-
-void tst_Trial::init()
-{
-    m_bench = std::make_unique<GuardianBench>();
-}
-
-void tst_Trial::cleanup()
-{
-    if (QTest::currentTestFailed())
-        qInfo().noquote() << m_bench->lines().join(u'\n');
-    m_bench.reset();
-}
 
 void tst_Trial::twoBeatsNotOne()
 {
