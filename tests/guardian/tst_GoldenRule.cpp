@@ -1,5 +1,6 @@
 #include "tests/guardian/GuardianBench.h"
 #include "tests/support/Files.h"
+#include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tools/guardian/ProgramProcesses.h"
@@ -7,13 +8,11 @@
 
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <chrono>
 
-#ifdef Q_OS_LINUX
-#include <sys/fsuid.h>
-#endif
 #ifdef Q_OS_UNIX
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,35 +25,6 @@ using namespace corvane::guardian;
 using test::GuardianBench;
 using test::GuardianBenchTest;
 using test::waitUntil;
-
-namespace {
-
-#ifdef Q_OS_LINUX
-/// A folder that this process may only read, even if root runs it. What it starts has its rights again.
-class ReadOnlyFolder
-{
-public:
-    explicit ReadOnlyFolder(const QString &path)
-        : m_path(QFile::encodeName(path))
-    {
-        constexpr uid_t nobody = 65534;
-        ::chmod(m_path.constData(), 0555);
-        m_former = ::setfsuid(::geteuid() == 0 ? nobody : ::geteuid());
-    }
-    ~ReadOnlyFolder()
-    {
-        ::setfsuid(static_cast<uid_t>(m_former));
-        ::chmod(m_path.constData(), 0755);
-    }
-    Q_DISABLE_COPY_MOVE(ReadOnlyFolder)
-
-private:
-    QByteArray m_path;
-    int m_former;
-};
-#endif
-
-} // namespace
 
 /// Nothing that somebody runs is replaced, ended or started twice, and what is on air least of all.
 class tst_GoldenRule : public GuardianBenchTest
@@ -162,7 +132,9 @@ void tst_GoldenRule::openedInTheMiddleOfTheSwap()
     m_bench->stageAndRequest("0.2.0", "beats");
     m_bench->guard(settings);
     QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+#ifdef Q_OS_LINUX           // elsewhere a folder whose program runs may not even be moved
     QCOMPARE(exchanges, 2); // there and back
+#endif
     lookOften(settings);
     QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
     QVERIFY(m_bench->somebodysRunLives());
@@ -184,7 +156,9 @@ void tst_GoldenRule::openedInTheMiddleOfTheRollBack()
     m_bench->stageAndRequest("0.2.0", "crashes");
     m_bench->guard(settings);
     QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+#ifdef Q_OS_LINUX
     QCOMPARE(exchanges, 3);
+#endif
     lookOften(settings);
     QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
     QVERIFY(m_bench->somebodysRunLives());
@@ -413,10 +387,10 @@ void tst_GoldenRule::requestsThatCantBeRemoved()
 #ifdef Q_OS_LINUX
     m_bench->stageAndRequest("0.2.0", "beats");
     m_bench->manifest.replace("sha256", "sha512");
-    // The rest is open to whoever this process is meanwhile.
-    QCOMPARE(::chmod(QFile::encodeName(m_bench->path({})).constData(), 0755), 0);
-    QCOMPARE(::chmod(QFile::encodeName(m_bench->runtimeDir()).constData(), 0777), 0);
-    const ReadOnlyFolder readOnly(updateDirectory(m_bench->runtimeDir()));
+    const QByteArray folder = QFile::encodeName(updateDirectory(m_bench->runtimeDir()));
+    QCOMPARE(::chmod(folder.constData(), 0555), 0);
+    const auto restored = qScopeGuard([&folder] { ::chmod(folder.constData(), 0755); });
+    const test::Unprivileged bound;
     m_bench->guard(m_bench->settings());
     QVERIFY(m_bench->waitForLine(u"apply-now can't be removed"_s));
     QVERIFY(m_bench->waitForStarts(1));
