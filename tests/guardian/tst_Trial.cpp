@@ -230,8 +230,8 @@ void tst_Trial::aHeldVersionIsNotAskedFor()
                     readyUpdateText({aside, u"0.2.0"_s, m_bench->installation().directory}));
     QVERIFY(HeldVersions{m_bench->runtimeDir()}.hold(u"0.2.0"_s));
     m_bench->guard(m_bench->settings());
-    QVERIFY(m_bench->waitForLine(u"update 0.2.0 refused: it is held back"_s));
     QVERIFY(m_bench->waitForStarts(1));
+    QVERIFY(m_bench->lines().contains(u"update 0.2.0 refused: it is held back"_s));
     QCOMPARE(m_bench->feedQuestions, 0);
 }
 
