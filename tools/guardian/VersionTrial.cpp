@@ -62,8 +62,8 @@ QString VersionTrial::lookOnTrial(const WatchedRun &run, const QStringList &tool
     if (m_lastOnAir)
         seen.sinceOnAir = now - *m_lastOnAir;
 
-    const QString silence = run.beats == 0 ? u"no heartbeat for %1 s"_s.arg(run.sinceBeat / 1s)
-                                           : u"one heartbeat, and none for %1 s"_s.arg(run.sinceBeat / 1s);
+    QString silence = run.beats == 0 ? u"no heartbeat for %1 s"_s.arg(run.sinceBeat / 1s)
+                                     : u"one heartbeat, and none for %1 s"_s.arg(run.sinceBeat / 1s);
     switch (m_policy.atLook(seen)) {
     case TrialVerdict::Wait:
         break;
