@@ -63,6 +63,7 @@ void tst_GuardianUpdate::anUpdateIsApplied()
     QCOMPARE(m_bench->record().result, u"applied"_s);
     QCOMPARE(m_bench->record().version, u"0.2.0"_s);
     QCOMPARE(readStamp(m_bench->installation().directory).version, u"0.2.0"_s);
+    QVERIFY(m_bench->lines().contains(u"unpacking version 0.2.0, sha256 %1"_s.arg(m_bench->record().sha256)));
     QVERIFY(!QFile::exists(m_bench->installation().package()));
     QVERIFY(!QFile::exists(m_bench->installation().journal()));
 
