@@ -414,6 +414,14 @@ void tst_GoldenRule::theHeartbeatStopsAndComesBack()
     test::writeFile(m_bench->path(u"runtime/.heartbeat"_s), "1");
     QVERIFY(m_bench->waitForLine(u"the program's heartbeat is back"_s));
     QCOMPARE(m_bench->starts().size(), 1);
+
+    // The next run has a heart of its own: its first beat isn't the former one's that comes back.
+    const auto stops = [this] { return m_bench->lines().count(u"the program's heartbeat has stopped"_s); };
+    QVERIFY(waitUntil([&] { return stops() == 2; }));
+    m_bench->order(u"crash"_s);
+    QVERIFY(m_bench->waitForStarts(2));
+    QVERIFY(waitUntil([&] { return stops() == 3; }));
+    QCOMPARE(m_bench->lines().count(u"the program's heartbeat is back"_s), 1);
 }
 
 CORVANE_TEST(tst_GoldenRule, QCoreApplication)

@@ -26,6 +26,7 @@ private Q_SLOTS:
     void twoBeatsNotOne();
     void closedBeforeABeat();
     void closedAfterABeat();
+    void aRequestThatHasBeenGranted();
     void aCrashLoopAfterTheSecondBeat();
     void aCrashLoopOfWhatIsProven();
     void aCrashLoopAfterAnotherGuardiansUpdate();
@@ -85,6 +86,26 @@ void tst_Trial::closedAfterABeat()
     QVERIFY(m_bench->waitForFinish());
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
     QCOMPARE(m_bench->record().result, u"applied"_s);
+}
+
+/// As a guardian leaves it that is killed between the swap and the request's removal.
+void tst_Trial::aRequestThatHasBeenGranted()
+{
+    const Installation at = m_bench->installation();
+    GuardedFolder::install(at.next(), "0.2.0", "beats");
+    const Stamp stamp{u"id"_s, u"0.2.0"_s, u"digest"_s};
+    QCOMPARE(writeStamp(at.next(), stamp), QString());
+    QCOMPARE(DirectorySwap(at).install(stamp), QString());
+    m_bench->request();
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->lines().contains(u"version 0.2.0 was put in place and hasn't proven itself"_s));
+    QVERIFY(!m_bench->isRequested());
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+    m_bench->order(u"quit"_s);
+    QVERIFY(m_bench->waitForFinish());
+    QCOMPARE(m_bench->exitCode(), 0);
+    QCOMPARE(m_bench->starts().size(), 1);
+    QCOMPARE(m_bench->feedQuestions, 0);
 }
 
 void tst_Trial::aCrashLoopAfterTheSecondBeat()
