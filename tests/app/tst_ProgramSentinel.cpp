@@ -216,6 +216,7 @@ void tst_ProgramSentinel::namesTheRuntimeDirectoryInTheWarning()
 {
     ProgramSandbox sandbox;
     sandbox.environment().insert(u"CORVANE_RUNTIME_DIR"_s, u"emissão %s %d"_s); // as it stands: relative
+    sandbox.environment().insert(u"QT_MESSAGE_PATTERN"_s, u"%{type}: %{message}"_s);
     writeFile(sandbox.path(u"emissão %s %d/crashes/.running"_s), "running\n");
     ProgramRun run(sandbox, m_display);
 
@@ -223,7 +224,8 @@ void tst_ProgramSentinel::namesTheRuntimeDirectoryInTheWarning()
     QCOMPARE(run.close(), 0);
 
     QCOMPARE(run.standardError(),
-             u"Execução anterior terminou de forma anormal (crash/kill). Logs em emissão %s %d/crashes\n"_s);
+             u"warning: Execução anterior terminou de forma anormal (crash/kill). Logs em emissão %s "
+             "%d/crashes\n"_s);
 }
 
 void tst_ProgramSentinel::scanLooksAtNoSentinel()
