@@ -51,8 +51,8 @@ private:
         return item ? lookText(item, u"text"_s) : u"(none)"_s;
     }
     [[nodiscard]] Pipeline::State state(const QString &id) const { return m_ui->pipeline(id)->state(); }
-    /// Puts a pipeline with one output "fake:" and `steps` on air, and waits for its row. An output was added to
-    /// it, so its figures don't renew the rows: those stay until its state changes.
+    /// Puts a pipeline with one output "fake:" and `steps` on air, and waits for its row. An output was added
+    /// to it, so its figures don't renew the rows: those stay until its state changes.
     QString onAir(const QString &steps);
     /// Clicks the stop button once it is where the layout wants it: it changes its width when armed.
     void clickStop();
