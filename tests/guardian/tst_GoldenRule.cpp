@@ -123,6 +123,9 @@ void tst_GoldenRule::openedElsewhereWhileTheFeedIsAsked()
 /// Between the last look at who runs it and the move.
 void tst_GoldenRule::openedInTheMiddleOfTheSwap()
 {
+#ifdef Q_OS_WIN
+    QSKIP("Windows doesn't move a folder whose program runs; Wine does, and shows the run at its old place");
+#endif
     GuardianSettings settings = m_bench->settings();
     int exchanges = 0;
     settings.beforeSwapStep = [&](const char *step) {
@@ -132,9 +135,7 @@ void tst_GoldenRule::openedInTheMiddleOfTheSwap()
     m_bench->stageAndRequest("0.2.0", "beats");
     m_bench->guard(settings);
     QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
-#ifdef Q_OS_LINUX           // elsewhere a folder whose program runs may not even be moved
     QCOMPARE(exchanges, 2); // there and back
-#endif
     lookOften(settings);
     QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
     QVERIFY(m_bench->somebodysRunLives());
@@ -145,6 +146,9 @@ void tst_GoldenRule::openedInTheMiddleOfTheSwap()
 
 void tst_GoldenRule::openedInTheMiddleOfTheRollBack()
 {
+#ifdef Q_OS_WIN
+    QSKIP("Windows doesn't move a folder whose program runs; Wine does, and shows the run at its old place");
+#endif
     GuardianSettings settings = m_bench->settings();
     int exchanges = 0;
     settings.beforeSwapStep = [&](const char *step) {
@@ -156,9 +160,7 @@ void tst_GoldenRule::openedInTheMiddleOfTheRollBack()
     m_bench->stageAndRequest("0.2.0", "crashes");
     m_bench->guard(settings);
     QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
-#ifdef Q_OS_LINUX
     QCOMPARE(exchanges, 3);
-#endif
     lookOften(settings);
     QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
     QVERIFY(m_bench->somebodysRunLives());
