@@ -243,8 +243,8 @@ void tst_Program::startsWithAnFfmpegThatHangs()
     run.startedAtMs = QDateTime::currentMSecsSinceEpoch();
     run.program.start();
     // Whatever kills it while it waits for the probes is noticed.
-    QVERIFY(waitUntil([&] { return !childProcesses(run.program.processId()).isEmpty(); }));
-    QVERIFY(QFileInfo::exists(sentinel));
+    QVERIFY(waitUntil(
+        [&] { return QFileInfo::exists(sentinel) && !childProcesses(run.program.processId()).isEmpty(); }));
     QVERIFY(waitUntil([&] { return m_display.showsWindow(u"CORVANE"_s); }, 60000));
     // Two probes of at most five seconds each: the window comes after both.
     QVERIFY(QDateTime::currentMSecsSinceEpoch() - run.startedAtMs >= 9000);
