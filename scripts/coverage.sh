@@ -6,7 +6,7 @@ build=${1:?the build folder is missing}
 
 mkdir -p out/coverage
 gcovr --root . --object-directory "$build" \
-    --filter '(app|builder|engine|pipeline)/' --exclude '.*_autogen/.*' \
+    --filter '(app|builder|engine|metrics|ndi|pipeline|tools|update)/' --exclude '.*_autogen/.*' \
     --exclude-throw-branches --exclude-unreachable-branches \
     --json-summary out/coverage/summary.json --html-details out/coverage/index.html
 

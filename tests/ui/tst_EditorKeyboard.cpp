@@ -417,6 +417,7 @@ void tst_EditorKeyboard::arrowsSelectInTheList()
 
     m_ui->select(ids.at(0));
     m_ui->focusByTab(u"pipelineList"_s);
+    m_ui->awaitRows(); // those that former edits have left due
     m_ui->press(Qt::Key_Down);
     QCOMPARE(m_ui->selectedId(), ids.at(1));
     m_ui->press(Qt::Key_Up);
