@@ -30,19 +30,19 @@ def arguments(scenarios):
     parser.add_argument("folder", type=pathlib.Path, help="where the results go")
     parser.add_argument("scenario", nargs="?", choices=scenarios, default="pair",
                         help="; ".join(f"{name}: {scenario.__doc__}" for name, scenario in scenarios.items()))
-    parser.add_argument("--tee-shim", type=pathlib.Path,
-                        help="the built tee-shim (default: where it is beside the program after a build)")
+    parser.add_argument("--air", type=pathlib.Path,
+                        help="the built air (default: where it is beside the program after a build)")
     parser.add_argument("--show", action="store_true", help="on the present X display, not on one of its own")
     parser.add_argument("--renew", action="store_true", help="don't hold the window against the committed pictures")
     return parser.parse_args()
 
 
 def program(options, stage):
-    """The program to start: for what needs the tee shim a copy that has the shim beside it."""
+    """The program to start: for what needs the companion a copy that has the shim beside it."""
     built = options.program.resolve()
     if options.scenario not in THROUGH_THE_SHIM:
         return built
-    shim = options.tee_shim or built.parent / "tools/tee-shim/ffmpeg"
+    shim = options.air or built.parent / "tools/air/ffmpeg"
     folder = stage.path("program")
     folder.mkdir()
     for file in (built, shim):

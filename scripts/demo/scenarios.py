@@ -56,7 +56,7 @@ def one(stage, window, folder):
 
 
 def tee(stage, window, folder):
-    """one stream with both outputs, encoded once, through the tee shim"""
+    """one stream with both outputs, encoded once, through the companion"""
     rtmp, srt = RtmpServer(stage), SrtListener(stage)
     window.press("push button", "Nova stream")
     _rename(window, "Stream 1", NAME)

@@ -16,12 +16,12 @@ using namespace corvane::test;
 
 namespace {
 
-/// The tee shim beside this program, where the search for tools looks first. The program has a folder of its
+/// The companion beside this program, where the search for tools looks first. The program has a folder of its
 /// own, so that no other test finds it there.
 class ShimBeside
 {
 public:
-    ShimBeside() { QFile::copy(QStringLiteral(CORVANE_TEE_SHIM), path()); }
+    ShimBeside() { QFile::copy(QStringLiteral(CORVANE_AIR), path()); }
     ~ShimBeside() { QFile::remove(path()); }
 
     static QString path() { return QCoreApplication::applicationDirPath() + "/ffmpeg"_L1; }

@@ -8,10 +8,10 @@
 namespace corvane::test {
 
 /// Three folders for a PATH, "a", "b" and "c", and the call of the shim that lies in the first.
-class ShimCall
+class AirCall
 {
 public:
-    ShimCall();
+    AirCall();
 
     [[nodiscard]] QString at(const QString &folder) const; ///< "ffmpeg" in a folder
     [[nodiscard]] QString filePath(const QString &name) const { return m_dir.filePath(name); }

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace corvane::tee {
+namespace corvane::air {
 
 /// ffmpeg arguments (UTF-8, without the program name) as its tee muxer takes them. A list without "-f" "tee"
 /// comes back as it is. In one with it:
@@ -19,4 +19,4 @@ namespace corvane::tee {
 /// What the list already has (a "-map", a "-flags" with global_header) isn't added again.
 [[nodiscard]] std::vector<std::string> rewriteTee(std::vector<std::string> arguments);
 
-} // namespace corvane::tee
+} // namespace corvane::air

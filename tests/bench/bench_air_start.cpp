@@ -1,4 +1,4 @@
-// The call of an encoder through the tee shim, against the direct call: wall time from the start of the
+// The call of an encoder through the companion, against the direct call: wall time from the start of the
 // process to its end.
 
 #include "tests/bench/Figures.h"
@@ -64,7 +64,7 @@ int main()
     QList<double> through;
     for (int i = 0; i < calls; ++i) { // by turns, so that both have the same neighbours
         direct << run(encoder);
-        through << run(CORVANE_TEE_SHIM);
+        through << run(CORVANE_AIR);
     }
     if (direct.contains(-1) || through.contains(-1)) {
         std::fprintf(stderr, "a call failed\n");
@@ -72,8 +72,8 @@ int main()
     }
 
     bench::Figures figures;
-    figures.note("tee shim: direct call, median", median(direct), "ms");
-    figures.atMost("tee shim: longer than the direct call, median", median(through) - median(direct), 5,
+    figures.note("companion: direct call, median", median(direct), "ms");
+    figures.atMost("companion: longer than the direct call, median", median(through) - median(direct), 5,
                    "ms");
     return figures.exitCode();
 }

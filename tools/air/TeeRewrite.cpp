@@ -1,10 +1,10 @@
-#include "tools/tee-shim/TeeRewrite.h"
+#include "tools/air/TeeRewrite.h"
 
 #include <algorithm>
 #include <iterator>
 #include <string_view>
 
-namespace corvane::tee {
+namespace corvane::air {
 
 namespace {
 
@@ -77,4 +77,4 @@ std::vector<std::string> rewriteTee(std::vector<std::string> arguments)
     return arguments;
 }
 
-} // namespace corvane::tee
+} // namespace corvane::air

@@ -1,4 +1,4 @@
-#include "tools/tee-shim/TeeRewrite.h"
+#include "tools/air/TeeRewrite.h"
 
 #include "builder/CommandBuilder.h"
 #include "engine/model/PipelineConfig.h"
@@ -17,7 +17,7 @@ QStringList rewritten(const QStringList &arguments)
     for (const QString &argument : arguments)
         list.push_back(argument.toStdString());
     QStringList result;
-    for (const std::string &argument : tee::rewriteTee(std::move(list)))
+    for (const std::string &argument : air::rewriteTee(std::move(list)))
         result << QString::fromStdString(argument);
     return result;
 }
@@ -79,7 +79,7 @@ void tst_TeeRewrite::bytesThatAreNoText()
 {
     const std::vector<std::string> arguments{"-i", "\xff\xfe\x80", "-f", "flv", "\xc3"};
 
-    QVERIFY(tee::rewriteTee(arguments) == arguments);
+    QVERIFY(air::rewriteTee(arguments) == arguments);
 }
 
 void tst_TeeRewrite::added_data()

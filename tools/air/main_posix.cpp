@@ -1,7 +1,7 @@
 // Hands the call on to the next ffmpeg of PATH by replacing itself: process id, signals, standard streams and
 // exit code are the encoder's.
 
-#include "tools/tee-shim/TeeRewrite.h"
+#include "tools/air/TeeRewrite.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,7 +21,7 @@ constexpr int notFound = 127; // as a shell says it
 
 // Files that have handed this call on already, as ",device:inode," each: two copies of this program on PATH
 // would pass it to each other for ever.
-constexpr auto passedVariable = "CORVANE_TEE_SHIM_PASSED";
+constexpr auto passedVariable = "CORVANE_AIR_PASSED";
 
 std::string identity(const char *path)
 {
@@ -57,18 +57,18 @@ int main(int argc, char *argv[])
     const std::string passed = (before ? before : "") + identity("/proc/self/exe");
     const std::string ffmpeg = nextFfmpeg(passed);
     if (ffmpeg.empty()) {
-        std::fprintf(stderr, "ffmpeg (tee-shim): no other ffmpeg on PATH\n");
+        std::fprintf(stderr, "ffmpeg (air): no other ffmpeg on PATH\n");
         return notFound;
     }
     setenv(passedVariable, passed.c_str(), 1);
 
-    std::vector<std::string> arguments = corvane::tee::rewriteTee({argv + 1, argv + argc});
+    std::vector<std::string> arguments = corvane::air::rewriteTee({argv + 1, argv + argc});
     std::vector<char *> vector{const_cast<char *>(ffmpeg.c_str())};
     for (std::string &argument : arguments)
         vector.push_back(argument.data());
     vector.push_back(nullptr);
     execv(ffmpeg.c_str(), vector.data());
 
-    std::fprintf(stderr, "ffmpeg (tee-shim): %s: %s\n", ffmpeg.c_str(), std::strerror(errno));
+    std::fprintf(stderr, "ffmpeg (air): %s: %s\n", ffmpeg.c_str(), std::strerror(errno));
     return notFound;
 }

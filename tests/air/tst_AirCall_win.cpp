@@ -2,7 +2,7 @@
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
-#include "tests/tools/ShimCall.h"
+#include "tests/air/AirCall.h"
 
 #include <QFile>
 #include <QTest>
@@ -11,7 +11,7 @@ using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
 /// The shim where it can't become the encoder: a parent that mirrors its child.
-class tst_TeeShim_win : public QObject
+class tst_AirCall_win : public QObject
 {
     Q_OBJECT
 
@@ -21,18 +21,18 @@ private Q_SLOTS:
     void encoderThatCannotBeRun();
 };
 
-void tst_TeeShim_win::crash()
+void tst_AirCall_win::crash()
 {
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
 
     QCOMPARE(call.run({u"fake:crash"_s}), crashedExitCode());
     QCOMPARE(call.process().exitStatus(), QProcess::CrashExit);
 }
 
-void tst_TeeShim_win::killTakesTheEncoderAlong()
+void tst_AirCall_win::killTakesTheEncoderAlong()
 {
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
     const QString pids = call.filePath(u"pids"_s);
     QProcess &shim = call.start({"fake:append="_L1 + stepText(pids.toUtf8())});
@@ -47,9 +47,9 @@ void tst_TeeShim_win::killTakesTheEncoderAlong()
     QVERIFY(waitUntil([&] { return !processExists(encoder); }));
 }
 
-void tst_TeeShim_win::encoderThatCannotBeRun()
+void tst_AirCall_win::encoderThatCannotBeRun()
 {
-    ShimCall call;
+    AirCall call;
     QFile file(call.at(u"b"_s));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("no program");
@@ -57,9 +57,9 @@ void tst_TeeShim_win::encoderThatCannotBeRun()
 
     QCOMPARE(call.run({u"-version"_s}), 127);
     const QByteArray said = call.process().readAllStandardError();
-    QVERIFY2(said.startsWith("ffmpeg (tee-shim): ") && said.endsWith(": error 193\n"),
+    QVERIFY2(said.startsWith("ffmpeg (air): ") && said.endsWith(": error 193\n"),
              said.constData()); // ERROR_BAD_EXE_FORMAT
 }
 
-CORVANE_TEST(tst_TeeShim_win, QCoreApplication)
-#include "tst_TeeShim_win.moc"
+CORVANE_TEST(tst_AirCall_win, QCoreApplication)
+#include "tst_AirCall_win.moc"
