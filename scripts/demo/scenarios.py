@@ -367,5 +367,5 @@ def _judge_recording(name, received):
 
 
 SCENARIOS = {"pair": pair, "one": one, "tee": tee, "manual": manual}
-THROUGH_THE_SHIM = {"tee"}
+WITH_COMPANION = {"tee"}
 ILLUSTRATED = {"pair"} # its pictures are those of the manual

@@ -57,7 +57,7 @@ QString AirCall::argumentsStep() const
 
 QByteArray noOtherEncoder()
 {
-    return "ffmpeg (air): no other ffmpeg on PATH\n";
+    return "[air] nenhum outro ffmpeg no PATH\n";
 }
 
 } // namespace corvane::test

@@ -7,7 +7,7 @@
 
 namespace corvane::test {
 
-/// Three folders for a PATH, "a", "b" and "c", and the call of the shim that lies in the first.
+/// Three folders for a PATH, "a", "b" and "c", and the call of the companion that lies in the first.
 class AirCall
 {
 public:
@@ -34,7 +34,7 @@ private:
     QProcess m_process;
 };
 
-/// Message of the shim that finds nothing to run.
+/// Message of the companion that finds nothing to run.
 [[nodiscard]] QByteArray noOtherEncoder();
 
 } // namespace corvane::test

@@ -1,8 +1,8 @@
+#include "tests/air/AirCall.h"
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
-#include "tests/air/AirCall.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,7 +13,7 @@
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
-/// The shim where it becomes the encoder: process, signals, links, rights.
+/// The companion where it becomes the encoder: process, signals, links, rights.
 class tst_AirCallPosix : public QObject
 {
     Q_OBJECT
@@ -136,7 +136,7 @@ void tst_AirCallPosix::encoderThatCannotBeRun()
 
     QCOMPARE(call.run({u"-version"_s}), 127);
     QCOMPARE(QString::fromUtf8(call.process().readAllStandardError()),
-             u"ffmpeg (air): %1: Exec format error\n"_s.arg(call.at(u"b"_s)));
+             u"[air] %1: Exec format error\n"_s.arg(call.at(u"b"_s)));
 }
 
 CORVANE_TEST(tst_AirCallPosix, QCoreApplication)

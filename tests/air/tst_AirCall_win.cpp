@@ -1,8 +1,8 @@
+#include "tests/air/AirCall.h"
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
-#include "tests/air/AirCall.h"
 
 #include <QFile>
 #include <QTest>
@@ -10,7 +10,7 @@
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
-/// The shim where it can't become the encoder: a parent that mirrors its child.
+/// The companion where it can't become the encoder: a parent that mirrors its child.
 class tst_AirCall_win : public QObject
 {
     Q_OBJECT
@@ -35,15 +35,15 @@ void tst_AirCall_win::killTakesTheEncoderAlong()
     AirCall call;
     call.putEncoder(u"b"_s);
     const QString pids = call.filePath(u"pids"_s);
-    QProcess &shim = call.start({"fake:append="_L1 + stepText(pids.toUtf8())});
+    QProcess &companion = call.start({"fake:append="_L1 + stepText(pids.toUtf8())});
     QVERIFY(waitUntil([&] { return fileLines(pids).size() == 1; }));
     const qint64 encoder = fileLines(pids).constFirst().toLongLong();
-    QVERIFY(encoder != shim.processId());
+    QVERIFY(encoder != companion.processId());
     QVERIFY(processExists(encoder));
 
-    killProcess(shim.processId());
+    killProcess(companion.processId());
 
-    QVERIFY(shim.waitForFinished());
+    QVERIFY(companion.waitForFinished());
     QVERIFY(waitUntil([&] { return !processExists(encoder); }));
 }
 
@@ -57,7 +57,7 @@ void tst_AirCall_win::encoderThatCannotBeRun()
 
     QCOMPARE(call.run({u"-version"_s}), 127);
     const QByteArray said = call.process().readAllStandardError();
-    QVERIFY2(said.startsWith("ffmpeg (air): ") && said.endsWith(": error 193\n"),
+    QVERIFY2(said.startsWith("[air] ") && said.endsWith(": error 193\n"),
              said.constData()); // ERROR_BAD_EXE_FORMAT
 }
 

@@ -27,14 +27,14 @@ const QStringList twoInputs{u"-f"_s, u"lavfi"_s, u"-i"_s, u"testsrc"_s,
 const QStringList oneInput{u"-re"_s, u"-i"_s, u"film.mp4"_s};
 const QStringList encoders{u"-c:v"_s, u"libx264"_s, u"-c:a"_s, u"aac"_s};
 const QStringList teeTo{u"-f"_s, u"tee"_s, u"[f=flv]a|[f=mpegts]b"_s};
-const QStringList mapsOfTwo{u"-map"_s, u"0:v"_s, u"-map"_s, u"1:a"_s};
-const QStringList mapsOfOne{u"-map"_s, u"0:v"_s, u"-map"_s, u"0:a?"_s};
+const QStringList mapsOfTwo{u"-map"_s, u"0:v:0"_s, u"-map"_s, u"1:a:0"_s};
+const QStringList mapsOfOne{u"-map"_s, u"0:v:0"_s, u"-map"_s, u"0:a:0?"_s};
 const QStringList header{u"-flags"_s, u"+global_header"_s};
 const QStringList aac{u"-c:a"_s, u"aac"_s};
 
 } // namespace
 
-/// Argument lists as the shim rewrites them.
+/// Argument lists as the companion rewrites them.
 class tst_TeeRewrite : public QObject
 {
     Q_OBJECT
@@ -183,9 +183,9 @@ void tst_TeeRewrite::listOfTheBuilder()
 
     const QStringList end = {
         u"-map"_s,
-        u"0:v"_s,
+        u"0:v:0"_s,
         u"-map"_s,
-        u"1:a"_s,
+        u"1:a:0"_s,
         u"-flags"_s,
         u"+global_header"_s,
         u"-f"_s,

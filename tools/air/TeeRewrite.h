@@ -8,8 +8,9 @@ namespace corvane::air {
 /// ffmpeg arguments (UTF-8, without the program name) as its tee muxer takes them. A list without "-f" "tee"
 /// comes back as it is. In one with it:
 ///
-/// - streams are mapped, as the tee muxer chooses none by itself: video of the first input; audio of the
-///   second input if there is one, else of the first if it has any;
+/// - streams are mapped, as the tee muxer chooses none by itself: the first video of the first input; the
+/// first
+///   audio of the second input if there is one, else of the first if it has any;
 /// - an audio encoder is named where none is: "aac", which FLV and MPEG-TS both carry;
 /// - encoders are asked for global headers, which FLV needs and which only the single form asks for by
 ///   itself;

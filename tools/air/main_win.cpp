@@ -108,7 +108,7 @@ int wmain(int argc, wchar_t *argv[])
     const std::wstring passed = environment(passedVariable) + identity(ownPath());
     const std::wstring ffmpeg = nextFfmpeg(passed);
     if (ffmpeg.empty()) {
-        say("ffmpeg (air): no other ffmpeg on PATH\n");
+        say("[air] nenhum outro ffmpeg no PATH\n");
         return notFound;
     }
     SetEnvironmentVariableW(passedVariable, passed.c_str());
@@ -134,7 +134,7 @@ int wmain(int argc, wchar_t *argv[])
     PROCESS_INFORMATION child{};
     if (!CreateProcessW(ffmpeg.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr,
                         nullptr, &startup, &child)) {
-        say("ffmpeg (air): " + narrow(ffmpeg) + ": error " + std::to_string(GetLastError()) + '\n');
+        say("[air] " + narrow(ffmpeg) + ": error " + std::to_string(GetLastError()) + '\n');
         return notFound;
     }
     AssignProcessToJobObject(job, child.hProcess);
