@@ -215,11 +215,21 @@ void tst_AirSupervise::hungEncoder()
 
 void tst_AirSupervise::figures()
 {
-    Transmission call(connectedLine + "sleep 0.3; head -c 102400 /dev/zero >&3; sleep 0.3\n"
-                                      "printf '[info] frame=1 size=N/A time=1 bitrate=N/A \\r' >&2; exit 2");
+    Transmission call(
+        connectedLine +
+        "echo '[error] up' >&2; head -c 1 >/dev/null; head -c 102400 /dev/zero >&3; head -c 1 >/dev/null\n"
+        "printf '[info] frame=1 size=N/A time=1 bitrate=N/A \\r' >&2; exit 2");
+    const QString film = call.recordTo(call.filePath(u"c"_s)) + "/corvane-0001.mkv"_L1;
+    call.start();
+    QVERIFY(call.waitFor("up"));
+    call.process().write("1");
+    QVERIFY(waitUntil([&] { return QFileInfo(film).size() == 102400; })); // what is recorded has been counted
 
-    QCOMPARE(call.run(), 2);
-    QCOMPARE(call.said(), "frame=1 size=     100kB time=1 bitrate=   0.0kbits/s \r"_ba);
+    call.process().write("2");
+
+    QCOMPARE(call.exitCode(), 2);
+    QVERIFY2(call.said().endsWith("frame=1 size=     100kB time=1 bitrate=   0.0kbits/s \r"),
+             call.said().constData());
 }
 
 void tst_AirSupervise::recording()

@@ -25,7 +25,7 @@ namespace corvane::air {
 class AirWatch
 {
 public:
-    static constexpr std::int64_t stopMs = 2500; ///< for the goodbyes; the program waits for three seconds
+    static constexpr std::int64_t stopMs = 2000; ///< for the goodbyes; the program waits for three seconds
     static constexpr std::int64_t drainMs = 1000;
 
     explicit AirWatch(const CorvaneList &list);

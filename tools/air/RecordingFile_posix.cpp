@@ -24,8 +24,7 @@ std::string reason()
 int highestNumber(DIR *directory)
 {
     int highest = 0;
-    while (const dirent *const entry =
-               readdir(directory)) // NOLINT(concurrency-mt-unsafe): one stream, one thread
+    while (const dirent *const entry = readdir(directory))
         highest = std::max(highest, recordingNumber(entry->d_name));
     return highest;
 }

@@ -22,7 +22,7 @@ namespace corvane::air {
 namespace {
 
 constexpr int tickMs = 200;
-constexpr int patienceWithTheDiskMs = 300; // the program waits three seconds in all for a stop
+constexpr int patienceWithTheDiskMs = 800; // the program waits three seconds in all for a stop
 
 // Descriptors of the encoder.
 constexpr int meterDescriptor = 3;
@@ -110,7 +110,7 @@ void drain(int descriptor)
 template <typename Use>
 void readOnce(int &descriptor, Use use)
 {
-    std::array<char, 65536> bytes; // NOLINT(cppcoreguidelines-pro-type-member-init): read() fills it
+    std::array<char, 65536> bytes; // read() fills it
     const ssize_t size = read(descriptor, bytes.data(), bytes.size());
     if (size > 0)
         use(std::string_view(bytes.data(), static_cast<std::size_t>(size)));
@@ -250,8 +250,8 @@ int Encoder::run(const CorvaneList &list, const std::string &recordings)
     recording.finish(patienceWithTheDiskMs);
 
     int code = 0;
-    if (watch.verdict()) {
-        code = *watch.verdict();
+    if (const auto verdict = watch.verdict()) {
+        code = *verdict;
     } else if (WIFSIGNALED(status)) {
         print(watch);
         std::signal(WTERMSIG(status), SIG_DFL);
