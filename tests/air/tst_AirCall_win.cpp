@@ -19,6 +19,7 @@ private Q_SLOTS:
     void crash();
     void killTakesTheEncoderAlong();
     void encoderThatCannotBeRun();
+    void teeIsRewritten();
 };
 
 void tst_AirCall_win::crash()
@@ -59,6 +60,20 @@ void tst_AirCall_win::encoderThatCannotBeRun()
     const QByteArray said = call.process().readAllStandardError();
     QVERIFY2(said.startsWith("[air] ") && said.endsWith(": error 193\n"),
              said.constData()); // ERROR_BAD_EXE_FORMAT
+}
+
+void tst_AirCall_win::teeIsRewritten()
+{
+    AirCall call;
+    call.putEncoder(u"b"_s);
+    const QString target = uR"([f=flv:fifo_options=a=1\:b=2]x|[f=flv]%1)"_s.arg(call.argumentsStep());
+
+    QCOMPARE(call.run({u"-i"_s, u"film.mp4"_s, u"-f"_s, u"tee"_s, target}), 0);
+
+    QCOMPARE(fileLines(call.filePath(u"arguments"_s)),
+             QStringList({u"-i"_s, u"film.mp4"_s, u"-map"_s, u"0:v:0"_s, u"-map"_s, u"0:a:0?"_s, u"-c:a"_s,
+                          u"aac"_s, u"-flags"_s, u"+global_header"_s, u"-f"_s, u"tee"_s,
+                          uR"([f=flv:fifo_options=a=1\\\:b=2]x|[f=flv]%1)"_s.arg(call.argumentsStep())}));
 }
 
 CORVANE_TEST(tst_AirCall_win, QCoreApplication)

@@ -26,7 +26,7 @@ std::string identity(const char *path)
 
 } // namespace
 
-std::string nextFfmpeg()
+std::string nextFfmpeg(bool (*passOver)(const std::string &file))
 {
     const char *const before = std::getenv(passedVariable);
     const std::string passed = (before ? before : "") + identity("/proc/self/exe");
@@ -39,7 +39,8 @@ std::string nextFfmpeg()
         const std::string_view folder = rest.substr(0, end);
         std::string candidate = std::string(folder.empty() ? "." : folder) + "/ffmpeg";
         const std::string id = identity(candidate.c_str());
-        if (!id.empty() && passed.find(id) == std::string::npos && access(candidate.c_str(), X_OK) == 0)
+        if (!id.empty() && passed.find(id) == std::string::npos && access(candidate.c_str(), X_OK) == 0 &&
+            !(passOver && passOver(candidate)))
             return candidate;
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
