@@ -13,7 +13,9 @@ const std::string progressBytes =
     "[info] frame=    1 fps= 30 q=0.0 size=N/A time=00:00:00.03 bitrate=N/A speed=1x    \r";
 const QString shownProgress =
     u"frame=    1 fps= 30 q=0.0 size=N/A time=00:00:00.03 bitrate=N/A speed=1x    \r"_s;
-const std::string connectedBytes = "[tcp @ 0x1] [verbose] Successfully connected to 127.0.0.1 port 1935\n";
+const std::string outputsOpen = "[tee @ 0x1] [verbose] filename:'pipe:4' format:hash\n";
+const std::string connectedBytes =
+    outputsOpen + "[tcp @ 0x1] [verbose] Successfully connected to 127.0.0.1 port 1935\n";
 const std::string refusedBytes =
     "[tcp @ 0x1] [error] Connection to tcp://h:1935 failed: Connection refused\n";
 const QString lostA =
@@ -74,6 +76,8 @@ private Q_SLOTS:
     void linesWithoutALevel();
     void progressWaitsForAConnection();
     void connectionOfATransportStream();
+    void connectionOfASource();
+    void connectionInATornLine();
     void figuresOfWhatWentOut();
     void firstConnectionFails();
     void refusedSoonAfterTheConnection();
@@ -137,9 +141,32 @@ void tst_AirWatch::connectionOfATransportStream()
 {
     air::AirWatch watch(listOf({"srt://h:9"}));
 
-    QCOMPARE(saidOf(watch, "[mpegts @ 0x1] [verbose] service 1 using PCR in pid=256\n" + progressBytes, 0),
+    QCOMPARE(saidOf(watch,
+                    outputsOpen + "[mpegts @ 0x1] [verbose] service 1 using PCR in pid=256\n" + progressBytes,
+                    0),
              QStringList());
     QCOMPARE(saidOf(watch, "[mpegts @ 0x1] [verbose] muxrate VBR, sdt every 500 ms\n" + progressBytes, 0),
+             QStringList{shownProgress});
+}
+
+void tst_AirWatch::connectionOfASource()
+{
+    air::AirWatch watch(listOf({urlA}));
+
+    QCOMPARE(saidOf(watch,
+                    "[tcp @ 0x1] [verbose] Successfully connected to 10.0.0.1 port 80\n" + progressBytes, 0),
+             QStringList());
+}
+
+void tst_AirWatch::connectionInATornLine()
+{
+    air::AirWatch watch(listOf({urlA}));
+
+    QCOMPARE(saidOf(watch,
+                    outputsOpen +
+                        "[info]   Stream #0:0: 30 fps, Successfully connected to 127.0.0.1 port 1935\n" +
+                        progressBytes,
+                    0),
              QStringList{shownProgress});
 }
 

@@ -13,11 +13,13 @@ bool isOf(const Line &line, std::string_view name)
     return line.context.starts_with(name) && line.context.substr(name.size()).starts_with(" @ ");
 }
 
-/// The connection of RTMP; that of SRT and UDP shows when the stream's header is written.
+/// The connection of RTMP; that of SRT and UDP shows when the stream's header is written. Wherever it stands:
+/// ffmpeg writes some lines in pieces, and one of another thread comes in between without what should stand
+/// before it.
 bool showsConnection(const Line &line)
 {
-    return (isOf(line, "tcp") && line.text.starts_with("Successfully connected to ")) ||
-           (isOf(line, "mpegts") && line.text.starts_with("muxrate "));
+    return line.text.find("Successfully connected to ") != std::string_view::npos ||
+           line.text.find("muxrate ") != std::string_view::npos;
 }
 
 } // namespace
@@ -87,8 +89,9 @@ std::optional<LegFates::Event> LegFates::recover(std::string_view queue, std::in
 
 std::optional<LegFates::Event> LegFates::read(const Line &line, std::int64_t now)
 {
+    m_outputsOpen = m_outputsOpen || isOf(line, "tee"); // what connects before is a source
     if (showsConnection(line)) {
-        if (!connected())
+        if (m_outputsOpen && !connected())
             m_connectedAt = now;
         return {};
     }

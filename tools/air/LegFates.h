@@ -64,6 +64,7 @@ private:
 
     std::vector<State> m_legs;
     std::vector<std::string> m_nameless; ///< queues in recovery whose destination isn't known
+    bool m_outputsOpen = false;
     std::int64_t m_connectedAt = -1;
 };
 

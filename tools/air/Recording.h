@@ -16,7 +16,8 @@ namespace corvane::air {
 class Recording
 {
 public:
-    static constexpr std::size_t mostWaiting = 32 * 1024 * 1024; ///< bytes: some forty seconds of 6 Mbit/s
+    static constexpr std::size_t mostWaiting =
+        std::size_t{32} * 1024 * 1024; ///< bytes: some forty seconds of 6 Mbit/s
 
     /// `setting` is the file whose first line names the directory; without such a file nothing is recorded.
     /// `say` prints a line, from any thread.
