@@ -100,7 +100,8 @@ int main(int argc, char *argv[])
     }
 
     const QString heartbeatPath = corvane::heartbeatPath(runtimeDir);
-    QTimer heartbeatTimer;
+    QTimer heartbeatTimer(&app); // as its child it can be found from within, by tests
+    heartbeatTimer.setObjectName("heartbeatTimer"_L1);
     QObject::connect(&heartbeatTimer, &QTimer::timeout, &app,
                      [&heartbeatPath] { writeHeartbeat(heartbeatPath); });
     heartbeatTimer.start(corvane::heartbeatInterval);
@@ -116,10 +117,15 @@ int main(int argc, char *argv[])
     updater.isStreamActive = [&engine] { return engine.anyPipelineTransmitting(); };
     QObject::connect(&updater, &corvane::UpdateChecker::readyToApply, &updater,
                      [&updater] { updater.applyIfSafe(); });
-    QTimer updateTimer;
+    QTimer updateTimer(&app);
+    updateTimer.setObjectName("updateTimer"_L1);
     QObject::connect(&updateTimer, &QTimer::timeout, &updater, &corvane::UpdateChecker::checkNow);
     updateTimer.start(updateCheckInterval);
-    QTimer::singleShot(firstUpdateCheck, &updater, &corvane::UpdateChecker::checkNow);
+    QTimer firstUpdateTimer(&app);
+    firstUpdateTimer.setObjectName("firstUpdateTimer"_L1);
+    firstUpdateTimer.setSingleShot(true);
+    QObject::connect(&firstUpdateTimer, &QTimer::timeout, &updater, &corvane::UpdateChecker::checkNow);
+    firstUpdateTimer.start(firstUpdateCheck);
 
     QQmlApplicationEngine qmlEngine;
     qmlEngine.rootContext()->setContextProperty(u"engine"_s, &engine);

@@ -300,8 +300,7 @@ void Pipeline::stopTimers()
 
 void Pipeline::readStandardError(QProcess &ffmpeg)
 {
-    const QStringList parts =
-        QString::fromUtf8(ffmpeg.readAllStandardError()).split(u'\n', Qt::SkipEmptyParts);
+    const QStringList parts = standardErrorLines(ffmpeg.readAllStandardError());
     for (const QString &part : parts) {
         if (isProgressLine(part)) {
             m_lastProgressMs = nowMs();

@@ -6,6 +6,11 @@ namespace corvane {
 
 using namespace Qt::StringLiterals;
 
+QStringList standardErrorLines(const QByteArray &chunk)
+{
+    return QString::fromUtf8(chunk).split(u'\n', Qt::SkipEmptyParts);
+}
+
 bool isProgressLine(const QString &line)
 {
     return line.contains("frame="_L1) || line.contains("bitrate="_L1);

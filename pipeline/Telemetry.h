@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <QtGlobal>
 
 #include <optional>
@@ -30,6 +32,10 @@ struct Telemetry
     /// line the oldest counts.
     void readProgress(const QString &line);
 };
+
+/// Lines of one chunk of ffmpeg's standard error, without the empty ones. A chunk stands by itself: a line
+/// that two of them share is two.
+[[nodiscard]] QStringList standardErrorLines(const QByteArray &chunk);
 
 /// True for a line that shows ffmpeg at work: it holds "frame=" or "bitrate=".
 [[nodiscard]] bool isProgressLine(const QString &line);

@@ -9,7 +9,7 @@ import re
 import sys
 
 SKIPPED = re.compile(r"SKIP   : (.*?) (.*)")
-LEFT_OUT = re.compile(r"(?:NOT HERE|demo: not installed here): (.*)")
+LEFT_OUT = re.compile(r"(?:NOT HERE|demo: not (?:installed|possible) here): (.*)")
 SUMMARY = re.compile(r"\d+% tests passed, ")
 NEXT_TEST = re.compile(r"\n(?=\d+/\d+ Test(?:ing)?: )")
 

@@ -28,6 +28,10 @@ constexpr qint64 pieceSize = 0x100000;
 /// how long it is, the reply collects it piece by piece, which takes twice the memory.
 constexpr qint64 wholeBufferSize = 512 * pieceSize;
 
+/// A manifest is a few hundred bytes. Nobody who serves one without end is to fill the memory beside a
+/// stream.
+constexpr qint64 largestManifest = 64 * pieceSize;
+
 } // namespace
 
 UpdateChecker::UpdateChecker(QString currentVersion, QString feedUrl, QString runtimeDir, QObject *parent)
@@ -62,6 +66,20 @@ void UpdateChecker::checkNow()
     setStatus(u"checando atualizações..."_s);
     QNetworkReply *reply = m_network->get(updateRequest(feed));
     connect(reply, &QNetworkReply::finished, this, [this, reply] { onManifestReply(reply); });
+    connect(reply, &QNetworkReply::readyRead, this, [this, reply] {
+        if (reply->bytesAvailable() > largestManifest)
+            refuseLongManifest(reply);
+    });
+}
+
+void UpdateChecker::refuseLongManifest(QNetworkReply *reply)
+{
+    reply->disconnect(this);
+    reply->abort();
+    reply->deleteLater();
+    const QString reason = u"mais de 64 MiB"_s;
+    setStatus(u"manifesto inválido: "_s + reason);
+    Q_EMIT checkFailed(reason);
 }
 
 void UpdateChecker::onManifestReply(QNetworkReply *reply)

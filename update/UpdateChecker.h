@@ -17,9 +17,10 @@ namespace corvane {
 /// runtime directory for the guardian, a process outside this program. Nothing is unpacked or replaced here,
 /// and nothing is applied while anything transmits.
 ///
-/// Refuses a feed that isn't HTTPS, a manifest whose signature doesn't fit the key that the build pins, and a
-/// package whose digest isn't the manifest's. Lives for the whole run, on the thread of the event loop;
-/// hashing a package blocks it. Checks may overlap: each download is judged by the manifest that started it.
+/// Refuses a feed that isn't HTTPS, a manifest of more than 64 MiB or one whose signature doesn't fit the key
+/// that the build pins, and a package whose digest isn't the manifest's. Lives for the whole run, on the
+/// thread of the event loop; hashing a package blocks it. Checks may overlap: each download is judged by the
+/// manifest that started it.
 class UpdateChecker : public QObject
 {
     Q_OBJECT
@@ -61,6 +62,7 @@ public Q_SLOTS:
 private:
     void setStatus(const QString &text);
     void onManifestReply(QNetworkReply *reply);
+    void refuseLongManifest(QNetworkReply *reply);
     [[nodiscard]] bool verifyManifestSignature();
     void onPackageReply(QNetworkReply *reply, const QString &path, const UpdateManifest &manifest);
     [[nodiscard]] bool verifyPackageHash(const QString &path, const UpdateManifest &manifest);

@@ -19,7 +19,7 @@ from stage import DemoError, Stage
 PROGRAMS = ("Xvfb", "dbus-daemon", "dbus-send", "ffmpeg", "ffprobe", "import", "/usr/sbin/nginx", "openssl", "setpriv",
             "srt-live-transmit", "xdotool")
 MODULES = ("gi", "Xlib")
-NOT_INSTALLED = 77
+NOT_HERE = 77
 PICTURES = pathlib.Path(__file__).resolve().parents[2] / "docs/images"
 
 
@@ -105,10 +105,10 @@ def main():
     options = arguments(SCENARIOS | {"update": update.perform, "fleet": fleet.perform})
     if lacking := missing(PROGRAMS + (fleet.PROGRAMS if options.scenario == "fleet" else ())):
         print(f"demo: not installed here: {', '.join(lacking)}", file=sys.stderr)
-        return NOT_INSTALLED
+        return NOT_HERE
     if options.scenario == "fleet" and (reason := fleet.enter_sandbox()):
-        print(f"demo: this machine allows no network namespaces of one's own: {reason}", file=sys.stderr)
-        return NOT_INSTALLED
+        print(f"demo: not possible here: no network namespaces of one's own: {reason}", file=sys.stderr)
+        return NOT_HERE
     folder = options.folder.resolve()
     folder.mkdir(parents=True, exist_ok=True)
     try:

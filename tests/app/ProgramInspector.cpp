@@ -2,8 +2,10 @@
 // program from within, once its event loop runs.
 //
 //   CORVANE_INSPECT_REPORT=PATH   write what was found to PATH, as one JSON object
-//   CORVANE_INSPECT_THEN=WORD     and then: "quit" ends the event loop; "throw" lets a standard exception
-//                                 leave a slot, "throw-other" one of another kind
+//   CORVANE_INSPECT_THEN=WORD     and then: "quit" ends the event loop, "exit-7" with that code; "throw" lets
+//                                 a standard exception leave a slot, "throw-other" one of another kind;
+//                                 "six-hours" has the time of the update timer pass, and quits with the check
+//                                 that follows
 
 #include "tests/app/SymbolExporter.h"
 
@@ -45,6 +47,46 @@ bool imports(const QByteArray &moduleAndVersion)
     return document.isReady();
 }
 
+QObject *contextObject(const QString &name)
+{
+    const QWindowList shown = QGuiApplication::topLevelWindows();
+    for (const QWindow *window : shown) {
+        if (const QQmlContext *context = qmlContext(window))
+            return context->engine()->rootContext()->contextProperty(name).value<QObject *>();
+    }
+    return nullptr;
+}
+
+/// The program's own, by their names.
+QJsonObject timers()
+{
+    QJsonObject found;
+    const auto own = qApp->findChildren<const QTimer *>(QString(), Qt::FindDirectChildrenOnly);
+    for (const QTimer *timer : own) {
+        if (!timer->objectName().isEmpty())
+            found.insert(timer->objectName(),
+                         u"%1%2 ms%3"_s.arg(timer->isSingleShot() ? u"once after "_s : u"every "_s)
+                             .arg(timer->interval())
+                             .arg(timer->isActive() ? QString() : u", at rest"_s));
+    }
+    return found;
+}
+
+/// Its time has come, or has been there: it was started more than an interval ago.
+bool isDue(const QString &timer, const QString &trace)
+{
+    const auto *found = qApp->findChild<const QTimer *>(timer);
+    return found && (found->remainingTime() == 0 || QFile::exists(trace));
+}
+
+/// From here on the event loop ends with the first check for updates, which is the timer's.
+void passSixHours()
+{
+    qApp->findChild<QTimer *>(u"firstUpdateTimer"_s)->stop();
+    QObject::connect(contextObject(u"updater"_s), SIGNAL(logLine(QString)), qApp, SLOT(quit()));
+    qApp->findChild<QTimer *>(u"updateTimer"_s)->setInterval(0);
+}
+
 QJsonObject findings()
 {
     QJsonArray windows;
@@ -62,7 +104,7 @@ QJsonObject findings()
                                    {u"source"_s, context->baseUrl().toString()},
                                    {u"iconWidths"_s, iconWidths}});
         for (const QString &name : {u"engine"_s, u"updater"_s}) {
-            const auto *object = context->engine()->rootContext()->contextProperty(name).value<QObject *>();
+            const QObject *object = contextObject(name);
             contextProperties.insert(name, object ? QString::fromLatin1(object->metaObject()->className())
                                                   : QString());
         }
@@ -81,6 +123,9 @@ QJsonObject findings()
         {u"garbageCollectionLimit"_s, qEnvironmentVariable("QV4_GC_TIMELIMIT")},
         {u"windows"_s, windows},
         {u"contextProperties"_s, contextProperties},
+        {u"timers"_s, timers()},
+        {u"heartbeatIsDue"_s,
+         isDue(u"heartbeatTimer"_s, qEnvironmentVariable("CORVANE_RUNTIME_DIR") + "/.heartbeat"_L1)},
     };
 }
 
@@ -94,6 +139,10 @@ void inspect()
     const QString then = qEnvironmentVariable("CORVANE_INSPECT_THEN");
     if (then == "quit"_L1)
         QCoreApplication::quit();
+    else if (then == "exit-7"_L1)
+        QCoreApplication::exit(7);
+    else if (then == "six-hours"_L1)
+        passSixHours();
     else if (then == "throw"_L1)
         throw std::runtime_error("falha de propósito");
     else if (then == "throw-other"_L1)

@@ -8,6 +8,8 @@
 #include <QTest>
 #include <QVersionNumber>
 
+#include <sys/stat.h>
+
 #ifdef __GLIBC__
 #include <gnu/libc-version.h>
 #endif
@@ -49,6 +51,7 @@ class tst_CrashCapture : public QObject
 private Q_SLOTS:
     void leavesAReportAndDiesOfItsSignal_data();
     void leavesAReportAndDiesOfItsSignal();
+    void everybodyMayRead();
     void reportsWhatItIsSent_data();
     void reportsWhatItIsSent();
     void overflowOfAWorkersStackKills();
@@ -135,6 +138,26 @@ void tst_CrashCapture::leavesAReportAndDiesOfItsSignal()
     // No core file either.
     QCOMPARE(QDir(crasher.path({})).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
              QStringList{u"runtime"_s});
+}
+
+/// Its owner alone may write; whoever looks after the machine may read.
+void tst_CrashCapture::everybodyMayRead()
+{
+    const mode_t former = ::umask(0);
+    CrasherRun crasher({u"abort"_s});
+    const bool started = crasher.start();
+    ::umask(former);
+    QVERIFY(started);
+    QVERIFY(crasher.die());
+
+    const QDir crashes(crasher.crashDir());
+    const QStringList files = crashes.entryList(QDir::Files | QDir::Hidden);
+    QCOMPARE(files.size(), 2); // the sentinel and the report
+    for (const QString &file : files) {
+        struct stat status = {};
+        QCOMPARE(::stat(QFile::encodeName(crashes.filePath(file)).constData(), &status), 0);
+        QCOMPARE(QString::number(status.st_mode & 07777U, 8), u"644"_s);
+    }
 }
 
 void tst_CrashCapture::reportsWhatItIsSent_data()

@@ -1,4 +1,5 @@
 #include "tests/support/Files.h"
+#include "tests/support/Processes.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/ProgramSandbox.h"
 #include "tests/support/Runner.h"
@@ -9,6 +10,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLibraryInfo>
 #include <QProcess>
 #include <QTest>
@@ -29,6 +32,10 @@ private Q_SLOTS:
     void otherSpellingsStartTheInterface();
 
     void closesByItsWindow();
+    void closesOnAir();
+    void leavesWithTheCodeOfTheLoop();
+    void timers();
+    void looksForUpdatesEverySixHours();
 
     void startsWithoutAUsableRuntimeDirectory();
     void startsWithoutFfmpeg();
@@ -38,8 +45,24 @@ private Q_SLOTS:
     void endsWithoutAnInterface();
 
 private:
+    /// Has the plugin that inspects the program look at it, and do what `then` says.
+    static void inspect(ProgramSandbox &sandbox, const QString &then = {});
+    [[nodiscard]] static QJsonObject report(const ProgramSandbox &sandbox)
+    {
+        return QJsonDocument::fromJson(contentsOf(sandbox.path(u"report.json"_s))).object();
+    }
+
     XServer m_display;
 };
+
+void tst_Program::inspect(ProgramSandbox &sandbox, const QString &then)
+{
+    QProcessEnvironment &environment = sandbox.environment();
+    environment.insert(u"QT_PLUGIN_PATH"_s, QStringLiteral(CORVANE_TEST_PLUGINS));
+    environment.insert(u"QT_QPA_GENERIC_PLUGINS"_s, u"corvane_inspector"_s);
+    environment.insert(u"CORVANE_INSPECT_REPORT"_s, sandbox.path(u"report.json"_s));
+    environment.insert(u"CORVANE_INSPECT_THEN"_s, then);
+}
 
 void tst_Program::initTestCase()
 {
@@ -108,6 +131,69 @@ void tst_Program::closesByItsWindow()
     QCOMPARE(run.program.readAllStandardOutput(), QByteArray());
 }
 
+/// What it has started is asked to leave, as by its operator.
+void tst_Program::closesOnAir()
+{
+    ProgramSandbox sandbox;
+    QProcessEnvironment &environment = sandbox.environment();
+    environment.insert(u"QT_PLUGIN_PATH"_s, QStringLiteral(CORVANE_TEST_PLUGINS));
+    environment.insert(u"QT_QPA_GENERIC_PLUGINS"_s, u"corvane_operator"_s);
+    environment.insert(u"CORVANE_OPERATE"_s, sandbox.path(u"operate"_s));
+    const QString asked = sandbox.path(u"asked"_s);
+    const QString started = sandbox.path(u"started"_s);
+    writeFile(sandbox.path(u"operate/air"_s),
+              u"fake:input=%1,append=%2,progress"_s.arg(asked, started).toUtf8());
+    ProgramRun run(sandbox, m_display);
+
+    QVERIFY(run.start());
+    QVERIFY(waitUntil([&] { return !contentsOf(started).isEmpty(); }));
+    QCOMPARE(contentsOf(asked), QByteArray());
+    QCOMPARE(run.close(), 0);
+    QVERIFY(contentsOf(asked).startsWith('q'));
+    QVERIFY(QFileInfo::exists(sandbox.runtimeDir() + "/.cleanexit"_L1));
+}
+
+void tst_Program::leavesWithTheCodeOfTheLoop()
+{
+    ProgramSandbox sandbox;
+    inspect(sandbox, u"exit-7"_s);
+    ProgramRun run(sandbox, m_display);
+
+    run.program.start();
+    QVERIFY(waitUntil([&] { return run.program.state() == QProcess::NotRunning; }));
+
+    QCOMPARE(run.program.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(run.program.exitCode(), 7);
+    QVERIFY(QFileInfo::exists(sandbox.runtimeDir() + "/.cleanexit"_L1));
+}
+
+void tst_Program::timers()
+{
+    ProgramSandbox sandbox;
+    inspect(sandbox, u"quit"_s);
+    ProgramRun run(sandbox, m_display);
+
+    run.program.start();
+    QVERIFY(waitUntil([&] { return run.program.state() == QProcess::NotRunning; }));
+
+    const QJsonObject expected{{u"heartbeatTimer"_s, u"every 2000 ms"_s},
+                               {u"updateTimer"_s, u"every 21600000 ms"_s},
+                               {u"firstUpdateTimer"_s, u"once after 5000 ms"_s}};
+    QCOMPARE(report(sandbox).value("timers"_L1).toObject(), expected);
+}
+
+void tst_Program::looksForUpdatesEverySixHours()
+{
+    ProgramSandbox sandbox;
+    inspect(sandbox, u"six-hours"_s);
+    ProgramRun run(sandbox, m_display);
+
+    run.program.start();
+    QVERIFY(waitUntil([&] { return run.program.state() == QProcess::NotRunning; }));
+    QCOMPARE(run.program.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(run.program.exitCode(), 0);
+}
+
 // --- What is missing or fails
 
 void tst_Program::startsWithoutAUsableRuntimeDirectory()
@@ -150,11 +236,21 @@ void tst_Program::startsWithAnFfmpegThatHangs()
 {
     ProgramSandbox sandbox;
     sandbox.environment().insert(u"FAKE_FFMPEG_PROBE"_s, u"hang"_s);
+    inspect(sandbox);
     ProgramRun run(sandbox, m_display);
+    const QString sentinel = sandbox.runtimeDir() + "/crashes/.running"_L1;
 
-    QVERIFY(run.start(60000));
+    run.startedAtMs = QDateTime::currentMSecsSinceEpoch();
+    run.program.start();
+    // Whatever kills it while it waits for the probes is noticed.
+    QVERIFY(waitUntil(
+        [&] { return QFileInfo::exists(sentinel) && !childProcesses(run.program.processId()).isEmpty(); }));
+    QVERIFY(waitUntil([&] { return m_display.showsWindow(u"CORVANE"_s); }, 60000));
     // Two probes of at most five seconds each: the window comes after both.
     QVERIFY(QDateTime::currentMSecsSinceEpoch() - run.startedAtMs >= 9000);
+    // Its heart beats from before the probes on.
+    QVERIFY(waitUntil([&] { return !report(sandbox).isEmpty(); }));
+    QVERIFY(report(sandbox).value("heartbeatIsDue"_L1).toBool());
     QCOMPARE(run.close(), 0);
 }
 
@@ -174,10 +270,7 @@ void tst_Program::goesOnAfterAnException()
     QFETCH(const QString, warning);
 
     ProgramSandbox sandbox;
-    QProcessEnvironment &environment = sandbox.environment();
-    environment.insert(u"QT_PLUGIN_PATH"_s, QStringLiteral(CORVANE_TEST_PLUGINS));
-    environment.insert(u"QT_QPA_GENERIC_PLUGINS"_s, u"corvane_inspector"_s);
-    environment.insert(u"CORVANE_INSPECT_THEN"_s, thrown);
+    inspect(sandbox, thrown);
     ProgramRun run(sandbox, m_display);
 
     QVERIFY(run.start());

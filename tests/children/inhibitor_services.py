@@ -118,8 +118,8 @@ class Screen(Service):
 
     @dbus.service.method("org.freedesktop.ScreenSaver", in_signature="u", out_signature="")
     def UnInhibit(self, cookie):
+        tell("screen uninhibit", cookie)  # also what it has never granted
         self.held.discard(int(cookie))
-        tell("screen uninhibit", cookie)
 
     def on_owner(self, owner, number):
         if not owner and number in self.held:

@@ -123,4 +123,16 @@ guardian::UpdateRecord GuardianBench::record() const
     return guardian::readRecord(installation().record());
 }
 
+void GuardianBenchTest::init()
+{
+    m_bench = std::make_unique<GuardianBench>();
+}
+
+void GuardianBenchTest::cleanup()
+{
+    if (QTest::currentTestFailed())
+        qInfo().noquote() << m_bench->lines().join(u'\n');
+    m_bench.reset();
+}
+
 } // namespace corvane::test

@@ -72,4 +72,17 @@ private:
     int m_exitCode = -1;
 };
 
+/// A test class of which every function has a bench of its own. The log of one that fails is shown.
+class GuardianBenchTest : public QObject
+{
+    Q_OBJECT
+
+protected:
+    std::unique_ptr<GuardianBench> m_bench;
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+};
+
 } // namespace corvane::test

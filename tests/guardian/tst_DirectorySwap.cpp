@@ -1,4 +1,5 @@
 #include "tests/support/Files.h"
+#include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tools/guardian/DirectorySwap.h"
 
@@ -7,6 +8,7 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -67,6 +69,12 @@ private Q_SLOTS:
     void everyNameReachesTheDisk();
     void aJournalThatCantBeWritten_data();
     void aJournalThatCantBeWritten();
+    void aJournalThatDoesntReachTheDisk();
+    void stepsToStopAt_data();
+    void stepsToStopAt();
+    void startedAtTheLastMoment_data();
+    void startedAtTheLastMoment();
+    void startedWhileARollBackIsCompleted();
 
 private:
     void stageNext(const QByteArray &version) const;
@@ -384,6 +392,141 @@ void tst_DirectorySwap::aJournalThatCantBeWritten()
     QVERIFY(!swap.install(readStamp(m_at.next())).isEmpty());
     QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
     QCOMPARE(kept(), QStringList{u"journal.json"_s});
+}
+
+void tst_DirectorySwap::aJournalThatDoesntReachTheDisk()
+{
+#ifdef Q_OS_LINUX
+    stageNext("0.2.0");
+    // Names can be changed in it, but it can't be opened to be brought to the disk.
+    QVERIFY(QFile::setPermissions(m_at.own(), QFile::WriteOwner | QFile::ExeOwner));
+    const auto restored = qScopeGuard([this] {
+        QFile::setPermissions(m_at.own(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    });
+    const Unprivileged bound;
+    QCOMPARE(DirectorySwap(m_at).install({u"id"_s, u"0.2.0"_s, u"digest"_s}),
+             u"%1 can't be brought to the disk"_s.arg(m_at.journal()));
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
+#else
+    QSKIP("a folder that may be written to is brought to the disk here");
+#endif
+}
+
+void tst_DirectorySwap::stepsToStopAt_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<int>("cutAt"); // the step before which an earlier one was cut off; -1: none was
+    QTest::addColumn<QStringList>("steps");
+    QTest::newRow("an update") << u"install"_s << -1 << QStringList{u"journal: installing"_s,
+                                                                    u"remove what was kept"_s,
+                                                                    u"exchange"_s,
+                                                                    u"move out"_s,
+                                                                    u"move in"_s,
+                                                                    u"journal: trial"_s};
+    QTest::newRow("a roll-back") << u"roll-back"_s << -1 << QStringList{u"journal: rolling back"_s,
+                                                                        u"remove what failed before"_s,
+                                                                        u"exchange"_s,
+                                                                        u"move out"_s,
+                                                                        u"move in"_s,
+                                                                        u"journal: done"_s};
+    QTest::newRow("nothing to complete")
+        << u"install"_s << 0 << QStringList{u"remove what wasn't put in place"_s};
+    QTest::newRow("an update that is undone") << u"install"_s << 1 << QStringList{u"undo"_s};
+    QTest::newRow("an update that is completed")
+        << u"install"_s << 4 << QStringList{u"complete"_s, u"journal: trial"_s};
+    QTest::newRow("a roll-back that is begun anew")
+        << u"roll-back"_s << 1 << QStringList{u"exchange"_s, u"move out"_s, u"move in"_s, u"journal: done"_s};
+    QTest::newRow("a roll-back that is completed")
+        << u"roll-back"_s << 4 << QStringList{u"complete"_s, u"journal: done"_s};
+}
+
+/// Those at which the tests above kill it: each change on the disk has one before it.
+void tst_DirectorySwap::stepsToStopAt()
+{
+    QFETCH(const QString, action);
+    QFETCH(const int, cutAt);
+    stageNext("0.2.0");
+    DirectorySwap swap(m_at);
+    swap.mayExchange = false;
+    if (action == "roll-back"_L1)
+        QCOMPARE(swap.install(readStamp(m_at.next())), QString());
+    if (cutAt >= 0)
+        QCOMPARE(victim(action, u"rename"_s, cutAt), -1);
+
+    QStringList steps;
+    swap.beforeStep = [&steps](const char *step) { steps << QString::fromLatin1(step); };
+    if (cutAt >= 0)
+        QVERIFY(swap.recover() != DirectorySwap::Found::Broken);
+    else
+        QCOMPARE(action == "install"_L1 ? swap.install(readStamp(m_at.next())) : swap.rollBack(), QString());
+    QTEST(steps, "steps");
+}
+
+void tst_DirectorySwap::startedAtTheLastMoment_data()
+{
+    installConfirm_data();
+}
+
+/// What has left its place is somebody's run, and comes back, on the way forward and on the way back.
+void tst_DirectorySwap::startedAtTheLastMoment()
+{
+    QFETCH(const bool, exchange);
+    stageNext("0.2.0");
+    DirectorySwap swap(m_at);
+    swap.mayExchange = exchange;
+    QString left;
+    bool isStarted = true;
+    swap.whyNotLeave = [&](const QString &folder) {
+        left = folder;
+        return isStarted ? u"somebody runs it"_s : QString();
+    };
+    QCOMPARE(swap.install(readStamp(m_at.next())),
+             u"%1 can't be replaced: somebody runs it"_s.arg(m_at.directory));
+    QCOMPARE(left, m_at.previous());
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
+    QCOMPARE(versionIn(m_at.next()), QByteArray("0.2.0"));
+    QCOMPARE(kept(), QStringList{u"next"_s});
+    QVERIFY(!QFileInfo::exists(m_at.journal()));
+
+    isStarted = false;
+    QCOMPARE(swap.install(readStamp(m_at.next())), QString());
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.2.0"));
+
+    isStarted = true;
+    QCOMPARE(swap.rollBack(), u"%1 can't be replaced: somebody runs it"_s.arg(m_at.directory));
+    QCOMPARE(left, m_at.failed());
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.2.0"));
+    QCOMPARE(versionIn(m_at.previous()), QByteArray("0.1.0"));
+    QCOMPARE(swap.onTrial().version, u"0.2.0"_s);
+    QCOMPARE(DirectorySwap(m_at).recover(), DirectorySwap::Found::Trial);
+
+    isStarted = false;
+    QCOMPARE(swap.rollBack(), QString());
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
+    QCOMPARE(versionIn(m_at.failed()), QByteArray("0.2.0"));
+}
+
+void tst_DirectorySwap::startedWhileARollBackIsCompleted()
+{
+    stageNext("0.2.0");
+    QCOMPARE(DirectorySwap(m_at).install(readStamp(m_at.next())), QString());
+    // Killed with the journal written, before anything was moved.
+    QCOMPARE(victim(u"roll-back"_s, u"exchange"_s, 1), -1);
+    DirectorySwap swap(m_at);
+    bool isStarted = false;
+    swap.whyNotLeave = [&isStarted](const QString &) {
+        isStarted = true;
+        return u"somebody runs it"_s;
+    };
+    swap.whyNotReplace = [&isStarted] { return isStarted ? u"somebody runs it"_s : QString(); };
+    QCOMPARE(swap.recover(), DirectorySwap::Found::RollBackDue);
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.2.0"));
+    QCOMPARE(versionIn(m_at.previous()), QByteArray("0.1.0"));
+
+    swap.whyNotLeave = nullptr;
+    swap.whyNotReplace = nullptr;
+    QCOMPARE(swap.recover(), DirectorySwap::Found::RolledBack);
+    QCOMPARE(versionIn(m_at.directory), QByteArray("0.1.0"));
 }
 
 CORVANE_TEST(tst_DirectorySwap, QCoreApplication)

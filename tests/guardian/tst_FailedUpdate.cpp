@@ -7,24 +7,20 @@
 #include <QFile>
 #include <QTest>
 
-#include <memory>
-
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using namespace corvane;
 using namespace corvane::guardian;
 using test::GuardedFolder;
-using test::GuardianBench;
+using test::GuardianBenchTest;
 
 /// What follows an update that was refused or rolled back: not the same again and again, and yet the next
 /// one.
-class tst_FailedUpdate : public QObject
+class tst_FailedUpdate : public GuardianBenchTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
     void theNextVersionIsWelcome_data();
     void theNextVersionIsWelcome();
     void aFeedThatDoesntAnswerIsAskedAgain();
@@ -43,8 +39,6 @@ private:
     {
         return HeldVersions{m_bench->runtimeDir()}.isHeld(QString::fromLatin1(version));
     }
-
-    std::unique_ptr<GuardianBench> m_bench;
 };
 
 namespace {
@@ -53,18 +47,6 @@ constexpr auto withFeed = " https://feed.example/latest.json"_L1;
 constexpr auto withoutFeed = " off"_L1;
 
 } // namespace
-
-void tst_FailedUpdate::init()
-{
-    m_bench = std::make_unique<GuardianBench>();
-}
-
-void tst_FailedUpdate::cleanup()
-{
-    if (QTest::currentTestFailed())
-        qInfo().noquote() << m_bench->lines().join(u'\n');
-    m_bench.reset();
-}
 
 void tst_FailedUpdate::ask() const
 {
@@ -182,8 +164,8 @@ void tst_FailedUpdate::whatWasRolledBackIsntTriedAgain()
     HeldVersions{m_bench->runtimeDir()}.release(0ms, {});
     m_bench->stageAndRequest("0.2.0", "crashes");
     m_bench->order(u"quit"_s);
-    QVERIFY(m_bench->waitForLine(u"update 0.2.0 refused: this package has been rolled back before"_s));
     QVERIFY(m_bench->waitForStarts(3));
+    QVERIFY(m_bench->lines().contains(u"update 0.2.0 refused: this package has been rolled back before"_s));
     QCOMPARE(m_bench->record().result, u"rolled back"_s);
     QVERIFY(isHeld("0.2.0"));
 

@@ -1,5 +1,6 @@
 #include "tests/guardian/GuardianBench.h"
 #include "tests/support/Files.h"
+#include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tools/guardian/ProgramProcesses.h"
@@ -7,14 +8,11 @@
 
 #include <QDir>
 #include <QFile>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <chrono>
-#include <memory>
 
-#ifdef Q_OS_LINUX
-#include <sys/fsuid.h>
-#endif
 #ifdef Q_OS_UNIX
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,47 +23,19 @@ using namespace std::chrono_literals;
 using namespace corvane;
 using namespace corvane::guardian;
 using test::GuardianBench;
+using test::GuardianBenchTest;
 using test::waitUntil;
 
-namespace {
-
-#ifdef Q_OS_LINUX
-/// A folder that this process may only read, even if root runs it. What it starts has its rights again.
-class ReadOnlyFolder
-{
-public:
-    explicit ReadOnlyFolder(const QString &path)
-        : m_path(QFile::encodeName(path))
-    {
-        constexpr uid_t nobody = 65534;
-        ::chmod(m_path.constData(), 0555);
-        m_former = ::setfsuid(::geteuid() == 0 ? nobody : ::geteuid());
-    }
-    ~ReadOnlyFolder()
-    {
-        ::setfsuid(static_cast<uid_t>(m_former));
-        ::chmod(m_path.constData(), 0755);
-    }
-    Q_DISABLE_COPY_MOVE(ReadOnlyFolder)
-
-private:
-    QByteArray m_path;
-    int m_former;
-};
-#endif
-
-} // namespace
-
 /// Nothing that somebody runs is replaced, ended or started twice, and what is on air least of all.
-class tst_GoldenRule : public QObject
+class tst_GoldenRule : public GuardianBenchTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
     void openedWhileTheFeedIsAsked();
     void openedElsewhereWhileTheFeedIsAsked();
+    void openedInTheMiddleOfTheSwap();
+    void openedInTheMiddleOfTheRollBack();
     void othersDontKeepTheProgramAwayForEver();
     void noRollBackUnderAnothersRun();
     void anothersRunIsNotAttachedTo();
@@ -92,21 +62,7 @@ private:
     {
         test::passTimersOf(10 * static_cast<int>(settings.lookInterval.count()));
     }
-
-    std::unique_ptr<GuardianBench> m_bench;
 };
-
-void tst_GoldenRule::init()
-{
-    m_bench = std::make_unique<GuardianBench>();
-}
-
-void tst_GoldenRule::cleanup()
-{
-    if (QTest::currentTestFailed())
-        qInfo().noquote() << m_bench->lines().join(u'\n');
-    m_bench.reset();
-}
 
 GuardianSettings tst_GoldenRule::impatient() const
 {
@@ -162,6 +118,56 @@ void tst_GoldenRule::openedElsewhereWhileTheFeedIsAsked()
     m_bench->feedWaits = false;
     m_bench->endSomebodysRun();
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+}
+
+/// Between the last look at who runs it and the move.
+void tst_GoldenRule::openedInTheMiddleOfTheSwap()
+{
+#ifdef Q_OS_WIN
+    QSKIP("Windows doesn't move a folder whose program runs; Wine does, and shows the run at its old place");
+#endif
+    GuardianSettings settings = m_bench->settings();
+    int exchanges = 0;
+    settings.beforeSwapStep = [&](const char *step) {
+        if (QByteArrayView(step) == "exchange" && ++exchanges == 1)
+            m_bench->startBySomebody(other());
+    };
+    m_bench->stageAndRequest("0.2.0", "beats");
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+    QCOMPARE(exchanges, 2); // there and back
+    lookOften(settings);
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
+    QVERIFY(m_bench->somebodysRunLives());
+    QVERIFY(m_bench->record().result.isEmpty()); // nothing is held against the update
+    m_bench->endSomebodysRun();
+    QVERIFY(m_bench->waitForLine(u"version 0.2.0 is up"_s));
+}
+
+void tst_GoldenRule::openedInTheMiddleOfTheRollBack()
+{
+#ifdef Q_OS_WIN
+    QSKIP("Windows doesn't move a folder whose program runs; Wine does, and shows the run at its old place");
+#endif
+    GuardianSettings settings = m_bench->settings();
+    int exchanges = 0;
+    settings.beforeSwapStep = [&](const char *step) {
+        if (QByteArrayView(step) == "exchange" && ++exchanges == 2) {
+            test::writeFile(m_bench->path(u"app/behaviour"_s), "beats");
+            m_bench->startBySomebody(other());
+        }
+    };
+    m_bench->stageAndRequest("0.2.0", "crashes");
+    m_bench->guard(settings);
+    QVERIFY(m_bench->waitForLine(u"waiting for every run of the program to end: somebody else runs"_s));
+    QCOMPARE(exchanges, 3);
+    lookOften(settings);
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+    QVERIFY(m_bench->somebodysRunLives());
+    m_bench->endSomebodysRun();
+    QVERIFY(m_bench->waitForLine(u"rolled back"_s));
+    QVERIFY(m_bench->waitForStarts(2));
+    QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
 }
 
 void tst_GoldenRule::othersDontKeepTheProgramAwayForEver()
@@ -383,10 +389,10 @@ void tst_GoldenRule::requestsThatCantBeRemoved()
 #ifdef Q_OS_LINUX
     m_bench->stageAndRequest("0.2.0", "beats");
     m_bench->manifest.replace("sha256", "sha512");
-    // The rest is open to whoever this process is meanwhile.
-    QCOMPARE(::chmod(QFile::encodeName(m_bench->path({})).constData(), 0755), 0);
-    QCOMPARE(::chmod(QFile::encodeName(m_bench->runtimeDir()).constData(), 0777), 0);
-    const ReadOnlyFolder readOnly(updateDirectory(m_bench->runtimeDir()));
+    const QByteArray folder = QFile::encodeName(updateDirectory(m_bench->runtimeDir()));
+    QCOMPARE(::chmod(folder.constData(), 0555), 0);
+    const auto restored = qScopeGuard([&folder] { ::chmod(folder.constData(), 0755); });
+    const test::Unprivileged bound;
     m_bench->guard(m_bench->settings());
     QVERIFY(m_bench->waitForLine(u"apply-now can't be removed"_s));
     QVERIFY(m_bench->waitForStarts(1));
@@ -410,6 +416,14 @@ void tst_GoldenRule::theHeartbeatStopsAndComesBack()
     test::writeFile(m_bench->path(u"runtime/.heartbeat"_s), "1");
     QVERIFY(m_bench->waitForLine(u"the program's heartbeat is back"_s));
     QCOMPARE(m_bench->starts().size(), 1);
+
+    // The next run has a heart of its own: its first beat isn't the former one's that comes back.
+    const auto stops = [this] { return m_bench->lines().count(u"the program's heartbeat has stopped"_s); };
+    QVERIFY(waitUntil([&] { return stops() == 2; }));
+    m_bench->order(u"crash"_s);
+    QVERIFY(m_bench->waitForStarts(2));
+    QVERIFY(waitUntil([&] { return stops() == 3; }));
+    QCOMPARE(m_bench->lines().count(u"the program's heartbeat is back"_s), 1);
 }
 
 CORVANE_TEST(tst_GoldenRule, QCoreApplication)

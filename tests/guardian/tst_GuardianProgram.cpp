@@ -18,7 +18,7 @@ using namespace corvane;
 using test::GuardedFolder;
 using test::waitUntil;
 
-/// The built guardian from its command line. Its work is in tst_Guardian and tst_GuardianUpdate.
+/// The built guardian from its command line. Its work is in tst_Supervisor and tst_GuardianUpdate.
 class tst_GuardianProgram : public QObject
 {
     Q_OBJECT
@@ -119,7 +119,10 @@ void tst_GuardianProgram::inAPackage()
     QVERIFY(QFile::copy(QStringLiteral(CORVANE_GUARDIAN), guardian));
     const QStringList attach{u"--runtime-dir"_s, m_folder->runtimeDir(), u"--attach"_s};
     QCOMPARE(run(guardian, attach), 2);
-    QVERIFY2(m_errors.contains("--install-dir is missing, and there is no "_L1), qPrintable(m_errors));
+    QCOMPARE(
+        m_errors.trimmed(),
+        u"corvane-guardian: --install-dir is missing, and there is no %1 in %2/corvane; see --help"_s.arg(
+            guardian::programFileName(), QFileInfo(m_folder->path(u"package"_s)).canonicalFilePath()));
 
     const QString program = m_folder->path(u"package/corvane"_s);
     GuardedFolder::install(program, "0.1.0", "beats");

@@ -10,13 +10,12 @@
 #include <QTest>
 
 #include <chrono>
-#include <memory>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::guardian;
 using test::GuardedFolder;
-using test::GuardianBench;
+using test::GuardianBenchTest;
 using test::waitUntil;
 
 namespace {
@@ -27,13 +26,11 @@ constexpr std::chrono::seconds shortPatience(3);
 } // namespace
 
 /// A staged update from its request to the new program's heartbeat, or back.
-class tst_GuardianUpdate : public QObject
+class tst_GuardianUpdate : public GuardianBenchTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init();
-    void cleanup();
     void anUpdateIsApplied();
     void aRequestFromBeforeIsTakenUp();
     void nothingIsStartedWhileARequestStands();
@@ -48,22 +45,7 @@ private Q_SLOTS:
     void aPublishersSignature();
     void aTrialThatWasCutOff_data();
     void aTrialThatWasCutOff();
-
-private:
-    std::unique_ptr<GuardianBench> m_bench;
 };
-
-void tst_GuardianUpdate::init()
-{
-    m_bench = std::make_unique<GuardianBench>();
-}
-
-void tst_GuardianUpdate::cleanup()
-{
-    if (QTest::currentTestFailed())
-        qInfo().noquote() << m_bench->lines().join(u'\n');
-    m_bench.reset();
-}
 
 void tst_GuardianUpdate::anUpdateIsApplied()
 {
@@ -81,6 +63,7 @@ void tst_GuardianUpdate::anUpdateIsApplied()
     QCOMPARE(m_bench->record().result, u"applied"_s);
     QCOMPARE(m_bench->record().version, u"0.2.0"_s);
     QCOMPARE(readStamp(m_bench->installation().directory).version, u"0.2.0"_s);
+    QVERIFY(m_bench->lines().contains(u"unpacking version 0.2.0, sha256 %1"_s.arg(m_bench->record().sha256)));
     QVERIFY(!QFile::exists(m_bench->installation().package()));
     QVERIFY(!QFile::exists(m_bench->installation().journal()));
 

@@ -1,11 +1,13 @@
 #include "tests/guardian/GuardedFolder.h"
 #include "tests/support/Files.h"
 #include "tests/support/Runner.h"
+#include "tests/support/TestSupport.h"
 #include "tools/guardian/HeartbeatWatch.h"
 
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <chrono>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -21,6 +23,7 @@ private Q_SLOTS:
     void init();
     void aRunsBeats();
     void whatAFormerRunLeftIsNoBeat();
+    void aliveByABeatOfItsOwn();
     void aClockThatWasSetBack();
     void aFileThatIsBeingWritten();
 
@@ -63,6 +66,22 @@ void tst_HeartbeatWatch::whatAFormerRunLeftIsNoBeat()
     watch.begin();
     watch.look();
     QCOMPARE(watch.beats(), 0);
+}
+
+void tst_HeartbeatWatch::aliveByABeatOfItsOwn()
+{
+    constexpr std::chrono::hours longEnough(24);
+    beat("1790000000000");
+    HeartbeatWatch watch(Marks{m_folder->path()});
+    watch.look();
+    QVERIFY(!watch.isLive(longEnough));
+    beat("1790000002000");
+    watch.look();
+    QVERIFY(watch.isLive(longEnough));
+    corvane::test::passTimersOf(10);
+    QVERIFY(!watch.isLive(std::chrono::milliseconds(0)));
+    watch.begin();
+    QVERIFY(!watch.isLive(longEnough));
 }
 
 void tst_HeartbeatWatch::aClockThatWasSetBack()

@@ -60,10 +60,20 @@ void tst_Options::help()
              {"its log is in \"guardian\" of the runtime directory.\n",
               "Exit codes: 0 CORVANE ended in order; 1 it can't be kept up; 2 wrong command line;\n",
               "3 wrong place, elevated, or another guardian is at work; 4 nothing to attach to.\n",
-              "-h, --help", "shows this\n", "--install-dir <DIR>", "--runtime-dir <DIR>", "--attach ",
-              "--heartbeat-timeout <SECONDS>", "--without-updates ", "[-- arguments]"}) {
+              " [options] [-- arguments]\n"}) {
             QVERIFY2(options.text.contains(QLatin1StringView(part)), part);
         }
+        const QString text = options.text.simplified(); // however its lines are broken
+        QVERIFY2(text.endsWith(
+                     R"( Options: -h, --help shows this --install-dir <DIR> where CORVANE is installed )"
+                     R"((default: the folder "corvane" beside the guardian's own) --runtime-dir <DIR> )"
+                     R"(where CORVANE leaves its marks (default: where it does by itself) --attach )"
+                     R"(watch a run that is there already; leave if there is none )"
+                     R"(--heartbeat-timeout <SECONDS> how long a new version may take to its first )"
+                     R"(heartbeat (default: 60) --without-updates keep CORVANE up with its update check )"
+                     R"(off, where its folder can't be written to Arguments: arguments for CORVANE, )"
+                     R"(after --)"_L1),
+                 qPrintable(text));
     }
 }
 

@@ -27,10 +27,13 @@ private Q_SLOTS:
     void aProgramThatKeepsCrashing();
     void aStagedUpdateIsLeftAlone_data();
     void aStagedUpdateIsLeftAlone();
+    void oneGuardianForARuntimeDirectory_data();
     void oneGuardianForARuntimeDirectory();
+    void anotherRuntimeDirectoryIsAnothersMatter();
 
 private:
-    void start(QProcess &guardian) const;
+    void start(QProcess &guardian) const { start(guardian, u"app"_s, m_folder->runtimeDir(), false); }
+    void start(QProcess &guardian, const QString &app, const QString &runtimeDirectory, bool updates) const;
     [[nodiscard]] QByteArray log() const
     {
         return test::contentsOf(m_folder->runtimeDir() + "/guardian/guardian.log"_L1);
@@ -60,11 +63,13 @@ void tst_WithoutUpdates::cleanup()
     m_guardian.reset();
 }
 
-void tst_WithoutUpdates::start(QProcess &guardian) const
+void tst_WithoutUpdates::start(QProcess &guardian, const QString &app, const QString &runtimeDirectory,
+                               bool updates) const
 {
-    guardian.start(QStringLiteral(CORVANE_GUARDIAN),
-                   {u"--install-dir"_s, m_folder->path(u"app"_s), u"--runtime-dir"_s, m_folder->runtimeDir(),
-                    u"--without-updates"_s});
+    QStringList arguments{u"--install-dir"_s, m_folder->path(app), u"--runtime-dir"_s, runtimeDirectory};
+    if (!updates)
+        arguments << u"--without-updates"_s;
+    guardian.start(QStringLiteral(CORVANE_GUARDIAN), arguments);
     QVERIFY(guardian.waitForStarted());
 }
 
@@ -150,16 +155,66 @@ void tst_WithoutUpdates::aStagedUpdateIsLeftAlone()
     QVERIFY2(!log().contains("update is requested"), log().constData());
 }
 
+void tst_WithoutUpdates::oneGuardianForARuntimeDirectory_data()
+{
+    QTest::addColumn<bool>("firstUpdates");
+    QTest::addColumn<bool>("secondUpdates");
+    QTest::addColumn<QString>("secondsProgram");
+    QTest::newRow("neither with updates") << false << false << u"app"_s;
+    QTest::newRow("one that updates comes") << false << true << u"app"_s;
+    QTest::newRow("one that updates is there") << true << false << u"app"_s;
+    QTest::newRow("one that updates, of another installation") << false << true << u"app2"_s;
+    QTest::newRow("each updates its own installation") << true << true << u"app2"_s;
+}
+
+/// Both would answer the same crash with a start, one of them perhaps from a folder that the other is about
+/// to replace.
 void tst_WithoutUpdates::oneGuardianForARuntimeDirectory()
+{
+    QFETCH(const bool, firstUpdates);
+    QFETCH(const bool, secondUpdates);
+    QFETCH(const QString, secondsProgram);
+    if (secondsProgram != "app"_L1)
+        GuardedFolder::install(m_folder->path(secondsProgram), "0.1.0", "beats");
+    start(*m_guardian, u"app"_s, m_folder->runtimeDir(), firstUpdates);
+    QVERIFY(waitForStarts(1));
+    QProcess second;
+    start(second, secondsProgram, m_folder->runtimeDir(), secondUpdates);
+    QVERIFY(waitUntil([&] { return second.state() == QProcess::NotRunning; }));
+    QCOMPARE(second.exitCode(), 3);
+    const QString errors = QString::fromLocal8Bit(second.readAllStandardError());
+    QVERIFY2(errors.contains("another guardian is at work on "_L1), qPrintable(errors));
+    QCOMPARE(m_folder->starts().size(), 1);
+    close();
+
+    // The next one finds nobody in its way.
+    start(*m_guardian, u"app"_s, m_folder->runtimeDir(), !firstUpdates);
+    QVERIFY(waitForStarts(2));
+    close();
+}
+
+/// On the same installation: the one that updates it waits for the other's run to end.
+void tst_WithoutUpdates::anotherRuntimeDirectoryIsAnothersMatter()
 {
     start(*m_guardian);
     QVERIFY(waitForStarts(1));
+    const QString others = m_folder->path(u"other"_s);
     QProcess second;
-    start(second);
-    QVERIFY(waitUntil([&] { return second.state() == QProcess::NotRunning; }));
-    QCOMPARE(second.exitCode(), 3);
-    QVERIFY(second.readAllStandardError().contains("another guardian is at work"));
+    start(second, u"app"_s, others, true);
+    QVERIFY(waitUntil([&] { return !test::fileLines(others + "/starts"_L1).isEmpty(); }));
+    test::writeFile(others + "/update/apply-now"_L1, {});
+    test::writeFile(others + "/do-quit"_L1, {});
+    QVERIFY(waitUntil([&] {
+        return test::contentsOf(m_folder->installation().log())
+            .contains("waiting for every run of the program to end: somebody else runs the program");
+    }));
+    QCOMPARE(m_guardian->state(), QProcess::Running);
     close();
+    // What was asked for isn't there: refused, and its operator has the program back.
+    QVERIFY(waitUntil([&] { return test::fileLines(others + "/starts"_L1).size() == 2; }));
+    test::writeFile(others + "/do-quit"_L1, {});
+    QVERIFY(waitUntil([&] { return second.state() == QProcess::NotRunning; }));
+    QCOMPARE(second.exitCode(), 0);
 }
 
 CORVANE_TEST(tst_WithoutUpdates, QCoreApplication)

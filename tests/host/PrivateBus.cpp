@@ -44,6 +44,22 @@ QString pythonWithBus()
     return python;
 }
 
+/// Socket at "bus" in `dir` that takes callers, four of which may wait.
+int listeningSocket(const QTemporaryDir &dir, int flags)
+{
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    const QByteArray path = QFile::encodeName(dir.filePath(u"bus"_s));
+    if (static_cast<std::size_t>(path.size()) >= sizeof name.sun_path)
+        qFatal("the path of a test's bus is too long: %s", path.constData());
+    std::copy(path.begin(), path.end(), name.sun_path);
+    if (bind(listener, reinterpret_cast<const sockaddr *>(&name), sizeof name) != 0 ||
+        listen(listener, 4) != 0)
+        qFatal("a test's bus can't listen at %s", path.constData());
+    return listener;
+}
+
 } // namespace
 
 LineProcess::LineProcess()
@@ -129,17 +145,8 @@ QString deadBusAddress()
 }
 
 SilentBus::SilentBus()
-    : m_socket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    : m_socket(listeningSocket(m_dir, SOCK_NONBLOCK))
 {
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    const QByteArray path = QFile::encodeName(m_dir.filePath(u"bus"_s));
-    if (static_cast<std::size_t>(path.size()) >= sizeof name.sun_path)
-        qFatal("the path of the silent bus is too long: %s", path.constData());
-    std::copy(path.begin(), path.end(), name.sun_path);
-    if (bind(m_socket, reinterpret_cast<const sockaddr *>(&name), sizeof name) != 0 ||
-        listen(m_socket, 4) != 0)
-        qFatal("the silent bus can't listen at %s", path.constData());
 }
 
 SilentBus::~SilentBus()
@@ -168,6 +175,35 @@ bool SilentBus::callerWaits() const
 {
     char word = 0;
     return recv(m_caller, &word, 1, MSG_PEEK) < 0 && errno == EAGAIN;
+}
+
+ClosingBus::ClosingBus()
+    : m_socket(listeningSocket(m_dir, 0))
+    , m_thread([this] { closeCallers(); })
+{
+}
+
+ClosingBus::~ClosingBus()
+{
+    shutdown(m_socket, SHUT_RDWR); // ends the wait for the next caller
+    m_thread.join();
+    close(m_socket);
+}
+
+void ClosingBus::closeCallers()
+{
+    for (;;) {
+        const int caller = accept4(m_socket, nullptr, nullptr, SOCK_CLOEXEC);
+        if (caller < 0)
+            return;
+        close(caller);
+        ++m_callers;
+    }
+}
+
+QString ClosingBus::address() const
+{
+    return u"unix:path="_s + m_dir.filePath(u"bus"_s);
 }
 
 } // namespace corvane::test

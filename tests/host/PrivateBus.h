@@ -5,6 +5,9 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <atomic>
+#include <thread>
+
 namespace corvane::test {
 
 /// A child program that reads commands and reports events, a line each.
@@ -42,6 +45,9 @@ public:
     [[nodiscard]] QString problem() const { return m_problem; }
     [[nodiscard]] QString address() const { return m_address; }
 
+    /// The directory in which it is the session bus of a user whose runtime directory that is.
+    [[nodiscard]] QString runtimeDir() const { return m_dir.path(); }
+
     /// The stand-ins for the services named, "login" and "screen", ready for requests.
     void startServices(LineProcess &services, const QStringList &names) const;
 
@@ -65,6 +71,7 @@ public:
     Q_DISABLE_COPY_MOVE(SilentBus)
 
     [[nodiscard]] QString address() const;
+    [[nodiscard]] QString runtimeDir() const { return m_dir.path(); } ///< as that of PrivateBus
 
     /// Waits for the first caller and its first words.
     [[nodiscard]] bool waitForCaller();
@@ -76,6 +83,26 @@ private:
     QTemporaryDir m_dir;
     int m_socket = -1;
     int m_caller = -1;
+};
+
+/// A bus daemon that takes callers and closes at once, some of them before their first words.
+class ClosingBus
+{
+public:
+    ClosingBus();
+    ~ClosingBus();
+    Q_DISABLE_COPY_MOVE(ClosingBus)
+
+    [[nodiscard]] QString address() const;
+    [[nodiscard]] int callers() const { return m_callers; }
+
+private:
+    void closeCallers();
+
+    QTemporaryDir m_dir;
+    int m_socket = -1;
+    std::atomic<int> m_callers = 0;
+    std::thread m_thread;
 };
 
 } // namespace corvane::test

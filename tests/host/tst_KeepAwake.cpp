@@ -1,4 +1,3 @@
-#include "engine/host/BusConnection_linux.h"
 #include "tests/host/PrivateBus.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
@@ -19,15 +18,21 @@ const QString loginRequest = u"login inhibit %1 idle:sleep|holder|Transmissão a
 const QString shutdownRequest = u"login inhibit %1 shutdown|holder|Transmissão no ar|block"_s;
 const QString screenRequest = u"screen inhibit %1 holder|Transmissão ao vivo em andamento"_s;
 
-/// A program that makes and lifts the requests, on a bus of the test's own.
+/// A program that makes and lifts the requests, on a bus of the test's own. A null address isn't in its
+/// environment.
 class Holder : public LineProcess
 {
 public:
-    Holder(const QString &systemBus, const QString &sessionBus)
+    Holder(const QString &systemBus, const QString &sessionBus, const QString &runtimeDir = {})
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, systemBus);
-        environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, sessionBus);
+        if (sessionBus.isNull())
+            environment.remove(u"DBUS_SESSION_BUS_ADDRESS"_s);
+        else
+            environment.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, sessionBus);
+        if (!runtimeDir.isEmpty())
+            environment.insert(u"XDG_RUNTIME_DIR"_s, runtimeDir);
         process.setProcessEnvironment(environment);
         process.start(QStringLiteral(CORVANE_KEEP_AWAKE_HOLDER), QStringList());
     }
@@ -55,6 +60,8 @@ private Q_SLOTS:
     void repeatsNothing();
     void isTakenAnew();
     void releasesWhatWasNeverHeld();
+    void asksForNothingThatWasOverBeforeTheConnection_data();
+    void asksForNothingThatWasOverBeforeTheConnection();
     void givesBackAnAnswerThatCameTooLate();
     void tellsTheAnswersOfTwoRequestsApart();
     void endsWithAProcessThatIsKilled();
@@ -66,12 +73,14 @@ private Q_SLOTS:
     void staysAwakeWhereNoShutdownMayBeBlocked();
     void waitsForNoSilentBus_data();
     void waitsForNoSilentBus();
+    void waitsForNoSilentBusOfTheRuntimeDirectory();
+    void findsTheSessionBus_data();
+    void findsTheSessionBus();
     void triesABusAgainThatWasSilent();
-    void recognisesABusThatAnswers_data();
-    void recognisesABusThatAnswers();
 
 private:
     PrivateBus m_bus;
+    QTemporaryDir m_deadRuntimeDir; ///< what is called "bus" there takes no callers
 };
 
 /// Every call that the services have received by now has been reported.
@@ -86,6 +95,8 @@ void tst_KeepAwake::initTestCase()
 {
     if (!m_bus.problem().isEmpty())
         QSKIP(qPrintable(m_bus.problem()));
+    QFile dead(m_deadRuntimeDir.filePath(u"bus"_s));
+    QVERIFY(dead.open(QIODevice::WriteOnly));
 }
 
 void tst_KeepAwake::isTakenAndGivenBackOnce()
@@ -153,6 +164,30 @@ void tst_KeepAwake::releasesWhatWasNeverHeld()
     VERIFY_SETTLED(services);
     QCOMPARE(services.lines(u"login"_s), QStringList{loginRequest.arg(1)});
     QCOMPARE(services.lines(u"screen"_s), QStringList{screenRequest.arg(1)});
+}
+
+void tst_KeepAwake::asksForNothingThatWasOverBeforeTheConnection_data()
+{
+    QTest::addColumn<QString>("commands");
+    QTest::addColumn<QStringList>("login");
+    QTest::addColumn<QStringList>("screen");
+
+    // Sent in one piece: the connection can't come about in between.
+    QTest::newRow("released") << u"hold release settle"_s << QStringList() << QStringList();
+    QTest::newRow("held anew") << u"hold release hold settle"_s << QStringList{loginRequest.arg(1)}
+                               << QStringList{screenRequest.arg(1)};
+}
+
+void tst_KeepAwake::asksForNothingThatWasOverBeforeTheConnection()
+{
+    QFETCH(QString, commands);
+    LineProcess services;
+    m_bus.startServices(services, {u"login"_s, u"screen"_s});
+    Holder holder(m_bus.address(), m_bus.address());
+    QVERIFY(holder.does(commands));
+    VERIFY_SETTLED(services);
+    QTEST(services.lines(u"login"_s), "login");
+    QTEST(services.lines(u"screen"_s), "screen");
 }
 
 void tst_KeepAwake::givesBackAnAnswerThatCameTooLate()
@@ -366,6 +401,50 @@ void tst_KeepAwake::waitsForNoSilentBus()
     QCOMPARE(holder.process.readAllStandardError(), QByteArray());
 }
 
+void tst_KeepAwake::waitsForNoSilentBusOfTheRuntimeDirectory()
+{
+    SilentBus silent;
+    LineProcess services;
+    m_bus.startServices(services, {u"login"_s});
+    Holder holder(m_bus.address(), {}, silent.runtimeDir());
+
+    QVERIFY(holder.does(u"hold"_s));
+    QVERIFY(silent.waitForCaller());
+    QVERIFY(services.waitFor(loginRequest.arg(1)));
+    QVERIFY(holder.does(u"quit"_s));
+    QVERIFY(waitUntil([&] { return holder.process.state() == QProcess::NotRunning; }));
+    QCOMPARE(holder.process.readAllStandardError(), QByteArray());
+}
+
+void tst_KeepAwake::findsTheSessionBus_data()
+{
+    QTest::addColumn<QString>("sessionBus");
+    QTest::addColumn<QString>("runtimeDir");
+    QTest::addColumn<QStringList>("requests");
+
+    const QString nowhere = u"/nonexistent"_s;
+    const QString dead = m_deadRuntimeDir.path();
+    const QStringList request{screenRequest.arg(1)};
+    QTest::newRow("that of the runtime directory") << QString() << m_bus.runtimeDir() << request;
+    QTest::newRow("the same where the address is empty") << u""_s << m_bus.runtimeDir() << request;
+    QTest::newRow("that of the address") << m_bus.address() << nowhere << request;
+    QTest::newRow("whatever the runtime directory has") << m_bus.address() << dead << request;
+    QTest::newRow("the address goes first") << deadBusAddress() << m_bus.runtimeDir() << QStringList();
+}
+
+void tst_KeepAwake::findsTheSessionBus()
+{
+    QFETCH(QString, sessionBus);
+    QFETCH(QString, runtimeDir);
+    QFETCH(QStringList, requests);
+    LineProcess services;
+    m_bus.startServices(services, {u"screen"_s});
+    Holder holder(deadBusAddress(), sessionBus, runtimeDir);
+    QVERIFY(holder.does(u"hold settle"_s));
+    VERIFY_SETTLED(services);
+    QCOMPARE(services.lines(u"screen"_s), requests);
+}
+
 void tst_KeepAwake::triesABusAgainThatWasSilent()
 {
     const QTemporaryDir dir;
@@ -389,30 +468,6 @@ void tst_KeepAwake::triesABusAgainThatWasSilent()
     QVERIFY(QFile::link(working.sliced(prefix.size()), link));
     QVERIFY(holder.does(u"hold settle"_s));
     QVERIFY(services.waitFor(loginRequest.arg(1)));
-}
-
-void tst_KeepAwake::recognisesABusThatAnswers_data()
-{
-    QTest::addColumn<QString>("address"); // %1: the path of a bus that answers
-    QTest::addColumn<bool>("answers");
-
-    QTest::newRow("a bus") << u"unix:path=%1"_s << true;
-    QTest::newRow("other keys beside the path") << u"unix:guid=0123,path=%1,x=y"_s << true;
-    QTest::newRow("percent-encoded path") << u"unix:path=%2f..%1"_s << true;
-    QTest::newRow("the second of two addresses") << u"unix:path=/nonexistent/bus;unix:path=%1"_s << true;
-    QTest::newRow("no such socket") << u"unix:path=/nonexistent/bus"_s << false;
-    QTest::newRow("no such abstract socket") << u"unix:abstract=/nonexistent/corvane-test-bus"_s << false;
-    QTest::newRow("path that no socket can have") << u"unix:path=/%1"_s.arg(QString(200, u'x')) << false;
-    QTest::newRow("not a socket of this machine") << u"tcp:host=localhost,port=1"_s << true;
-    QTest::newRow("left to the library") << QString() << true;
-    QTest::newRow("unix, but without a path") << u"unix:runtime=yes"_s << true;
-}
-
-void tst_KeepAwake::recognisesABusThatAnswers()
-{
-    QFETCH(QString, address);
-    const QString path = m_bus.address().section(u',', 0, 0).section(u'=', 1);
-    QTEST(busAnswers(address.replace("%1"_L1, path).toUtf8(), [] { return false; }), "answers");
 }
 
 CORVANE_TEST(tst_KeepAwake, QCoreApplication)

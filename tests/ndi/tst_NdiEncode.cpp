@@ -120,6 +120,19 @@ void showFrames(FrameFeed &feed, int first, int last)
     waitUntil([&] { return next > last; });
 }
 
+/// Number of times that the same frame went out for half a second or more.
+qsizetype stalls(const QList<int> &pictures)
+{
+    qsizetype count = 0;
+    for (auto begin = pictures.begin(); begin != pictures.end();) {
+        const auto end = std::find_if(begin, pictures.end(), [&](int picture) { return picture != *begin; });
+        if (*begin != slate && (end - begin) * intervalMs >= 500)
+            ++count;
+        begin = end;
+    }
+    return count;
+}
+
 } // namespace
 
 /// A whole transmission: the pump, the argument list, and an ffmpeg that encodes what it reads.
@@ -197,11 +210,12 @@ void tst_NdiEncode::sourceThatComesStallsAndComesBack()
     setNdiRuntimeAvailable(false);
     QCoreApplication::processEvents();
 
-    // The receiver's lines, the freeze among them once. The encoder may exit before the pump is stopped.
+    // The receiver's lines. The encoder may exit before the pump is stopped.
     QStringList lines = ndiLines();
-    if (lines.size() == 4)
-        QCOMPARE(lines.takeLast(), pipeClosed);
-    QCOMPARE(lines, QStringList({waiting, pumping, freeze}));
+    if (lines.last() == pipeClosed)
+        lines.removeLast();
+    const qsizetype freezes = lines.removeAll(freeze);
+    QCOMPARE(lines, QStringList({waiting, pumping}));
     QVERIFY(!recorder.containsPart(u"ERRO"_s));
     QVERIFY(!recorder.contains(u"state failed"_s));
 
@@ -217,6 +231,9 @@ void tst_NdiEncode::sourceThatComesStallsAndComesBack()
 
     // Slates until the first frame, and never again; then the numbers never fall.
     QVERIFY(std::is_sorted(pictures.begin(), pictures.end()));
+    // Each stall is reported once. There is one, and what else a busy machine holds up for a second.
+    QCOMPARE_GE(freezes, 1);
+    QCOMPARE_LE(freezes, stalls(pictures));
     // Slack of half the frames due by the clock, for a busy machine.
     const auto countNear = [](qsizetype count, qint64 leastMs, qint64 mostMs) {
         return count >= leastMs / intervalMs / 2 && count <= mostMs / intervalMs + 3;

@@ -56,14 +56,17 @@ void killProcess(qint64 pid);
 /// Program and arguments of `pid`; empty if there is no such process, or if it has ended.
 [[nodiscard]] QStringList processCommand(qint64 pid);
 
-/// While it lives, file permissions bind this process even if it is run by root: it has the rights of
-/// "nobody".
+/// While it lives, the permissions of files bind this thread even if root runs it, which stays their owner:
+/// folders on the way needn't be open to others. What it starts has its rights again.
 class Unprivileged
 {
 public:
     Unprivileged();
     ~Unprivileged();
     Q_DISABLE_COPY_MOVE(Unprivileged)
+
+private:
+    quint32 m_former = 0;
 };
 
 /// Number of this process's open file descriptors, or handles.

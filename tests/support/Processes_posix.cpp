@@ -6,11 +6,32 @@
 
 #include <cerrno>
 #include <csignal>
+#include <linux/capability.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace corvane::test {
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+/// The first 32 of this thread: those that it had, of which it keeps the ones in `kept`, and gets the ones in
+/// `added`.
+quint32 effectiveCapabilities(quint32 kept, quint32 added = 0)
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct capabilities[_LINUX_CAPABILITY_U32S_3] = {};
+    if (::syscall(SYS_capget, &header, capabilities) != 0)
+        qFatal("the rights of this thread can't be told");
+    const quint32 former = capabilities[0].effective;
+    capabilities[0].effective = (former & kept) | added;
+    if (::syscall(SYS_capset, &header, capabilities) != 0)
+        qFatal("the rights of this thread can't be changed");
+    return former;
+}
+
+} // namespace
 
 bool processExists(qint64 pid)
 {
@@ -108,16 +129,14 @@ QStringList processCommand(qint64 pid)
 }
 
 Unprivileged::Unprivileged()
+    : m_former(effectiveCapabilities(~0U))
 {
-    constexpr uid_t nobody = 65534;
-    if (::getuid() == 0 && ::seteuid(nobody) != 0)
-        qFatal("nobody's rights can't be had");
+    effectiveCapabilities(~(CAP_TO_MASK(CAP_DAC_OVERRIDE) | CAP_TO_MASK(CAP_DAC_READ_SEARCH)));
 }
 
 Unprivileged::~Unprivileged()
 {
-    if (::seteuid(::getuid()) != 0)
-        qFatal("the rights of before are lost");
+    effectiveCapabilities(~0U, m_former);
 }
 
 qsizetype openDescriptors()

@@ -54,6 +54,7 @@ void tst_WindowLook::initTestCase()
     m_ui->addPipeline();
     m_ui->engine().startPipeline(onAir);
     QTRY_VERIFY(m_ui->item(u"telemetryLine"_s) && m_ui->item(u"telemetryLine"_s)->isVisible());
+    m_ui->awaitRows();
     // A layout places its items with the next frame.
     QTRY_VERIFY(m_ui->item(u"rowStopButton"_s)->width() > 0 && m_ui->row(1) && m_ui->row(1)->y() > 0);
 }

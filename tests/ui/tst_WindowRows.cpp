@@ -51,7 +51,8 @@ private:
         return item ? lookText(item, u"text"_s) : u"(none)"_s;
     }
     [[nodiscard]] Pipeline::State state(const QString &id) const { return m_ui->pipeline(id)->state(); }
-    /// Puts a pipeline with one output "fake:" and `steps` on air, and waits for its row.
+    /// Puts a pipeline with one output "fake:" and `steps` on air, and waits for its row. An output was added
+    /// to it, so its figures don't renew the rows: those stay until its state changes.
     QString onAir(const QString &steps);
     /// Clicks the stop button once it is where the layout wants it: it changes its width when armed.
     void clickStop();
@@ -77,8 +78,11 @@ QString tst_WindowRows::onAir(const QString &steps)
 {
     QString id = m_ui->addFake(steps);
     m_ui->engine().startPipeline(id);
-    [&] { QTRY_COMPARE(state(id), Pipeline::State::Running); }();
-    [&] { QTRY_VERIFY(inRow(u"rowStopButton"_s)); }();
+    [&] {
+        QTRY_COMPARE(state(id), Pipeline::State::Running);
+        m_ui->awaitRows();
+        QTRY_VERIFY(inRow(u"rowStopButton"_s));
+    }();
     return id;
 }
 
@@ -279,13 +283,15 @@ void tst_WindowRows::refreshEverySecond()
 void tst_WindowRows::stopTakesTwoClicks()
 {
     const QString id = onAir(u"progress"_s);
-    const QObject *timer = m_ui->object(u"confirmStopTimer"_s, m_ui->row(0));
+    const QPointer<QObject> timer = m_ui->object(u"confirmStopTimer"_s, m_ui->row(0));
+    QVERIFY(timer);
     QCOMPARE(timer->property("interval").toInt(), 3000);
     QVERIFY(!timer->property("repeat").toBool());
     QCOMPARE(textInRow(u"rowStopButton"_s), u"■"_s);
 
     clickStop();
     QVERIFY(m_ui->row(0)->property("confirmingStop").toBool());
+    QVERIFY2(timer, "the row was renewed");
     QVERIFY(timer->property("running").toBool());
     QCOMPARE(textInRow(u"rowStopButton"_s), u"Confirmar?"_s);
     QCOMPARE(lookText(inRow(u"rowStopButton"_s), u"font.pixelSize"_s), u"10"_s);

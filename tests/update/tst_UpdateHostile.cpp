@@ -24,6 +24,8 @@ private Q_SLOTS:
     void oddButHarmless_data();
     void oddButHarmless();
     void largeManifest();
+    void manifestBeyondAllMeasure_data();
+    void manifestBeyondAllMeasure();
     void deepManifest();
 };
 
@@ -152,6 +154,46 @@ void tst_UpdateHostile::largeManifest()
     bench.publishText("{\"more\":\"" + QByteArray(20'000'000, 'm') + "\",\"version\":\"0.1.0\"}");
     QVERIFY(bench.check());
     QCOMPARE(bench.events.constLast(), u"upToDate"_s);
+}
+
+void tst_UpdateHostile::manifestBeyondAllMeasure_data()
+{
+    QTest::addColumn<int>("bytes");
+    QTest::addColumn<bool>("ends");
+    QTest::addColumn<bool>("taken");
+    constexpr int limit = 64 << 20;
+    QTest::newRow("up to the limit") << limit << true << true;
+    QTest::newRow("beyond it") << limit + 1 << true << false;
+    QTest::newRow("without an end") << 2 * limit + 65'536 << false << false;
+}
+
+void tst_UpdateHostile::manifestBeyondAllMeasure()
+{
+    QFETCH(const int, bytes);
+    QFETCH(const bool, ends);
+    QFETCH(const bool, taken);
+
+    UpdateBench bench;
+    HttpAnswer answer;
+    answer.body = R"({"version":"0.1.0"})";
+    answer.body.append(bytes - answer.body.size(), ' ');
+    answer.end = ends ? HttpAnswer::End::Orderly : HttpAnswer::End::Held; // at its half
+    bench.server.put(u"/latest.json"_s, answer);
+    QVERIFY(bench.check());
+    if (taken) {
+        QCOMPARE(bench.events.constLast(), u"upToDate"_s);
+        return;
+    }
+    QCOMPARE(bench.updater.status(), u"manifesto inválido: mais de 64 MiB"_s);
+    QCOMPARE(bench.events.mid(2),
+             QStringList({u"changed"_s, u"log [update] manifesto inválido: mais de 64 MiB"_s,
+                          u"checkFailed mais de 64 MiB"_s}));
+    QCOMPARE(bench.updater.latestVersion(), QString());
+
+    // The next check is one like any other.
+    bench.publish(u"0.2.0"_s, "a package");
+    QVERIFY(bench.check());
+    QCOMPARE(bench.events.constLast(), readyEvent());
 }
 
 void tst_UpdateHostile::deepManifest()

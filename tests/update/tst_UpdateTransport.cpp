@@ -2,6 +2,8 @@
 #include "tests/support/TestSupport.h"
 #include "tests/update/UpdateTestSupport.h"
 
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -55,6 +57,16 @@ HttpAnswer answerOf(int status, const QByteArray &body = {}, End end = End::Orde
     answer.end = end;
     answer.announced = announced;
     return answer;
+}
+
+/// In milliseconds, 0 for none: that of everything that is fetched, and that of the one request under way. A
+/// slow road is no reason to give up.
+QList<int> timeOutsOf(const UpdateChecker &updater)
+{
+    QList<int> found{updater.findChild<QNetworkAccessManager *>()->transferTimeout()};
+    for (const QNetworkReply *reply : updater.findChildren<QNetworkReply *>())
+        found << reply->request().transferTimeout();
+    return found;
 }
 
 HttpAnswer redirect(int status, const QString &to)
@@ -194,6 +206,7 @@ void tst_UpdateTransport::slowManifest()
     passTimersOf(50);
     QCOMPARE(bench.updater.status(), u"checando atualizações..."_s);
     QCOMPARE(bench.events.size(), 2);
+    QCOMPARE(timeOutsOf(bench.updater), QList<int>({0, 0}));
 
     bench.server.release();
     QVERIFY(bench.settle());
@@ -347,6 +360,7 @@ void tst_UpdateTransport::slowPackage()
     passTimersOf(50);
     QCOMPARE(bench.updater.status(), u"baixando 0.2.0..."_s);
     QCOMPARE(bench.files(), QStringList()); // nothing is on disk before all of it is there
+    QCOMPARE(timeOutsOf(bench.updater), QList<int>({0, 0}));
 
     // The button, pressed too early, does no harm.
     const Application early = apply(bench.updater);

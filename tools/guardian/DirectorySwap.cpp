@@ -145,6 +145,19 @@ QString DirectorySwap::rollBack()
 
 QString DirectorySwap::moveIn(const QString &incoming, const QString &outgoing) const
 {
+    if (QString error = exchangeOrRename(incoming, outgoing); !error.isEmpty())
+        return error;
+    const QString reason = whyNotLeave ? whyNotLeave(outgoing) : QString();
+    if (!reason.isEmpty()) {
+        const QString error = exchangeOrRename(outgoing, incoming);
+        return u"%1 can't be replaced: %2"_s.arg(m_at.directory, error.isEmpty() ? reason : error);
+    }
+    syncMoves();
+    return {};
+}
+
+QString DirectorySwap::exchangeOrRename(const QString &incoming, const QString &outgoing) const
+{
     step("exchange");
     const ExchangeResult result = mayExchange ? exchangeFolders(incoming, m_at.directory)
                                               : ExchangeResult{ExchangeResult::NotSupported, {}};
@@ -153,10 +166,8 @@ QString DirectorySwap::moveIn(const QString &incoming, const QString &outgoing) 
     if (result.kind == ExchangeResult::Exchanged) {
         step("name what went out");
         QString error = moveFolder(incoming, outgoing);
-        if (error.isEmpty()) {
-            syncMoves();
+        if (error.isEmpty())
             return {};
-        }
         (void)exchangeFolders(incoming, m_at.directory);
         return u"%1 can't be moved: %2"_s.arg(incoming, error);
     }
@@ -166,10 +177,8 @@ QString DirectorySwap::moveIn(const QString &incoming, const QString &outgoing) 
         return u"%1 can't be moved: %2"_s.arg(m_at.directory, error);
     step("move in");
     error = moveFolder(incoming, m_at.directory);
-    if (error.isEmpty()) {
-        syncMoves();
+    if (error.isEmpty())
         return {};
-    }
     // A whole installation at its place, be it the old one.
     (void)moveFolder(outgoing, m_at.directory);
     return u"%1 can't be moved: %2"_s.arg(incoming, error);
@@ -225,10 +234,11 @@ DirectorySwap::Found DirectorySwap::recoverInstalling(const Journal &journal)
 DirectorySwap::Found DirectorySwap::recoverRollBack(const Journal &journal)
 {
     if (exists(m_at.directory) && readStamp(m_at.directory).id == journal.stamp.id) {
-        if (whyNotReplace && !whyNotReplace().isEmpty())
+        const auto mustWait = [this] { return whyNotReplace && !whyNotReplace().isEmpty(); };
+        if (mustWait())
             return Found::RollBackDue;
         if (!remove(m_at.failed()).isEmpty() || !moveIn(m_at.previous(), m_at.failed()).isEmpty())
-            return Found::Broken;
+            return mustWait() ? Found::RollBackDue : Found::Broken;
     } else if (!completeMoveIn(m_at.previous(), m_at.failed(), exists(m_at.directory))) {
         return Found::Broken;
     }

@@ -70,6 +70,10 @@ public:
     std::function<QString()> whyNotReplace;
     /// Asked before a folder is removed, why it mustn't be; empty: it may.
     std::function<QString(const QString &folder)> whyNotRemove;
+    /// Asked when an installation has left its place for `folder`, why it mustn't; empty: it may. Between
+    /// the last look at who runs the program and the move somebody may have started it, and no lock keeps
+    /// anybody from that: then the installation goes back to its place, under its run.
+    std::function<QString(const QString &folder)> whyNotLeave;
 
     std::function<void(const char *step)> beforeStep; ///< told before each change on the disk
     bool mayExchange = true;                          ///< false: as on a file system that can't
@@ -86,8 +90,10 @@ private:
     [[nodiscard]] QString writeJournal(const Journal &journal) const;
     void removeJournal() const;
 
-    /// `incoming` to the installation's place, what is there to `outgoing`. Answers why not.
+    /// `incoming` to the installation's place, what is there to `outgoing`. Answers why not: then everything
+    /// is where it was.
     [[nodiscard]] QString moveIn(const QString &incoming, const QString &outgoing) const;
+    [[nodiscard]] QString exchangeOrRename(const QString &incoming, const QString &outgoing) const;
     void syncMoves() const;
     /// The end of a moveIn() that was cut off: true if the incoming folder is in place now.
     [[nodiscard]] bool completeMoveIn(const QString &incoming, const QString &outgoing, bool isIn) const;

@@ -21,8 +21,9 @@ void line(const QString &text);
 /// The guardian doesn't begin its work, for this reason.
 void refusal(ExitCode code, const QString &why);
 
-/// Another guardian is at work on `installation`, so that the program is open, or about to be.
-void alreadyGuarded(const Installation &installation);
+/// Another guardian is at work on `folder`, which is `installation` or the runtime directory, so that the
+/// program is open, or about to be.
+void alreadyGuarded(const Installation &installation, const QString &folder);
 
 /// The guardian's work is over; `lastLine` is the last one of `log`.
 void end(ExitCode code, const QString &lastLine, const QString &log);

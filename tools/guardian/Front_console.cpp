@@ -35,9 +35,9 @@ void refusal(ExitCode /*code*/, const QString &why)
     print(stderr, "corvane-guardian: "_L1 + printable(why) + u'\n');
 }
 
-void alreadyGuarded(const Installation &installation)
+void alreadyGuarded(const Installation & /*installation*/, const QString &folder)
 {
-    refusal(WrongPlace, u"another guardian is at work on %1"_s.arg(installation.directory));
+    refusal(WrongPlace, u"another guardian is at work on %1"_s.arg(folder));
 }
 
 // The lines have said it.

@@ -95,7 +95,7 @@ void refusal(ExitCode code, const QString &why)
 }
 
 // A second start is how people look for a window that they don't see.
-void alreadyGuarded(const Installation &installation)
+void alreadyGuarded(const Installation &installation, const QString & /*folder*/)
 {
     if (!raiseWindow(installation.programPath()))
         show(u"O CORVANE já está aberto, ou está sendo atualizado neste momento."_s, MB_ICONINFORMATION);

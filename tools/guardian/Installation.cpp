@@ -27,6 +27,11 @@ QString resolved(const QString &path)
 
 } // namespace
 
+QString guardianFolder(const QString &runtimeDirectory)
+{
+    return runtimeDirectory + "/guardian"_L1;
+}
+
 bool isWithin(const QString &path, const QString &folder)
 {
     const QString inner = resolved(path) + u'/';

@@ -30,6 +30,10 @@ struct Installation
     [[nodiscard]] QString lock() const { return own() + QStringLiteral("/lock"); }
 };
 
+/// Folder of a guardian's in `runtimeDirectory`: of a guardian without updates everything that it keeps, and
+/// of every guardian the lock on the runs that have their marks there.
+[[nodiscard]] QString guardianFolder(const QString &runtimeDirectory);
+
 /// Reason why a guardian in the folder `guardianDirectory` can't guard `installation`, or empty. An update
 /// moves the installation away with all that is in it: neither the guardian nor the runtime directory may lie
 /// there.

@@ -110,7 +110,7 @@ Options readOptions(const QStringList &arguments, const QString &runtimeDirector
 
     // Nothing may be written beside the installation then.
     if (!settings.updates)
-        settings.installation.ownFolder = settings.runtimeDirectory + "/guardian"_L1;
+        settings.installation.ownFolder = guardianFolder(settings.runtimeDirectory);
     if (!isInstalled(settings.installation)) {
         return given.isEmpty()
                    ? refused(u"--install-dir is missing, and there is no %1 in %2; see --help"_s.arg(

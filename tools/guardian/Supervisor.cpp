@@ -36,6 +36,7 @@ Supervisor::Supervisor(GuardianSettings settings, ManifestSource manifest, QObje
     , m_heartbeat(m_marks)
     , m_ledger(
           {m_settings.installation, m_marks, m_settings.updates, m_settings.holdTime, m_settings.attempts})
+    , m_trial(m_settings.trial, m_settings.installation, m_swap, m_ledger)
     , m_restarts(m_settings.restarts)
     , m_log(m_settings.installation.log())
 {
@@ -45,8 +46,16 @@ Supervisor::Supervisor(GuardianSettings settings, ManifestSource manifest, QObje
         return processes.isEmpty() ? QString()
                                    : u"a program in it is running (process %1)"_s.arg(processes.first());
     };
+    m_swap.beforeStep = m_settings.beforeSwapStep;
+    m_swap.whyNotLeave = [program = m_settings.installation.program](const QString &folder) {
+        const QList<ProgramProcess> runs = processesOf(folder + u'/' + program);
+        return runs.isEmpty()
+                   ? QString()
+                   : u"somebody has just started the program in it (process %1)"_s.arg(runs.first().id);
+    };
     m_swap.whyNotReplace = [this] { return whyNot(Act::Replace, m_program.runs()); };
     connect(&m_ledger, &UpdateLedger::logged, this, &Supervisor::log);
+    connect(&m_trial, &VersionTrial::logged, this, &Supervisor::log);
     connect(&m_program, &GuardedProgram::ended, this, &Supervisor::onEnded);
     connect(&m_lookTimer, &QTimer::timeout, this, &Supervisor::look);
     m_pauseTimer.setSingleShot(true);
@@ -111,9 +120,7 @@ bool Supervisor::takeUp()
     if (found == DirectorySwap::Found::RolledBack)
         log(u"a roll-back that was cut off has been completed"_s);
     m_ledger.takeUp();
-    const Stamp installed = readStamp(m_settings.installation.directory);
-    m_isUnproven = last.result == "applied"_L1 && !last.proven && installed.sha256 == last.sha256 &&
-                   m_swap.canRollBack();
+    m_trial.takeUp(last);
     const bool isDue = found == DirectorySwap::Found::RollBackDue;
     if (found != DirectorySwap::Found::Trial && !isDue)
         return true;
@@ -223,13 +230,20 @@ void Supervisor::onEnded(bool orderly, const QString &how)
     if (m_state == Finished)
         return;
     log(orderly ? u"the program ended in order"_s : u"the program ended: %1"_s.arg(how));
-    if (m_trial) {
-        if (!onTrialEnded(orderly, how))
-            return;
-    } else if (m_heartbeat.beats() > 0) {
-        m_formerBeat = true;
-    } else if (m_heartbeat.sinceBegin() > m_settings.trial.patience) {
-        m_formerBeat = false;
+    switch (m_trial.onEnd(orderly, how, watched())) {
+    case VersionTrial::Follows::AsEver:
+        break;
+    case VersionTrial::Follows::Rest:
+        m_ledger.removeRequest();
+        finish(EndedCleanly);
+        return;
+    case VersionTrial::Follows::WayBackClosed:
+        m_closedByOperator = true;
+        goBack();
+        return;
+    case VersionTrial::Follows::WayBack:
+        goBack();
+        return;
     }
     const bool requested = m_ledger.isRequested();
     m_heartbeat.begin(); // a beat from now on is somebody else's
@@ -244,12 +258,8 @@ void Supervisor::onEnded(bool orderly, const QString &how)
 void Supervisor::onBadEnd(const QString &how)
 {
     const std::optional<qint64> delay = m_restarts.onCrash(m_clock.elapsed());
-    if (m_isUnproven && m_swap.canRollBack() && (m_settings.trial.goesBack(++m_badEndsUnproven) || !delay)) {
-        const Stamp stamp = readStamp(m_settings.installation.directory);
-        const QString reason = u"it ended badly %1 times soon after it came up (%2)"_s.arg(
-            QString::number(m_badEndsUnproven), how);
-        log(u"version %1 goes back: %2"_s.arg(stamp.version, reason));
-        goBack(stamp, reason);
+    if (m_trial.onBadEnd(how, delay.has_value())) {
+        goBack();
         return;
     }
     if (!delay) {
@@ -272,9 +282,7 @@ void Supervisor::look()
         tryWish();
     } else if (m_state == Watching) {
         lookAtHeartbeat();
-        lookAtFormer();
-        if (m_trial)
-            lookAtTrial();
+        lookAtTrial();
     }
 }
 
@@ -282,10 +290,6 @@ void Supervisor::look()
 void Supervisor::lookAtHeartbeat()
 {
     m_ledger.reportRequests();
-    if (m_isUnproven && !m_trial && m_heartbeat.sinceBegin() >= m_settings.trial.proof) {
-        m_isUnproven = false;
-        m_ledger.showsProof();
-    }
     if (m_heartbeat.beats() == 0)
         return;
     const bool stale = m_heartbeat.sinceBeat() > m_settings.staleHeartbeat;
@@ -345,121 +349,41 @@ void Supervisor::putOffForOthers(const QString &reason)
 
 // --- On trial
 
+WatchedRun Supervisor::watched() const
+{
+    return {m_heartbeat.beats(), m_heartbeat.sinceBegin(), m_heartbeat.sinceBeat()};
+}
+
 void Supervisor::beginTrial()
 {
-    m_trial = Trial{m_settings.trial, {}, false, {}};
-    m_trial->policy.formerNeverBeat = m_formerBeat == false;
-    m_isUnproven = false;
+    m_trial.begin();
     if (m_program.attach())
         watch(u"the program is running; it is watched"_s);
     else
         wish(Wish::Start);
 }
 
-/// Beats count while the started run is the only one that could write them.
 void Supervisor::lookAtTrial()
 {
-    if (!m_trial->failure.isEmpty())
-        return;
-    if (runs().own.size() > 1) {
+    const bool isOpen = m_trial.isOpen();
+    if (isOpen && runs().own.size() > 1) {
         m_heartbeat.begin(); // nobody knows whose beats these are
         return;
     }
-    const QStringList tools = m_program.tools();
-    if (!tools.isEmpty()) {
-        m_trial->lastOnAir.emplace();
-        m_trial->lastOnAir->start();
+    const QString failure =
+        m_trial.look(watched(), isOpen ? m_program.tools() : QStringList(), elapsed(m_clock));
+    if (failure.isEmpty())
+        return;
+    if (const QString reason = whyNot(Act::Kill, runs()); !reason.isEmpty()) {
+        m_trial.notEnded(reason);
+        return;
     }
-    TrialSight seen;
-    seen.beats = m_heartbeat.beats();
-    seen.sinceBeat = m_heartbeat.sinceBeat();
-    seen.onAir = !tools.isEmpty();
-    if (m_trial->lastOnAir)
-        seen.sinceOnAir = elapsed(*m_trial->lastOnAir);
-
-    const QString version = m_swap.onTrial().version;
-    const QString silence = m_heartbeat.beats() == 0
-                                ? u"no heartbeat for %1 s"_s.arg(seen.sinceBeat / 1s)
-                                : u"one heartbeat, and none for %1 s"_s.arg(seen.sinceBeat / 1s);
-    switch (m_trial->policy.atLook(seen)) {
-    case TrialVerdict::Wait:
-        break;
-    case TrialVerdict::Passed:
-        passTrial(u"version %1 is up"_s.arg(version));
-        break;
-    case TrialVerdict::NoBeatHere:
-        passTrial(
-            u"version %1 runs and shows no heartbeat, as the former one didn't: the place is at fault, not "
-            "the version"_s.arg(version));
-        break;
-    case TrialVerdict::LeftAlone:
-        if (!std::exchange(m_trial->reportedOnAir, true))
-            log(u"version %1: %2; it runs %3 and is left alone until it is off air"_s.arg(
-                version, silence, tools.join(", "_L1)));
-        break;
-    case TrialVerdict::Failed:
-        if (const QString reason = whyNot(Act::Kill, runs()); !reason.isEmpty()) {
-            log(u"version %1 isn't ended: %2"_s.arg(version, reason));
-            break;
-        }
-        m_trial->failure = silence;
-        m_program.kill();
-        break;
-    }
+    m_trial.beingEnded(failure);
+    m_program.kill();
 }
 
-void Supervisor::passTrial(const QString &line)
+void Supervisor::goBack()
 {
-    const Stamp stamp = m_swap.onTrial();
-    m_ledger.applied(stamp);
-    m_swap.confirm();
-    m_trial.reset();
-    m_isUnproven = true;
-    m_badEndsUnproven = 0;
-    log(line);
-}
-
-/// False if nothing of the end is left to be dealt with.
-bool Supervisor::onTrialEnded(bool orderly, const QString &how)
-{
-    const Trial trial = *m_trial;
-    const Stamp stamp = m_swap.onTrial();
-    if (!trial.failure.isEmpty()) {
-        m_trial.reset();
-        if (m_heartbeat.beats() == 0 && !m_formerBeat)
-            m_doubted = stamp;
-        log(u"version %1 didn't come up: %2"_s.arg(stamp.version, trial.failure));
-        goBack(stamp, trial.failure);
-        return false;
-    }
-    const int beats = m_heartbeat.beats();
-    switch (trial.policy.atEnd(orderly, beats, m_swap.closedEarly())) {
-    case TrialEnd::Passed:
-        passTrial(u"version %1 is up"_s.arg(stamp.version));
-        return true;
-    case TrialEnd::Undecided:
-        log(u"version %1 was closed before its first heartbeat; it stays on trial"_s.arg(stamp.version));
-        if (!trial.lastOnAir && !m_swap.countEarlyClose())
-            log(u"%1 can't be written"_s.arg(m_settings.installation.journal()));
-        m_ledger.removeRequest();
-        finish(EndedCleanly);
-        return false;
-    case TrialEnd::Failed:
-        break;
-    }
-    m_trial.reset();
-    m_closedByOperator = orderly;
-    const QString reason =
-        orderly ? u"it ended %1 times without a heartbeat"_s.arg(m_swap.closedEarly() + 1) : how;
-    log(u"version %1 didn't come up: %2"_s.arg(stamp.version, reason));
-    goBack(stamp, reason);
-    return false;
-}
-
-void Supervisor::goBack(const Stamp &stamp, const QString &reason)
-{
-    m_isUnproven = false;
-    m_ledger.rolledBack(stamp, reason);
     m_heartbeat.begin();
     wish(Wish::RollBack);
 }
@@ -467,6 +391,10 @@ void Supervisor::goBack(const Stamp &stamp, const QString &reason)
 void Supervisor::rollBack()
 {
     if (const QString error = m_swap.rollBack(); !error.isEmpty()) {
+        if (!whyNot(Act::Replace, runs()).isEmpty()) {
+            wish(Wish::RollBack); // somebody has just started the program
+            return;
+        }
         log(u"the former installation can't be put back: %1"_s.arg(error));
         finish(GaveUp);
         return;
@@ -478,23 +406,6 @@ void Supervisor::rollBack()
         finish(EndedCleanly);
     else
         wish(Wish::Start);
-}
-
-/// A version that was rolled back for its silence isn't to blame where the one before it is silent too.
-void Supervisor::lookAtFormer()
-{
-    if (!m_doubted || m_trial)
-        return;
-    if (m_heartbeat.beats() > 0) {
-        m_doubted.reset();
-    } else if (m_heartbeat.sinceBegin() > m_settings.trial.patience) {
-        log(u"the former version shows no heartbeat either: the place is at fault, and version %1 isn't held "
-            u"back "
-            "any longer"_s.arg(m_doubted->version));
-        m_ledger.putBack(*m_doubted);
-        m_doubted.reset();
-        m_formerBeat = false;
-    }
 }
 
 } // namespace corvane::guardian

@@ -13,6 +13,7 @@
 #include "tools/guardian/TrialPolicy.h"
 #include "tools/guardian/UpdateJob.h"
 #include "tools/guardian/UpdateLedger.h"
+#include "tools/guardian/VersionTrial.h"
 #include "update/RuntimeFiles.h"
 
 #include <QElapsedTimer>
@@ -22,8 +23,8 @@
 #include <QTimer>
 
 #include <chrono>
+#include <functional>
 #include <memory>
-#include <optional>
 
 namespace corvane::guardian {
 
@@ -51,6 +52,7 @@ struct GuardianSettings
     /// so that the next check but the first may take it up again.
     std::chrono::milliseconds holdTime = std::chrono::hours(5);
     int attempts = 3; ///< at an update that may do better the next time, before it is held back
+    std::function<void(const char *step)> beforeSwapStep; ///< DirectorySwap::beforeStep, for tests
 };
 
 enum ExitCode : int {
@@ -114,22 +116,11 @@ private:
     void onUpdated(const UpdateOutcome &outcome);
     void putOffForOthers(const QString &reason);
 
+    [[nodiscard]] WatchedRun watched() const;
     void beginTrial();
     void lookAtTrial();
-    void passTrial(const QString &line);
-    [[nodiscard]] bool onTrialEnded(bool orderly, const QString &how);
-    void goBack(const Stamp &stamp, const QString &reason);
+    void goBack();
     void rollBack();
-    void lookAtFormer();
-
-    /// Trial of the run that is being watched.
-    struct Trial
-    {
-        TrialPolicy policy;
-        std::optional<QElapsedTimer> lastOnAir;
-        bool reportedOnAir = false;
-        QString failure; ///< set when the run is being ended for it
-    };
 
     GuardianSettings m_settings;
     ManifestSource m_manifest;
@@ -138,9 +129,10 @@ private:
     GuardedProgram m_program;
     HeartbeatWatch m_heartbeat;
     UpdateLedger m_ledger;
+    VersionTrial m_trial;
     RestartBudget m_restarts;
     RotatingLog m_log;
-    QElapsedTimer m_clock; ///< of the restarts: nobody can set it
+    QElapsedTimer m_clock; ///< of restarts and trials: nobody can set it
     QTimer m_lookTimer;
     QTimer m_pauseTimer;
     QTimer m_releaseTimer;
@@ -150,15 +142,10 @@ private:
     QElapsedTimer m_sinceWish;
     QString m_waitsFor; ///< as reported
     std::unique_ptr<UpdateJob> m_job;
-    std::optional<Trial> m_trial;
 
-    int m_badEndsUnproven = 0;       ///< of the version that an update has brought lately
-    bool m_isUnproven = false;       ///< the installed version came by an update and hasn't run for long
     bool m_closedByOperator = false; ///< what is put back isn't started
     bool m_isFirstStart = true;
     bool m_reportedStale = false;
-    std::optional<bool> m_formerBeat; ///< whether the last run that can tell showed a heartbeat
-    std::optional<Stamp> m_doubted;   ///< was rolled back for its silence, which may be the place's
 };
 
 } // namespace corvane::guardian

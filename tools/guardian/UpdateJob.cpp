@@ -194,6 +194,11 @@ std::optional<UpdateJob::Stop> UpdateJob::swapIn()
         if (std::optional<Stop> stop = askPermission())
             return stop;
         error = m_swap.install(stamp);
+        if (!error.isEmpty()) {
+            // Somebody may have started the program even after that.
+            if (std::optional<Stop> stop = askPermission())
+                return stop;
+        }
     }
     if (!error.isEmpty())
         return Stop{UpdateOutcome::Refused, u"the installation can't be replaced: %1"_s.arg(error)};

@@ -21,6 +21,12 @@ ExitCode refuse(const QString &why)
     return WrongPlace;
 }
 
+bool hold(QLockFile &lock)
+{
+    lock.setStaleLockTime(0); // held for as long as its holder lives
+    return lock.tryLock();
+}
+
 int guard(const QCoreApplication &app, const GuardianSettings &settings)
 {
     if (isElevated()) {
@@ -40,10 +46,22 @@ int guard(const QCoreApplication &app, const GuardianSettings &settings)
             settings.updates ? u". Without updates it isn't needed: --without-updates"_s : QString()));
     }
     QLockFile lock(at.lock());
-    lock.setStaleLockTime(0); // held for as long as its holder lives
-    if (!lock.tryLock()) {
-        front::alreadyGuarded(at);
+    if (!hold(lock)) {
+        front::alreadyGuarded(at, at.directory);
         return WrongPlace;
+    }
+    // Another guardian, on this installation without updates or on another one, would take this one's runs
+    // for its own.
+    const QString runsFolder = guardianFolder(settings.runtimeDirectory);
+    QLockFile runsLock(runsFolder + "/lock"_L1);
+    if (runsFolder != at.own()) {
+        if (const QString problem = makeOwnFolder(runsFolder); !problem.isEmpty())
+            return refuse(
+                u"%1, the guardian's folder beside the marks, can't be used: %2"_s.arg(runsFolder, problem));
+        if (!hold(runsLock)) {
+            front::alreadyGuarded(at, settings.runtimeDirectory);
+            return WrongPlace;
+        }
     }
 
     QObject requests;
@@ -56,6 +74,7 @@ int guard(const QCoreApplication &app, const GuardianSettings &settings)
     QObject::connect(&guardian, &Supervisor::finished, &app, &QCoreApplication::exit, Qt::QueuedConnection);
     guardian.run();
     const int code = QCoreApplication::exec();
+    runsLock.unlock();
     lock.unlock(); // whoever reads the following words may start another one
     front::end(static_cast<ExitCode>(code), lastLine, at.log());
     return code;
