@@ -13,7 +13,7 @@ import sys
 import fleet
 import layout
 import update
-from scenarios import ILLUSTRATED, SCENARIOS, THROUGH_THE_SHIM
+from scenarios import ILLUSTRATED, SCENARIOS, WITH_COMPANION
 from stage import DemoError, Stage
 
 PROGRAMS = ("Xvfb", "dbus-daemon", "dbus-send", "ffmpeg", "ffprobe", "import", "/usr/sbin/nginx", "openssl", "setpriv",
@@ -30,22 +30,22 @@ def arguments(scenarios):
     parser.add_argument("folder", type=pathlib.Path, help="where the results go")
     parser.add_argument("scenario", nargs="?", choices=scenarios, default="pair",
                         help="; ".join(f"{name}: {scenario.__doc__}" for name, scenario in scenarios.items()))
-    parser.add_argument("--tee-shim", type=pathlib.Path,
-                        help="the built tee-shim (default: where it is beside the program after a build)")
+    parser.add_argument("--air", type=pathlib.Path,
+                        help="the built companion (default: where it is beside the program after a build)")
     parser.add_argument("--show", action="store_true", help="on the present X display, not on one of its own")
     parser.add_argument("--renew", action="store_true", help="don't hold the window against the committed pictures")
     return parser.parse_args()
 
 
 def program(options, stage):
-    """The program to start: for what needs the tee shim a copy that has the shim beside it."""
+    """The program to start: for what needs the companion a copy that has the companion beside it."""
     built = options.program.resolve()
-    if options.scenario not in THROUGH_THE_SHIM:
+    if options.scenario not in WITH_COMPANION:
         return built
-    shim = options.tee_shim or built.parent / "tools/tee-shim/ffmpeg"
+    companion = options.air or built.parent / "tools/air/ffmpeg"
     folder = stage.path("program")
     folder.mkdir()
-    for file in (built, shim):
+    for file in (built, companion):
         if not file.exists():
             raise DemoError(f"{file} isn't built")
         shutil.copy2(file, folder)

@@ -48,13 +48,23 @@ def probe(file):
     return json.loads(subprocess.run(command, capture_output=True, text=True, check=False).stdout or "{}")
 
 
-def largest_gap(recording):
-    """The longest time between two pictures, in seconds of the stream; infinite if there are no two."""
+def _picture_times(recording):
     command = ["ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pts_time", "-of", "csv=p=0",
                recording]
     said = subprocess.run(command, capture_output=True, text=True, check=True).stdout
-    times = sorted(float(line.strip(",")) for line in said.split() if line.strip(","))
+    return sorted(float(line.strip(",")) for line in said.split() if line.strip(","))
+
+
+def largest_gap(recording):
+    """The longest time between two pictures, in seconds of the stream; infinite if there are no two."""
+    times = _picture_times(recording)
     return max((later - earlier for earlier, later in zip(times, times[1:])), default=float("inf"))
+
+
+def length(recording):
+    """Seconds from the first picture to the last, also of a file that doesn't tell; 0 without any."""
+    times = _picture_times(recording)
+    return times[-1] - times[0] if times else 0.0
 
 
 class Receiver:
@@ -96,10 +106,19 @@ class Receiver:
         """Size of the recording so far."""
         return float(probe(self.recording).get("format", {}).get("duration", 0))
 
-    def finish(self):
-        """The recording, complete: the receiver is stopped for it."""
+    def stop(self):
+        """The receiver goes; its port stays with it, and its recording is whole."""
         self._process.terminate()
         self._process.wait(10)
+
+    def start_again(self, stage):
+        """The same receiver at the same port; it records anew."""
+        self._process = self._start(stage)
+        wait_for(f"the receiver of {self.name}", lambda: _taken(self.protocol, self._port))
+
+    def finish(self):
+        """The recording, complete: the receiver is stopped for it."""
+        self.stop()
         if not self.recording.exists() or self.recording.stat().st_size == 0:
             raise DemoError(f"the receiver of {self.name} recorded nothing")
         return self.recording

@@ -3,13 +3,15 @@ import json
 import re
 import time
 
-from receivers import RtmpServer, SrtListener, probe
+from receivers import RtmpServer, SrtListener, largest_gap, length, probe
 from stage import DemoError, wait_for
 
 NAME = "Palco principal"
 SECOND_NAME = "Reserva"
 ON_AIR_SECONDS = 10
 LEAST_SECONDS = 8
+AWAY_SECONDS = 20
+LARGEST_GAP = 0.5
 
 
 def say(line):
@@ -56,7 +58,7 @@ def one(stage, window, folder):
 
 
 def tee(stage, window, folder):
-    """one stream with both outputs, encoded once, through the tee shim"""
+    """one stream with both outputs, encoded once, through the companion"""
     rtmp, srt = RtmpServer(stage), SrtListener(stage)
     window.press("push button", "Nova stream")
     _rename(window, "Stream 1", NAME)
@@ -81,6 +83,50 @@ def tee(stage, window, folder):
     window.press("push button", "Parar stream")
     window.control("list item", NAME + ", stopped .*")
     _judge(window, (rtmp, srt), folder)
+
+
+def air(stage, window, folder):
+    """one stream whose server goes away for 20 s, with the companion: it comes back, and the recording has no hole"""
+    rtmp = RtmpServer(stage)
+    films = stage.path("films")
+    films.mkdir()
+    (stage.path("program") / "recordings").write_text(f"{films}\n", encoding="utf-8")
+    put_on_air(window, rtmp)
+    host = rtmp.url.split("/")[2]
+
+    rtmp.stop()
+    _wait_for_line(window, f"[air] destino {host} perdido")
+    say(f"lost      {host}, the server is away")
+    window.picture(folder / "away.png")
+    time.sleep(AWAY_SECONDS)
+    if not window.find("list item", NAME + ", running .*"):
+        raise DemoError("the stream didn't stay up while its server was away")
+    rtmp.start_again(stage)
+    back = time.monotonic()
+    _wait_for_line(window, f"[air] destino {host} de volta")
+    say(f"back      {host}, {time.monotonic() - back:.1f} s after the server")
+    wait_received(window, (NAME,), (rtmp,), ON_AIR_SECONDS)
+    window.picture(folder / "back.png")
+
+    window.press("push button", "Parar stream")
+    window.control("list item", NAME + ", stopped .*")
+    _judge(window, (rtmp,), folder)
+    if window.text_of("text", "Log").count("ffmpeg rodando") != 1:
+        raise DemoError("the encoder was started more than once")
+    _judge_film(films / "corvane-0001.mkv")
+
+
+def _wait_for_line(window, part):
+    wait_for(f"“{part}” in the log", lambda: part in window.text_of("text", "Log"), 30)
+
+
+def _judge_film(film):
+    """The recording beside the network: all the time, also that without a server."""
+    gap = largest_gap(film)
+    seconds = length(film)
+    say(f"recording {film.name}, {seconds:.1f} s, largest gap between two pictures {gap:.2f} s")
+    if gap > LARGEST_GAP or seconds < AWAY_SECONDS + ON_AIR_SECONDS:
+        raise DemoError("the recording isn't whole")
 
 
 def put_on_air(window, receiver):
@@ -366,6 +412,6 @@ def _judge_recording(name, received):
         raise DemoError(f"less than {LEAST_SECONDS} seconds arrived over {name}")
 
 
-SCENARIOS = {"pair": pair, "one": one, "tee": tee, "manual": manual}
-THROUGH_THE_SHIM = {"tee"}
+SCENARIOS = {"pair": pair, "one": one, "tee": tee, "air": air, "manual": manual}
+WITH_COMPANION = {"tee", "air"}
 ILLUSTRATED = {"pair"} # its pictures are those of the manual

@@ -8,7 +8,7 @@ import re
 import sys
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
-SOURCES = ("app", "builder", "engine", "metrics", "ndi", "pipeline", "update")
+SOURCES = ("app", "builder", "engine", "metrics", "ndi", "pipeline", "tools/air", "update")
 
 FFMPEG = {
     "Audio codec … not compatible with flv", "Cannot load libcuda.so.1", "Cannot load nvcuda.dll",
@@ -47,6 +47,11 @@ COMPOSED = {
     "ffmpeg -hide_banner …": ("ffmpeg ", "-hide_banner"),
     "ffmpeg=C:/ffmpeg/bin/ffmpeg.exe": ("ffmpeg=%1 ",),
     "ffmpeg=NÃO ENCONTRADO": ("ffmpeg=%1 ", "NÃO ENCONTRADO"),
+    "[air] a fonte terminou sem pedido de parada": ("[air] ", "a fonte terminou sem pedido de parada"),
+    "[air] destino … de volta após …": ("[air] ", "destino ", " de volta após "),
+    "[air] destino … perdido — a codificação continua, reconectando a cada segundo":
+        ("[air] ", "destino ", " perdido — a codificação continua, reconectando a cada segundo"),
+    "[air] ffmpeg sem progresso há …": ("[air] ", "ffmpeg sem progresso há "),
     "⬇nível 1": ("⬇nível ",),
 }
 

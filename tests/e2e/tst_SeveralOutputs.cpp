@@ -16,20 +16,20 @@ using namespace corvane::test;
 
 namespace {
 
-/// The tee shim beside this program, where the search for tools looks first. The program has a folder of its
+/// The companion beside this program, where the search for tools looks first. The program has a folder of its
 /// own, so that no other test finds it there.
-class ShimBeside
+class CompanionBeside
 {
 public:
-    ShimBeside() { QFile::copy(QStringLiteral(CORVANE_TEE_SHIM), path()); }
-    ~ShimBeside() { QFile::remove(path()); }
+    CompanionBeside() { QFile::copy(QStringLiteral(CORVANE_AIR), path()); }
+    ~CompanionBeside() { QFile::remove(path()); }
 
     static QString path() { return QCoreApplication::applicationDirPath() + "/ffmpeg"_L1; }
 };
 
 } // namespace
 
-/// One pipeline with several outputs: refused by ffmpeg as it stands, on air through the shim.
+/// One pipeline with several outputs: refused by ffmpeg as it stands, on air through the companion.
 class tst_SeveralOutputs : public QObject
 {
     Q_OBJECT
@@ -38,15 +38,15 @@ private Q_SLOTS:
     void initTestCase();
     void refusedByTheEncoder();
     void opensTheCircuit();
-    void throughTheShim_data();
-    void throughTheShim();
+    void throughTheCompanion_data();
+    void throughTheCompanion();
 };
 
 void tst_SeveralOutputs::initTestCase()
 {
     if (!OnAir::toolsInstalled())
         QSKIP("ffmpeg, ffprobe or srt-live-transmit isn't installed");
-    QFile::remove(ShimBeside::path()); // of a run that was ended halfway
+    QFile::remove(CompanionBeside::path()); // of a run that was ended halfway
 }
 
 void tst_SeveralOutputs::refusedByTheEncoder()
@@ -90,7 +90,7 @@ void tst_SeveralOutputs::opensTheCircuit()
     QCOMPARE(pipeline.state(), Pipeline::State::Failed);
 }
 
-void tst_SeveralOutputs::throughTheShim_data()
+void tst_SeveralOutputs::throughTheCompanion_data()
 {
     QTest::addColumn<QString>("lost");
 
@@ -99,7 +99,7 @@ void tst_SeveralOutputs::throughTheShim_data()
     QTest::newRow("receiver behind the bond killed") << u"bonded"_s;
 }
 
-void tst_SeveralOutputs::throughTheShim()
+void tst_SeveralOutputs::throughTheCompanion()
 {
     QFETCH(const QString, lost);
     if (const QString missing = RtmpServer::missing(); !missing.isEmpty())
@@ -110,9 +110,9 @@ void tst_SeveralOutputs::throughTheShim()
     QVERIFY2(srt.start(), qPrintable(srt.error()));
     SrtListener bonded;
     QVERIFY2(bonded.start(), qPrintable(bonded.error()));
-    const ShimBeside shim;
+    const CompanionBeside companion;
     OnAir air(SrtPath::Bridge);
-    QCOMPARE(air.engine().ffmpegPath(), ShimBeside::path());
+    QCOMPARE(air.engine().ffmpegPath(), CompanionBeside::path());
     air.engine().addRtmpOutput(air.id(), rtmp.url(u"key"_s));
     air.engine().addSrtOutput(air.id(), srt.url(), 120, QString());
     air.engine().addSrtlaOutput(air.id(), u"127.0.0.1"_s, bonded.port());

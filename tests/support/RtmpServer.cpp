@@ -69,28 +69,40 @@ bool RtmpServer::start()
 {
     for (int attempt = 0; attempt < serverStartAttempts; ++attempt) {
         m_port = freeTcpPort();
-        QFile file(m_directory.filePath(u"nginx.conf"_s));
-        if (!file.open(QIODevice::WriteOnly)) {
-            m_error = file.errorString();
-            return false;
-        }
-        file.write(configuration(m_port, m_directory.path()).toUtf8());
-        file.close();
-
-        m_nginx = std::make_unique<QProcess>();
-        m_nginx->setProcessChannelMode(QProcess::MergedChannels);
-        m_nginx->start(nginx(), {u"-p"_s, m_directory.path(), u"-e"_s, m_directory.filePath(u"error.log"_s),
-                                 u"-c"_s, file.fileName()});
-        // Each attempt costs a connection; the exit of nginx is the other way out.
-        for (int waited = 0; waited < serverStartTimeoutMs && !m_nginx->waitForFinished(50); waited += 50) {
-            QTcpSocket probe;
-            probe.connectToHost(QHostAddress::LocalHost, m_port);
-            if (probe.waitForConnected(1000))
-                return true;
-        }
-        m_error = QString::fromUtf8(m_nginx->readAll());
-        stop();
+        if (serve())
+            return true;
     }
+    return false;
+}
+
+bool RtmpServer::startAgain()
+{
+    return serve();
+}
+
+bool RtmpServer::serve()
+{
+    QFile file(m_directory.filePath(u"nginx.conf"_s));
+    if (!file.open(QIODevice::WriteOnly)) {
+        m_error = file.errorString();
+        return false;
+    }
+    file.write(configuration(m_port, m_directory.path()).toUtf8());
+    file.close();
+
+    m_nginx = std::make_unique<QProcess>();
+    m_nginx->setProcessChannelMode(QProcess::MergedChannels);
+    m_nginx->start(nginx(), {u"-p"_s, m_directory.path(), u"-e"_s, m_directory.filePath(u"error.log"_s),
+                             u"-c"_s, file.fileName()});
+    // Each attempt costs a connection; the exit of nginx is the other way out.
+    for (int waited = 0; waited < serverStartTimeoutMs && !m_nginx->waitForFinished(50); waited += 50) {
+        QTcpSocket probe;
+        probe.connectToHost(QHostAddress::LocalHost, m_port);
+        if (probe.waitForConnected(1000))
+            return true;
+    }
+    m_error = QString::fromUtf8(m_nginx->readAll());
+    stop();
     return false;
 }
 

@@ -22,6 +22,9 @@ public:
     /// True if the server accepts connections; if not, error() has the reason.
     bool start();
 
+    /// Serves again at the port that it had, and records anew. Same result as start().
+    bool startAgain();
+
     /// Ends the server and with it the recording, which is whole from then on.
     void stop();
 
@@ -30,6 +33,8 @@ public:
     [[nodiscard]] QString error() const { return m_error; }
 
 private:
+    bool serve();
+
     QTemporaryDir m_directory;
     std::unique_ptr<QProcess> m_nginx;
     quint16 m_port = 0;

@@ -72,25 +72,37 @@ bool SrtListener::start(const Demands &demands)
     }
     for (int attempt = 0; attempt < serverStartAttempts; ++attempt) {
         m_port = freeUdpPort();
-        m_process = std::make_unique<QProcess>();
-        endWithParent(*m_process);
-        m_process->setStandardOutputFile(recording());
-        if (demands.streamId.isEmpty()) {
-            QString source = u"srt://:%1?mode=listener"_s.arg(m_port);
-            if (!demands.passphrase.isEmpty())
-                source += "&passphrase="_L1 + demands.passphrase + "&pbkeylen=16"_L1;
-            m_process->start(machineTool(u"srt-live-transmit"_s), {source, u"file://con"_s});
-        } else {
-            m_process->start(gate(), {QString::number(m_port), demands.streamId, demands.passphrase});
-        }
-        const bool decided =
-            waitUntil([&] { return udpPortTaken(m_port) || m_process->state() == QProcess::NotRunning; },
-                      serverStartTimeoutMs);
-        if (decided && m_process->state() == QProcess::Running)
+        if (listen(demands))
             return true;
-        m_error = said();
-        kill();
     }
+    return false;
+}
+
+bool SrtListener::startAgain()
+{
+    return listen({});
+}
+
+bool SrtListener::listen(const Demands &demands)
+{
+    m_process = std::make_unique<QProcess>();
+    endWithParent(*m_process);
+    m_process->setStandardOutputFile(recording());
+    if (demands.streamId.isEmpty()) {
+        QString source = u"srt://:%1?mode=listener"_s.arg(m_port);
+        if (!demands.passphrase.isEmpty())
+            source += "&passphrase="_L1 + demands.passphrase + "&pbkeylen=16"_L1;
+        m_process->start(machineTool(u"srt-live-transmit"_s), {source, u"file://con"_s});
+    } else {
+        m_process->start(gate(), {QString::number(m_port), demands.streamId, demands.passphrase});
+    }
+    const bool decided =
+        waitUntil([&] { return udpPortTaken(m_port) || m_process->state() == QProcess::NotRunning; },
+                  serverStartTimeoutMs);
+    if (decided && m_process->state() == QProcess::Running)
+        return true;
+    m_error = said();
+    kill();
     return false;
 }
 

@@ -28,6 +28,9 @@ public:
     /// True if the port is open; if not, error() has the reason.
     bool start(const Demands &demands);
 
+    /// Listens again on the port that it had, and records anew. Same result as start().
+    bool startAgain();
+
     /// Ends the listener; the recording is whole from then on.
     void stop();
 
@@ -42,6 +45,8 @@ public:
     [[nodiscard]] QString error() const { return m_error; }
 
 private:
+    bool listen(const Demands &demands);
+
     QTemporaryDir m_directory;
     std::unique_ptr<QProcess> m_process;
     quint16 m_port = 0;

@@ -1,7 +1,7 @@
+#include "tests/air/AirCall.h"
 #include "tests/support/Files.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
-#include "tests/tools/ShimCall.h"
 
 #include <QDir>
 #include <QFile>
@@ -10,8 +10,8 @@
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
-/// The built shim before a fake encoder.
-class tst_TeeShim : public QObject
+/// The built companion before a fake encoder: lists that aren't of a transmission.
+class tst_AirCall : public QObject
 {
     Q_OBJECT
 
@@ -21,12 +21,11 @@ private Q_SLOTS:
     void standardInput();
     void standardOutputAndError();
     void argumentsByteForByte();
-    void teeIsRewritten();
     void search_data();
     void search();
 };
 
-void tst_TeeShim::exitCode_data()
+void tst_AirCall::exitCode_data()
 {
     QTest::addColumn<int>("code");
 
@@ -36,19 +35,19 @@ void tst_TeeShim::exitCode_data()
     QTest::newRow("largest") << 255;
 }
 
-void tst_TeeShim::exitCode()
+void tst_AirCall::exitCode()
 {
     QFETCH(const int, code);
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
 
     QCOMPARE(call.run({u"fake:exit=%1"_s.arg(code)}), code);
     QCOMPARE(call.process().exitStatus(), QProcess::NormalExit);
 }
 
-void tst_TeeShim::standardInput()
+void tst_AirCall::standardInput()
 {
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
     const QString input = call.filePath(u"input"_s);
     QProcess &encoder =
@@ -62,9 +61,9 @@ void tst_TeeShim::standardInput()
     QCOMPARE(fileLines(input), QStringList{u"q"_s});
 }
 
-void tst_TeeShim::standardOutputAndError()
+void tst_AirCall::standardOutputAndError()
 {
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
 
     QCOMPARE(call.run({u"fake:stdout=%00out%FF%0A,stderr=err%0D%0A,exit=0"_s}), 0);
@@ -73,9 +72,9 @@ void tst_TeeShim::standardOutputAndError()
     QCOMPARE(call.process().readAllStandardError(), QByteArray("err\r\n"));
 }
 
-void tst_TeeShim::argumentsByteForByte()
+void tst_AirCall::argumentsByteForByte()
 {
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
     const QStringList arguments{u"-hide_banner"_s,        QString(),
                                 u"one two  three"_s,      u"\"double\" 'single' `back`"_s,
@@ -91,21 +90,7 @@ void tst_TeeShim::argumentsByteForByte()
     QCOMPARE(QString::fromUtf8(seen.readAll()), arguments.join(u'\n') + u'\n');
 }
 
-void tst_TeeShim::teeIsRewritten()
-{
-    ShimCall call;
-    call.putEncoder(u"b"_s);
-    const QString target = uR"([f=flv:fifo_options=a=1\:b=2]x|[f=flv]%1)"_s.arg(call.argumentsStep());
-
-    QCOMPARE(call.run({u"-i"_s, u"film.mp4"_s, u"-f"_s, u"tee"_s, target}), 0);
-
-    QCOMPARE(fileLines(call.filePath(u"arguments"_s)),
-             QStringList({u"-i"_s, u"film.mp4"_s, u"-map"_s, u"0:v"_s, u"-map"_s, u"0:a?"_s, u"-c:a"_s,
-                          u"aac"_s, u"-flags"_s, u"+global_header"_s, u"-f"_s, u"tee"_s,
-                          uR"([f=flv:fifo_options=a=1\\\:b=2]x|[f=flv]%1)"_s.arg(call.argumentsStep())}));
-}
-
-void tst_TeeShim::search_data()
+void tst_AirCall::search_data()
 {
     QTest::addColumn<QStringList>("path");
     QTest::addColumn<QString>("atB"); ///< kind of "ffmpeg" in the second folder
@@ -127,13 +112,13 @@ void tst_TeeShim::search_data()
     QTest::newRow("only a second copy") << all << u"copy"_s << false << 127;
 }
 
-void tst_TeeShim::search()
+void tst_AirCall::search()
 {
     QFETCH(const QStringList, path);
     QFETCH(const QString, atB);
     QFETCH(const bool, encoderInC);
     QFETCH(const int, exitCode);
-    ShimCall call;
+    AirCall call;
     if (atB == "encoder"_L1)
         call.putEncoder(u"b"_s);
     else if (atB == "copy"_L1)
@@ -149,5 +134,5 @@ void tst_TeeShim::search()
     QCOMPARE(call.process().readAllStandardOutput(), QByteArray());
 }
 
-CORVANE_TEST(tst_TeeShim, QCoreApplication)
-#include "tst_TeeShim.moc"
+CORVANE_TEST(tst_AirCall, QCoreApplication)
+#include "tst_AirCall.moc"

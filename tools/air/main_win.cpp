@@ -1,7 +1,7 @@
 // Hands the call on to the next ffmpeg.exe of PATH as a child in a job object: the child dies with this
 // process, takes its standard streams and gives its exit code.
 
-#include "tools/tee-shim/TeeRewrite.h"
+#include "tools/air/TeeRewrite.h"
 
 #include <windows.h>
 
@@ -12,7 +12,7 @@
 namespace {
 
 constexpr int notFound = 127;
-constexpr auto passedVariable = L"CORVANE_TEE_SHIM_PASSED";
+constexpr auto passedVariable = L"CORVANE_AIR_PASSED";
 
 std::string narrow(const std::wstring &text)
 {
@@ -108,7 +108,7 @@ int wmain(int argc, wchar_t *argv[])
     const std::wstring passed = environment(passedVariable) + identity(ownPath());
     const std::wstring ffmpeg = nextFfmpeg(passed);
     if (ffmpeg.empty()) {
-        say("ffmpeg (tee-shim): no other ffmpeg on PATH\n");
+        say("[air] nenhum outro ffmpeg no PATH\n");
         return notFound;
     }
     SetEnvironmentVariableW(passedVariable, passed.c_str());
@@ -117,7 +117,7 @@ int wmain(int argc, wchar_t *argv[])
     for (int i = 1; i < argc; ++i)
         arguments.push_back(narrow(argv[i]));
     std::wstring command = quoted(ffmpeg);
-    for (const std::string &argument : corvane::tee::rewriteTee(std::move(arguments)))
+    for (const std::string &argument : corvane::air::rewriteTee(std::move(arguments)))
         command += L' ' + quoted(widen(argument));
 
     const HANDLE job = CreateJobObjectW(nullptr, nullptr);
@@ -134,7 +134,7 @@ int wmain(int argc, wchar_t *argv[])
     PROCESS_INFORMATION child{};
     if (!CreateProcessW(ffmpeg.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr,
                         nullptr, &startup, &child)) {
-        say("ffmpeg (tee-shim): " + narrow(ffmpeg) + ": error " + std::to_string(GetLastError()) + '\n');
+        say("[air] " + narrow(ffmpeg) + ": error " + std::to_string(GetLastError()) + '\n');
         return notFound;
     }
     AssignProcessToJobObject(job, child.hProcess);

@@ -7,11 +7,11 @@
 
 namespace corvane::test {
 
-/// Three folders for a PATH, "a", "b" and "c", and the call of the shim that lies in the first.
-class ShimCall
+/// Three folders for a PATH, "a", "b" and "c", and the call of the companion that lies in the first.
+class AirCall
 {
 public:
-    ShimCall();
+    AirCall();
 
     [[nodiscard]] QString at(const QString &folder) const; ///< "ffmpeg" in a folder
     [[nodiscard]] QString filePath(const QString &name) const { return m_dir.filePath(name); }
@@ -34,7 +34,7 @@ private:
     QProcess m_process;
 };
 
-/// Message of the shim that finds nothing to run.
+/// Message of the companion that finds nothing to run.
 [[nodiscard]] QByteArray noOtherEncoder();
 
 } // namespace corvane::test

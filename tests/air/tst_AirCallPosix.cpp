@@ -1,8 +1,8 @@
+#include "tests/air/AirCall.h"
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
-#include "tests/tools/ShimCall.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,8 +13,8 @@
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
-/// The shim where it becomes the encoder: process, signals, links, rights.
-class tst_TeeShimPosix : public QObject
+/// The companion where it becomes the encoder: process, signals, links, rights.
+class tst_AirCallPosix : public QObject
 {
     Q_OBJECT
 
@@ -28,18 +28,18 @@ private Q_SLOTS:
     void encoderThatCannotBeRun();
 };
 
-void tst_TeeShimPosix::crash()
+void tst_AirCallPosix::crash()
 {
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
 
     QCOMPARE(call.run({u"fake:crash"_s}), crashedExitCode());
     QCOMPARE(call.process().exitStatus(), QProcess::CrashExit);
 }
 
-void tst_TeeShimPosix::processIdIsKept()
+void tst_AirCallPosix::processIdIsKept()
 {
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
     const QString pids = call.filePath(u"pids"_s);
 
@@ -52,9 +52,9 @@ void tst_TeeShimPosix::processIdIsKept()
     QVERIFY(encoder.waitForFinished());
 }
 
-void tst_TeeShimPosix::signalsReachTheEncoder()
+void tst_AirCallPosix::signalsReachTheEncoder()
 {
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
     QProcess &encoder = call.start({u"fake:stderr=up"_s});
     QVERIFY(waitUntil([&] { return encoder.readAllStandardError() == "up"; }));
@@ -68,9 +68,9 @@ void tst_TeeShimPosix::signalsReachTheEncoder()
     QVERIFY(!processExists(pid));
 }
 
-void tst_TeeShimPosix::argumentsThatAreNoText()
+void tst_AirCallPosix::argumentsThatAreNoText()
 {
-    ShimCall call;
+    AirCall call;
     call.putEncoder(u"b"_s);
     QProcess &shell = call.process();
     shell.start(u"/bin/sh"_s, {u"-c"_s, uR"sh(exec "$0" "$(printf '\377\376x')" "$1")sh"_s, call.at(u"a"_s),
@@ -82,7 +82,7 @@ void tst_TeeShimPosix::argumentsThatAreNoText()
     QCOMPARE(seen.readLine(), QByteArray("\xff\xfex\n"));
 }
 
-void tst_TeeShimPosix::passesOverLinksAndPlainFiles_data()
+void tst_AirCallPosix::passesOverLinksAndPlainFiles_data()
 {
     QTest::addColumn<QStringList>("path");
     QTest::addColumn<QString>("atB"); ///< kind of "ffmpeg" in the second folder
@@ -99,13 +99,13 @@ void tst_TeeShimPosix::passesOverLinksAndPlainFiles_data()
     QTest::newRow("only a file without execute permission") << all << u"plain file"_s << false << 127;
 }
 
-void tst_TeeShimPosix::passesOverLinksAndPlainFiles()
+void tst_AirCallPosix::passesOverLinksAndPlainFiles()
 {
     QFETCH(const QStringList, path);
     QFETCH(const QString, atB);
     QFETCH(const bool, encoderInC);
     QFETCH(const int, exitCode);
-    ShimCall call;
+    AirCall call;
     if (atB == "symlink"_L1)
         QVERIFY(QFile::link(call.at(u"a"_s), call.at(u"b"_s)));
     else if (atB == "hard link"_L1)
@@ -125,9 +125,9 @@ void tst_TeeShimPosix::passesOverLinksAndPlainFiles()
     QCOMPARE(call.process().readAllStandardOutput(), QByteArray());
 }
 
-void tst_TeeShimPosix::encoderThatCannotBeRun()
+void tst_AirCallPosix::encoderThatCannotBeRun()
 {
-    ShimCall call;
+    AirCall call;
     QFile file(call.at(u"b"_s));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("\x7fno program\n");
@@ -136,8 +136,8 @@ void tst_TeeShimPosix::encoderThatCannotBeRun()
 
     QCOMPARE(call.run({u"-version"_s}), 127);
     QCOMPARE(QString::fromUtf8(call.process().readAllStandardError()),
-             u"ffmpeg (tee-shim): %1: Exec format error\n"_s.arg(call.at(u"b"_s)));
+             u"[air] %1: Exec format error\n"_s.arg(call.at(u"b"_s)));
 }
 
-CORVANE_TEST(tst_TeeShimPosix, QCoreApplication)
-#include "tst_TeeShimPosix.moc"
+CORVANE_TEST(tst_AirCallPosix, QCoreApplication)
+#include "tst_AirCallPosix.moc"

@@ -1,10 +1,10 @@
-#include "tools/tee-shim/TeeRewrite.h"
+#include "tools/air/TeeRewrite.h"
 
 #include <algorithm>
 #include <iterator>
 #include <string_view>
 
-namespace corvane::tee {
+namespace corvane::air {
 
 namespace {
 
@@ -64,7 +64,7 @@ std::vector<std::string> rewriteTee(std::vector<std::string> arguments)
     Arguments added;
     const auto inputs = std::count(arguments.cbegin(), format, "-i");
     if (std::find(arguments.cbegin(), format, "-map") == format)
-        added.insert(added.end(), {"-map", "0:v", "-map", inputs > 1 ? "1:a" : "0:a?"});
+        added.insert(added.end(), {"-map", "0:v:0", "-map", inputs > 1 ? "1:a:0" : "0:a:0?"});
     if (!namesAudioEncoder(arguments))
         added.insert(added.end(), {"-c:a", "aac"});
     if (!asksForGlobalHeader(arguments))
@@ -77,4 +77,4 @@ std::vector<std::string> rewriteTee(std::vector<std::string> arguments)
     return arguments;
 }
 
-} // namespace corvane::tee
+} // namespace corvane::air

@@ -1,4 +1,4 @@
-#include "tests/tools/ShimCall.h"
+#include "tests/air/AirCall.h"
 
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
@@ -10,20 +10,20 @@ namespace corvane::test {
 
 using namespace Qt::StringLiterals;
 
-ShimCall::ShimCall()
+AirCall::AirCall()
 {
     for (const QString &folder : {u"a"_s, u"b"_s, u"c"_s})
         QDir(m_dir.path()).mkpath(folder);
-    QFile::copy(QStringLiteral(CORVANE_TEE_SHIM), at(u"a"_s));
+    QFile::copy(QStringLiteral(CORVANE_AIR), at(u"a"_s));
     setPath({u"a"_s, u"b"_s, u"c"_s});
 }
 
-QString ShimCall::at(const QString &folder) const
+QString AirCall::at(const QString &folder) const
 {
     return m_dir.filePath(folder + u'/' + executableName(u"ffmpeg"_s));
 }
 
-void ShimCall::setPath(const QStringList &folders)
+void AirCall::setPath(const QStringList &folders)
 {
     QStringList paths;
     for (const QString &folder : folders)
@@ -33,31 +33,31 @@ void ShimCall::setPath(const QStringList &folders)
     m_process.setProcessEnvironment(environment);
 }
 
-void ShimCall::putEncoder(const QString &folder) const
+void AirCall::putEncoder(const QString &folder) const
 {
     QFile::copy(fakeFfmpeg(), at(folder));
 }
 
-QProcess &ShimCall::start(const QStringList &arguments)
+QProcess &AirCall::start(const QStringList &arguments)
 {
     m_process.start(at(u"a"_s), arguments);
     return m_process;
 }
 
-int ShimCall::run(const QStringList &arguments)
+int AirCall::run(const QStringList &arguments)
 {
     start(arguments);
     return m_process.waitForFinished(20000) ? m_process.exitCode() : -1;
 }
 
-QString ShimCall::argumentsStep() const
+QString AirCall::argumentsStep() const
 {
     return "fake:args="_L1 + stepText(filePath(u"arguments"_s).toUtf8()) + ",exit=0"_L1;
 }
 
 QByteArray noOtherEncoder()
 {
-    return "ffmpeg (tee-shim): no other ffmpeg on PATH\n";
+    return "[air] nenhum outro ffmpeg no PATH\n";
 }
 
 } // namespace corvane::test

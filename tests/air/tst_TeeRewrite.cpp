@@ -1,4 +1,4 @@
-#include "tools/tee-shim/TeeRewrite.h"
+#include "tools/air/TeeRewrite.h"
 
 #include "builder/CommandBuilder.h"
 #include "engine/model/PipelineConfig.h"
@@ -17,7 +17,7 @@ QStringList rewritten(const QStringList &arguments)
     for (const QString &argument : arguments)
         list.push_back(argument.toStdString());
     QStringList result;
-    for (const std::string &argument : tee::rewriteTee(std::move(list)))
+    for (const std::string &argument : air::rewriteTee(std::move(list)))
         result << QString::fromStdString(argument);
     return result;
 }
@@ -27,14 +27,14 @@ const QStringList twoInputs{u"-f"_s, u"lavfi"_s, u"-i"_s, u"testsrc"_s,
 const QStringList oneInput{u"-re"_s, u"-i"_s, u"film.mp4"_s};
 const QStringList encoders{u"-c:v"_s, u"libx264"_s, u"-c:a"_s, u"aac"_s};
 const QStringList teeTo{u"-f"_s, u"tee"_s, u"[f=flv]a|[f=mpegts]b"_s};
-const QStringList mapsOfTwo{u"-map"_s, u"0:v"_s, u"-map"_s, u"1:a"_s};
-const QStringList mapsOfOne{u"-map"_s, u"0:v"_s, u"-map"_s, u"0:a?"_s};
+const QStringList mapsOfTwo{u"-map"_s, u"0:v:0"_s, u"-map"_s, u"1:a:0"_s};
+const QStringList mapsOfOne{u"-map"_s, u"0:v:0"_s, u"-map"_s, u"0:a:0?"_s};
 const QStringList header{u"-flags"_s, u"+global_header"_s};
 const QStringList aac{u"-c:a"_s, u"aac"_s};
 
 } // namespace
 
-/// Argument lists as the shim rewrites them.
+/// Argument lists as the companion rewrites them.
 class tst_TeeRewrite : public QObject
 {
     Q_OBJECT
@@ -79,7 +79,7 @@ void tst_TeeRewrite::bytesThatAreNoText()
 {
     const std::vector<std::string> arguments{"-i", "\xff\xfe\x80", "-f", "flv", "\xc3"};
 
-    QVERIFY(tee::rewriteTee(arguments) == arguments);
+    QVERIFY(air::rewriteTee(arguments) == arguments);
 }
 
 void tst_TeeRewrite::added_data()
@@ -183,9 +183,9 @@ void tst_TeeRewrite::listOfTheBuilder()
 
     const QStringList end = {
         u"-map"_s,
-        u"0:v"_s,
+        u"0:v:0"_s,
         u"-map"_s,
-        u"1:a"_s,
+        u"1:a:0"_s,
         u"-flags"_s,
         u"+global_header"_s,
         u"-f"_s,

@@ -1,0 +1,80 @@
+#include "tests/air/AirCall.h"
+#include "tests/support/Files.h"
+#include "tests/support/Processes.h"
+#include "tests/support/Runner.h"
+#include "tests/support/TestSupport.h"
+
+#include <QFile>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace corvane::test;
+
+/// The companion where it can't become the encoder: a parent that mirrors its child.
+class tst_AirCall_win : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void crash();
+    void killTakesTheEncoderAlong();
+    void encoderThatCannotBeRun();
+    void teeIsRewritten();
+};
+
+void tst_AirCall_win::crash()
+{
+    AirCall call;
+    call.putEncoder(u"b"_s);
+
+    QCOMPARE(call.run({u"fake:crash"_s}), crashedExitCode());
+    QCOMPARE(call.process().exitStatus(), QProcess::CrashExit);
+}
+
+void tst_AirCall_win::killTakesTheEncoderAlong()
+{
+    AirCall call;
+    call.putEncoder(u"b"_s);
+    const QString pids = call.filePath(u"pids"_s);
+    QProcess &companion = call.start({"fake:append="_L1 + stepText(pids.toUtf8())});
+    QVERIFY(waitUntil([&] { return fileLines(pids).size() == 1; }));
+    const qint64 encoder = fileLines(pids).constFirst().toLongLong();
+    QVERIFY(encoder != companion.processId());
+    QVERIFY(processExists(encoder));
+
+    killProcess(companion.processId());
+
+    QVERIFY(companion.waitForFinished());
+    QVERIFY(waitUntil([&] { return !processExists(encoder); }));
+}
+
+void tst_AirCall_win::encoderThatCannotBeRun()
+{
+    AirCall call;
+    QFile file(call.at(u"b"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("no program");
+    file.close();
+
+    QCOMPARE(call.run({u"-version"_s}), 127);
+    const QByteArray said = call.process().readAllStandardError();
+    QVERIFY2(said.startsWith("[air] ") && said.endsWith(": error 193\n"),
+             said.constData()); // ERROR_BAD_EXE_FORMAT
+}
+
+void tst_AirCall_win::teeIsRewritten()
+{
+    AirCall call;
+    call.putEncoder(u"b"_s);
+    const QString target = uR"([f=flv:fifo_options=a=1\:b=2]x|[f=flv]%1)"_s.arg(call.argumentsStep());
+
+    QCOMPARE(call.run({u"-i"_s, u"film.mp4"_s, u"-f"_s, u"tee"_s, target}), 0);
+
+    QCOMPARE(fileLines(call.filePath(u"arguments"_s)),
+             QStringList({u"-i"_s, u"film.mp4"_s, u"-map"_s, u"0:v:0"_s, u"-map"_s, u"0:a:0?"_s, u"-c:a"_s,
+                          u"aac"_s, u"-flags"_s, u"+global_header"_s, u"-f"_s, u"tee"_s,
+                          uR"([f=flv:fifo_options=a=1\\\:b=2]x|[f=flv]%1)"_s.arg(call.argumentsStep())}));
+}
+
+CORVANE_TEST(tst_AirCall_win, QCoreApplication)
+#include "tst_AirCall_win.moc"

@@ -1,0 +1,142 @@
+#include "tools/air/AirSwitch.h"
+
+#include "tools/air/NextFfmpeg.h"
+#include "tools/air/ProgramOutput.h"
+
+#include <fstream>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+namespace corvane::air {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr auto program = "corvane";
+
+bool isThere(const fs::path &file)
+{
+    std::error_code none;
+    return fs::exists(fs::symlink_status(file, none));
+}
+
+/// Question to ffmpeg about a muxer, and a word of the reply that it needs.
+struct Need
+{
+    const char *muxer;
+    const char *word;
+};
+
+/// The ffmpeg that the companion will call, which isn't the companion even if that is on PATH.
+std::string realFfmpeg()
+{
+    return nextFfmpeg([](const std::string &file) { return isCompanion(file); });
+}
+
+constexpr Need needs[] = {{"fifo", "attempt_recovery"},
+                          {"fifo", "recover_any_error"},
+                          {"tee", "use_fifo"},
+                          {"hash", "hash"},
+                          {"matroska", "cluster_time_limit"}};
+
+} // namespace
+
+bool isCompanion(const fs::path &file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    // Name of the variable by which companions recognise each other.
+    return bytes.find("CORVANE_AIR_PASSED") != std::string::npos;
+}
+
+fs::path programFolderAbove(const fs::path &folder)
+{
+    for (fs::path above = folder.parent_path(); !above.empty(); above = above.parent_path()) {
+        if (isThere(above / program))
+            return above;
+        if (above == above.root_path())
+            break;
+    }
+    return {};
+}
+
+AirSwitch::AirSwitch(fs::path companion, const fs::path &programFolder)
+    : m_companion(std::move(companion))
+    , m_place(programFolder / "ffmpeg")
+{
+}
+
+std::string AirSwitch::whyNot() const
+{
+    if (!isCompanion(m_companion))
+        return "o programa auxiliar não está em " + m_companion.string();
+    if (!isThere(m_place.parent_path() / program))
+        return "não há corvane em " + m_place.parent_path().string();
+    if (isThere(m_place) && !isCompanion(m_place))
+        return "já existe um outro ffmpeg em " + m_place.string();
+    const std::string real = realFfmpeg();
+    if (real.empty())
+        return "não há ffmpeg no PATH";
+    for (const Need &need : needs) {
+        if (programOutput({real, "-hide_banner", "-h", std::string("muxer=") + need.muxer}).find(need.word) ==
+            std::string::npos)
+            return real + " é antigo demais: falta " + need.word + " (muxer " + need.muxer + ")";
+    }
+    return {};
+}
+
+AirSwitch::Answer AirSwitch::on() const
+{
+    if (const std::string why = whyNot(); !why.empty())
+        return {false, "não foi ligado: " + why + '\n'};
+    // A companion that runs keeps its file; the new one takes its name.
+    const fs::path fresh = m_place.string() + ".novo";
+    std::error_code failure;
+    fs::copy_file(m_companion, fresh, fs::copy_options::overwrite_existing, failure);
+    if (!failure)
+        fs::rename(fresh, m_place, failure);
+    if (failure) {
+        std::error_code none;
+        fs::remove(fresh, none);
+        return {false, "não foi ligado: " + m_place.string() + ": " + failure.message() + '\n'};
+    }
+    return {true, "ligado: " + m_place.string() + "\nffmpeg: " + realFfmpeg() +
+                      "\nFeche o CORVANE e abra-o de novo: as ferramentas são procuradas só no início.\n"};
+}
+
+AirSwitch::Answer AirSwitch::off() const
+{
+    if (!isThere(m_place))
+        return {true, "desligado: não há nada em " + m_place.string() + '\n'};
+    if (!isCompanion(m_place))
+        return {false, "não foi desligado: " + m_place.string() + " é um outro ffmpeg\n"};
+    std::error_code failure;
+    fs::remove(m_place, failure);
+    if (failure)
+        return {false, "não foi desligado: " + m_place.string() + ": " + failure.message() + '\n'};
+    return {
+        true,
+        "desligado: " + m_place.string() +
+            " foi removido\nFeche o CORVANE e abra-o de novo: as ferramentas são procuradas só no início.\n"};
+}
+
+AirSwitch::Answer AirSwitch::status() const
+{
+    const bool there = isThere(m_place) && isCompanion(m_place);
+    std::string text = there ? "ligado: " + m_place.string() + '\n' : std::string("desligado\n");
+    if (!there && isThere(m_place))
+        text += "em " + m_place.string() + " há um outro ffmpeg\n";
+    const std::string real = realFfmpeg();
+    text += "ffmpeg: " + (real.empty() ? std::string("não há nenhum no PATH") : real) + '\n';
+    const fs::path recordings = m_place.parent_path() / "recordings";
+    std::string folder;
+    if (std::ifstream setting(recordings); std::getline(setting, folder))
+        text += "gravações: " + folder + '\n';
+    else
+        text += "gravações: nenhuma (" + recordings.string() + " não existe)\n";
+    return {there, text};
+}
+
+} // namespace corvane::air

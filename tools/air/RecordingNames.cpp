@@ -1,0 +1,36 @@
+#include "tools/air/RecordingFile.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+
+namespace corvane::air {
+
+namespace {
+
+constexpr std::string_view before = "corvane-";
+constexpr std::string_view behind = ".mkv";
+
+} // namespace
+
+std::string recordingName(int number)
+{
+    std::array<char, 16> digits{};
+    std::snprintf(digits.data(), digits.size(), "%04d", number);
+    return std::string(before) + digits.data() + std::string(behind);
+}
+
+int recordingNumber(std::string_view name)
+{
+    if (name.size() < before.size() + 4 + behind.size() || !name.starts_with(before) ||
+        !name.ends_with(behind))
+        return 0;
+    const std::string_view digits = name.substr(before.size(), name.size() - before.size() - behind.size());
+    int number = 0;
+    const char *const end = digits.data() + digits.size();
+    const auto [parsed, error] = std::from_chars(digits.data(), end, number);
+    return error == std::errc() && parsed == end && number > 0 ? number : 0;
+}
+
+} // namespace corvane::air
