@@ -57,11 +57,11 @@ void tst_EngineLog::stampsWithTheLocalTime()
 
 void tst_EngineLog::stampsInTheZoneOfTheMachine()
 {
+#ifndef Q_OS_WIN // where the zone is that of the system
     const bool wasSet = qEnvironmentVariableIsSet("TZ");
     const QByteArray former = qgetenv("TZ");
     const auto restore = qScopeGuard([&] { wasSet ? qputenv("TZ", former) : qunsetenv("TZ"); });
     qputenv("TZ", "<+0530>-05:30");
-#ifndef Q_OS_WIN // where the zone is that of the system
     QCOMPARE(QDateTime::currentDateTime().offsetFromUtc(), (5 * 60 + 30) * 60);
 #endif
     EngineBench bench;
