@@ -7,10 +7,18 @@ namespace corvane {
 namespace {
 
 bool ndiRuntime = false;
+bool decklinkRuntime = false;
+int thermalLevel = 0;
 
 NdiSourceScan &currentNdiSourceScan()
 {
     static NdiSourceScan scan;
+    return scan;
+}
+
+DecklinkDeviceScan &currentDecklinkDeviceScan()
+{
+    static DecklinkDeviceScan scan;
     return scan;
 }
 
@@ -28,7 +36,12 @@ void setNdiRuntimeAvailable(bool available)
 
 bool decklinkRuntimeAvailable()
 {
-    return false;
+    return decklinkRuntime;
+}
+
+void setDecklinkRuntimeAvailable(bool available)
+{
+    decklinkRuntime = available;
 }
 
 QStringList ndiSourceScan(int timeoutMs)
@@ -44,7 +57,13 @@ void setNdiSourceScan(NdiSourceScan scan)
 
 QStringList decklinkDeviceScan()
 {
-    return {};
+    const DecklinkDeviceScan &scan = currentDecklinkDeviceScan();
+    return scan ? scan() : QStringList();
+}
+
+void setDecklinkDeviceScan(DecklinkDeviceScan scan)
+{
+    currentDecklinkDeviceScan() = std::move(scan);
 }
 
 bool lockProcessMemory()
@@ -54,7 +73,12 @@ bool lockProcessMemory()
 
 int thermalState()
 {
-    return 0;
+    return thermalLevel;
+}
+
+void setThermalState(int level)
+{
+    thermalLevel = level;
 }
 
 } // namespace corvane

@@ -106,6 +106,19 @@ void tst_TeeRewrite::added_data()
     QTest::newRow("sound encoder by the old name")
         << oneInput + QStringList{u"-acodec"_s, u"mp3"_s} + teeTo
         << oneInput + QStringList{u"-acodec"_s, u"mp3"_s} + mapsOfOne + header + teeTo;
+    QTest::newRow("every stream as it is")
+        << oneInput + QStringList{u"-c"_s, u"copy"_s} + teeTo
+        << oneInput + QStringList{u"-c"_s, u"copy"_s} + mapsOfOne + header + teeTo;
+    QTest::newRow("every stream as it is, by the long name")
+        << oneInput + QStringList{u"-codec"_s, u"copy"_s} + teeTo
+        << oneInput + QStringList{u"-codec"_s, u"copy"_s} + mapsOfOne + header + teeTo;
+    QTest::newRow("encoders of other streams")
+        << oneInput + QStringList{u"-codec:v"_s, u"copy"_s, u"-c:s"_s, u"copy"_s} + teeTo
+        << oneInput + QStringList{u"-codec:v"_s, u"copy"_s, u"-c:s"_s, u"copy"_s} + mapsOfOne + aac + header +
+               teeTo;
+    QTest::newRow("an option that begins like them")
+        << oneInput + QStringList{u"-crf"_s, u"20"_s, u"-codecs"_s} + teeTo
+        << oneInput + QStringList{u"-crf"_s, u"20"_s, u"-codecs"_s} + mapsOfOne + aac + header + teeTo;
     QTest::newRow("no sound wanted") << oneInput + QStringList{u"-an"_s} + teeTo
                                      << oneInput + QStringList{u"-an"_s} + mapsOfOne + header + teeTo;
     QTest::newRow("mapped already") << twoInputs + QStringList{u"-map"_s, u"0"_s} + encoders + teeTo

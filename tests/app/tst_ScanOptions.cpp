@@ -27,6 +27,7 @@ private Q_SLOTS:
     void answersTheLeftmostOption_data();
     void answersTheLeftmostOption();
     void namesWhatARuntimeFinds();
+    void namesWhatADriverFinds();
 };
 
 void tst_ScanOptions::answersTheLeftmostOption_data()
@@ -98,6 +99,22 @@ void tst_ScanOptions::namesWhatARuntimeFinds()
     QCOMPARE(*report, QByteArray("NDI suportado: sim\nFontes NDI encontradas: 2\n"
                                  "  - ESTUDIO (Câmera 1)\n  - 100%s\n"));
     QCOMPARE(timeouts, QList<int>{1500});
+}
+
+void tst_ScanOptions::namesWhatADriverFinds()
+{
+    setDecklinkRuntimeAvailable(true);
+    setDecklinkDeviceScan([] { return QStringList{u"DeckLink Mini (Câmera 1)"_s, u"100%s"_s}; });
+    const char *const arguments[] = {"corvane", "--decklink-scan"};
+    const std::optional<QByteArray> report = scanReport(2, arguments);
+    const char *const others[] = {"corvane", "--ndi-scan"};
+    const std::optional<QByteArray> otherReport = scanReport(2, others);
+    setDecklinkDeviceScan({});
+    setDecklinkRuntimeAvailable(false);
+    QVERIFY(report);
+    QCOMPARE(*report, QByteArray("DeckLink suportado: sim\nDispositivos DeckLink: 2\n"
+                                 "  - DeckLink Mini (Câmera 1)\n  - 100%s\n"));
+    QCOMPARE(otherReport.value_or(QByteArray()), ndiReport);
 }
 
 CORVANE_TEST(tst_ScanOptions, QCoreApplication)

@@ -2,6 +2,7 @@
 // StandIn.h and those below. A "q" on standard input asks it to leave.
 //
 //   ignore-q          from here on a "q" is read and ignored
+//   ignore-term       from here on being asked to terminate changes nothing, as with a child without a window
 //   quit-code=N       from here on a "q" leads to exit code N
 //   input=PATH        from here on append to PATH what comes on standard input
 //   progress          one progress line, ended by a carriage return, every 100 ms, for ever
@@ -16,12 +17,15 @@
 //
 // Asked for -encoders or -protocols it answers with FAKE_FFMPEG_ENCODERS or FAKE_FFMPEG_PROTOCOLS from the
 // environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead, FAKE_FFMPEG_PROBE=exit1 answers with
-// code 1, FAKE_FFMPEG_PROBE=long writes more before the answer than any pipe holds.
+// code 1, FAKE_FFMPEG_PROBE=crash crashes behind the answer, FAKE_FFMPEG_PROBE=stderr gives it on standard
+// error, FAKE_FFMPEG_PROBE=long writes more before it than any pipe holds. FAKE_FFMPEG_ASKED=PATH makes it
+// append its arguments to PATH, as one line.
 
 #include "tests/children/FakeChild.h"
 #include "tests/children/StandIn.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -67,6 +71,17 @@ std::string progressLine(long frame, long dropped, char end, int fps = 30, doubl
     return line;
 }
 
+void noteQuestion(const std::vector<std::string> &arguments)
+{
+    const char *path = std::getenv("FAKE_FFMPEG_ASKED");
+    if (!path || !*path)
+        return;
+    std::string line;
+    for (const std::string &argument : arguments)
+        line += (line.empty() ? "" : " ") + argument;
+    appendLine(path, line);
+}
+
 int answerProbe(const char *variable)
 {
     const char *mode = std::getenv("FAKE_FFMPEG_PROBE");
@@ -75,7 +90,11 @@ int answerProbe(const char *variable)
     if (mode && std::string_view(mode) == "long")
         std::fputs(std::string(100000, '\n').c_str(), stdout);
     if (const char *answer = std::getenv(variable))
-        std::fputs(answer, stdout);
+        std::fputs(answer, mode && std::string_view(mode) == "stderr" ? stderr : stdout);
+    if (mode && std::string_view(mode) == "crash") {
+        std::fflush(stdout);
+        crash();
+    }
     return mode && std::string_view(mode) == "exit1" ? 1 : 0;
 }
 
@@ -115,6 +134,7 @@ int main(int argc, char *argv[])
 {
     useBinaryStreams();
     const std::vector<std::string> arguments(argv + 1, argv + argc);
+    noteQuestion(arguments);
     for (const std::string &argument : arguments) {
         if (argument == "-encoders")
             return answerProbe("FAKE_FFMPEG_ENCODERS");
@@ -134,6 +154,7 @@ int main(int argc, char *argv[])
     InputCopy copy;
     addProgressSteps(child);
     child.addStep("ignore-q", [&](const std::string &) { child.ignoreRequests(); });
+    child.addStep("ignore-term", [](const std::string &) { std::signal(SIGTERM, SIG_IGN); });
     child.addStep("quit-code", [&](const std::string &code) { child.setRequestCode(std::stoi(code)); });
     child.addStep("input", [&](const std::string &path) { copy.open(path); });
     child.addStep("append", [](const std::string &path) { appendLine(path, std::to_string(processId())); });

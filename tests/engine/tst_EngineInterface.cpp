@@ -6,6 +6,8 @@
 
 #include <QTest>
 
+#include <type_traits>
+
 using namespace Qt::StringLiterals;
 using namespace corvane;
 
@@ -22,17 +24,20 @@ private Q_SLOTS:
     void hasNoOtherProperties();
     void operationsInOrder();
     void operationsAreMethods();
+    void hiddenQueriesAreConst();
 };
 
 namespace {
 
 const QMetaObject &engineMeta = Engine::staticMetaObject;
 
-/// "QString name(QString)", a cloned default marked with a star.
+/// "QString name(QString) const", a cloned default marked with a star.
 QString methodForm(const QMetaMethod &method)
 {
     QString form =
         QString::fromLatin1(method.typeName()) + u' ' + QString::fromLatin1(method.methodSignature());
+    if (method.isConst())
+        form += u" const"_s;
     if (method.attributes() & QMetaMethod::Cloned)
         form += u'*';
     return form;
@@ -122,18 +127,18 @@ void tst_EngineInterface::operationsInOrder()
         u"void clearOutputs(QString)"_s,
         u"void removeOutput(QString,int)"_s,
         u"void setOutputEnabled(QString,int,bool)"_s,
-        u"QVariantList outputsView(QString)"_s,
-        u"QVariantMap bitrateAdvice(int,int,int)"_s,
-        u"QVariantMap srtParamAdvice(QString)"_s,
+        u"QVariantList outputsView(QString) const"_s,
+        u"QVariantMap bitrateAdvice(int,int,int) const"_s,
+        u"QVariantMap srtParamAdvice(QString) const"_s,
         u"void renamePipeline(QString,QString)"_s,
         u"void addSrtOutputFull(QString,QString,int,QString,QString,int,int)"_s,
-        u"QVariantMap encoderAdvice(int,int,int)"_s,
-        u"QString previewCommand(QString)"_s,
+        u"QVariantMap encoderAdvice(int,int,int) const"_s,
+        u"QString previewCommand(QString) const"_s,
         u"QStringList ndiSources(int)"_s,
         u"QStringList ndiSources()*"_s,
         u"QStringList decklinkDevices()"_s,
-        u"bool audioBridgeAvailable()"_s,
-        u"QVariantMap audioBridgeStatus()"_s,
+        u"bool audioBridgeAvailable() const"_s,
+        u"QVariantMap audioBridgeStatus() const"_s,
     };
     QCOMPARE(formsOf(QMetaMethod::Method), expected);
 }
@@ -148,6 +153,15 @@ void tst_EngineInterface::operationsAreMethods()
     for (const char *hidden :
          {"anyPipelineTransmitting()", "metricsText()", "allocateLocalPort()", "appendLog(QString)"})
         QCOMPARE(engineMeta.indexOfMethod(hidden), -1);
+}
+
+void tst_EngineInterface::hiddenQueriesAreConst()
+{
+    // By their types: a build without it wouldn't come this far.
+    static_assert(std::is_same_v<decltype(&Engine::anyPipelineTransmitting), bool (Engine::*)() const>);
+    static_assert(std::is_same_v<decltype(&Engine::metricsText), QString (Engine::*)() const>);
+    static_assert(std::is_same_v<decltype(&Engine::pipelines), QVariantList (Engine::*)() const>);
+    static_assert(std::is_same_v<decltype(&Engine::allocateLocalPort), int (Engine::*)()>);
 }
 
 CORVANE_TEST(tst_EngineInterface, corvane::test::NoApplication)

@@ -1,6 +1,9 @@
+#include "engine/host/Capabilities.h"
 #include "tests/engine/EngineTestSupport.h"
 #include "tests/support/Runner.h"
 
+#include <QDateTime>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTime>
 
@@ -17,10 +20,13 @@ class tst_EngineLog : public QObject
 
 private Q_SLOTS:
     void stampsWithTheLocalTime();
+    void stampsInTheZoneOfTheMachine();
     void clears();
     void isBounded();
     void findsNoNdiSources();
     void findsNoDecklinkDevices();
+    void namesDecklinkDevices_data();
+    void namesDecklinkDevices();
     void hasNoAudioBridge();
     void previewsADefaultPipeline();
     void previewsWhatCannotBeBuilt();
@@ -47,6 +53,31 @@ void tst_EngineLog::stampsWithTheLocalTime()
     if (before <= after) // not at midnight
         QVERIFY(stamp >= QTime(before.hour(), before.minute(), before.second()) && stamp <= after);
     QCOMPARE(bench.engine.property("log").toString(), bench->log());
+}
+
+void tst_EngineLog::stampsInTheZoneOfTheMachine()
+{
+#ifndef Q_OS_WIN // where the zone is that of the system
+    const bool wasSet = qEnvironmentVariableIsSet("TZ");
+    const QByteArray former = qgetenv("TZ");
+    const auto restore = qScopeGuard([&] { wasSet ? qputenv("TZ", former) : qunsetenv("TZ"); });
+    qputenv("TZ", "<+0530>-05:30");
+    QCOMPARE(QDateTime::currentDateTime().offsetFromUtc(), (5 * 60 + 30) * 60);
+#endif
+    EngineBench bench;
+    bench->clearLog();
+    const auto secondsOfDay = [] {
+        const qint64 utc = QDateTime::currentSecsSinceEpoch();
+        return (utc + QDateTime::currentDateTime().offsetFromUtc()) % 86400;
+    };
+
+    const qint64 before = secondsOfDay();
+    bench->appendLog(u"x"_s);
+    const qint64 after = secondsOfDay();
+
+    const qint64 stamp = QTime(0, 0).secsTo(QTime::fromString(bench->log().first(8), u"HH:mm:ss"_s));
+    if (before <= after) // not at midnight
+        QVERIFY2(stamp >= before && stamp <= after, qPrintable(bench->log()));
 }
 
 void tst_EngineLog::clears()
@@ -92,6 +123,40 @@ void tst_EngineLog::findsNoDecklinkDevices()
     bench->clearLog();
     QCOMPARE(bench.ask<QStringList>("decklinkDevices"), QStringList());
     QCOMPARE(bench.logLines(), QStringList{u"DeckLink: 0 dispositivo(s) (driver/placa ausente?)"_s});
+    QVERIFY(!bench->decklinkSupported());
+}
+
+void tst_EngineLog::namesDecklinkDevices_data()
+{
+    QTest::addColumn<QStringList>("devices");
+    QTest::addColumn<QString>("line");
+
+    QTest::newRow("none") << QStringList() << u"DeckLink: 0 dispositivo(s) (driver/placa ausente?)"_s;
+    QTest::newRow("one") << QStringList{u"DeckLink Mini (1)"_s}
+                         << u"DeckLink: 1 dispositivo(s) — DeckLink Mini (1)"_s;
+    QTest::newRow("several") << QStringList{u"DeckLink Mini (1)"_s, u"%1"_s, u"Câmera"_s}
+                             << u"DeckLink: 3 dispositivo(s) — DeckLink Mini (1), %1, Câmera"_s;
+}
+
+void tst_EngineLog::namesDecklinkDevices()
+{
+    QFETCH(const QStringList, devices);
+    QFETCH(const QString, line);
+    const auto without = qScopeGuard([] {
+        setDecklinkDeviceScan({});
+        setDecklinkRuntimeAvailable(false);
+    });
+    setDecklinkRuntimeAvailable(true);
+    setDecklinkDeviceScan([&] { return devices; });
+
+    EngineBench bench;
+    bench->clearLog();
+    QVERIFY(bench->decklinkSupported());
+    QVERIFY(!bench->ndiSupported());
+    QCOMPARE(bench.ask<QStringList>("decklinkDevices"), devices);
+    QCOMPARE(bench.logLines(), QStringList{line});
+
+    setDecklinkRuntimeAvailable(false); // asked each time
     QVERIFY(!bench->decklinkSupported());
 }
 

@@ -8,6 +8,8 @@
 
 #include <QTest>
 
+#include <functional>
+
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
@@ -18,6 +20,8 @@ class tst_EngineRegistry : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void comparesIdsToTheLastLetter_data();
+    void comparesIdsToTheLastLetter();
     void beginsEmpty();
     void addsAPipeline();
     void namesByTheCurrentCount();
@@ -247,6 +251,50 @@ void tst_EngineRegistry::saysNothingWhileItEnds()
         connect(&bench.engine, &Engine::pipelinesChanged, this, [&] { ++changes; });
     }
     QCOMPARE(changes, 0);
+}
+
+void tst_EngineRegistry::comparesIdsToTheLastLetter_data()
+{
+    QTest::addColumn<std::function<QString(const QString &)>>("form"); // another text than the id
+
+    using Form = std::function<QString(const QString &)>;
+    QTest::newRow("capitals") << Form([](const QString &id) { return id.toUpper(); });
+    QTest::newRow("a blank behind") << Form([](const QString &id) { return id + u' '; });
+    QTest::newRow("a blank before") << Form([](const QString &id) { return u' ' + id; });
+    QTest::newRow("cut short") << Form([](const QString &id) { return id.chopped(1); });
+    QTest::newRow("longer") << Form([](const QString &id) { return id + u'0'; });
+    QTest::newRow("nothing") << Form([](const QString &) { return QString(); });
+}
+
+void tst_EngineRegistry::comparesIdsToTheLastLetter()
+{
+    QFETCH(const std::function<QString(const QString &)>, form);
+    EngineBench bench;
+    QString id;
+    do
+        id = bench.addFake(u"a"_s, u"progress"_s);
+    while (id == id.toUpper()); // digits alone
+    const QString other = form(id);
+    const QStringList names = bench.column(u"name"_s);
+    QVERIFY(waitUntil([&] { return bench.livingPipelines() == names.size(); }));
+    QSignalSpy changed(&bench.engine, &Engine::pipelinesChanged);
+
+    bench->renamePipeline(other, u"b"_s);
+    bench->configureSource(other, {});
+    bench->configureEncoder(other, {});
+    bench->addRtmpOutput(other, u"rtmp://b"_s);
+    bench->clearOutputs(other);
+    bench->removeOutput(other, 0);
+    bench->setOutputEnabled(other, 0, false);
+    bench->startPipeline(other);
+    bench->stopPipeline(other);
+    bench->removePipeline(other);
+
+    QCOMPARE(changed.size(), 0);
+    QCOMPARE(bench.column(u"name"_s), names);
+    QCOMPARE(bench->outputsView(other), QVariantList());
+    QCOMPARE(bench->previewCommand(other), QString());
+    QCOMPARE(bench->outputsView(id).size(), 1);
 }
 
 CORVANE_TEST(tst_EngineRegistry, QCoreApplication)

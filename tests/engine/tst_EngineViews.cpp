@@ -20,6 +20,7 @@ private Q_SLOTS:
     void pipelinesViewIsReadThroughTheProperty();
     void countsDisabledOutputs();
     void showsTheFiguresOfARun();
+    void showsEachFigureUnderItsKey();
     void keepsTheFiguresOfAStoppedPipeline();
     void outputsViewHasTheseKeys();
     void outputsViewHasTheseTypes_data();
@@ -105,6 +106,31 @@ void tst_EngineViews::showsTheFiguresOfARun()
     QCOMPARE(row.value(u"rtt"_s), QVariant(0.0));
     QCOMPARE(row.value(u"sndDrop"_s), QVariant(0.0));
     QCOMPARE(row.value(u"level"_s), QVariant(0));
+}
+
+void tst_EngineViews::showsEachFigureUnderItsKey()
+{
+    EngineBench bench;
+    const QString id = bench->addPipeline(u"a"_s);
+    Telemetry &figures = figuresOf(*bench.pipeline(id));
+    figures.rttMs = 41.5;
+    figures.sendRate = 42.5;
+    figures.linkCapacity = 43.5;
+    figures.sndDrop = 44;
+    figures.retrans = 45;
+    figures.rcvLoss = 46;
+    figures.fps = 47.5;
+    figures.dropped = 48;
+    figures.bitrateKbps = 49.5;
+    figures.loadPercent = 50.5;
+    figures.thermalState = 51;
+
+    const QVariantMap row = bench->pipelines().value(0).toMap();
+    QCOMPARE(row.value(u"rtt"_s), QVariant(41.5));
+    QCOMPARE(row.value(u"sndDrop"_s), QVariant(44.0));
+    QCOMPARE(row.value(u"fps"_s), QVariant(47.5));
+    QCOMPARE(row.value(u"dropped"_s), QVariant(48.0));
+    QCOMPARE(row.value(u"bitrate"_s), QVariant(49.5));
 }
 
 void tst_EngineViews::keepsTheFiguresOfAStoppedPipeline()

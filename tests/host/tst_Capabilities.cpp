@@ -13,6 +13,7 @@ class tst_Capabilities : public QObject
 private Q_SLOTS:
     void hasNoRuntimes();
     void findsNoDevices();
+    void answersForWhatAPortBrings();
     void neitherLocksMemoryNorFeelsHeat();
 };
 
@@ -27,6 +28,28 @@ void tst_Capabilities::findsNoDevices()
     for (const int timeoutMs : {1500, 0, -1})
         QCOMPARE(ndiSourceScan(timeoutMs), QStringList());
     QCOMPARE(decklinkDeviceScan(), QStringList());
+}
+
+void tst_Capabilities::answersForWhatAPortBrings()
+{
+    setNdiRuntimeAvailable(true);
+    QVERIFY(ndiRuntimeAvailable());
+    QVERIFY(!decklinkRuntimeAvailable());
+    setNdiRuntimeAvailable(false);
+
+    setDecklinkRuntimeAvailable(true);
+    setDecklinkDeviceScan([] { return QStringList{QStringLiteral("DeckLink")}; });
+    QVERIFY(decklinkRuntimeAvailable());
+    QVERIFY(!ndiRuntimeAvailable());
+    QCOMPARE(decklinkDeviceScan(), QStringList{QStringLiteral("DeckLink")});
+    QCOMPARE(ndiSourceScan(0), QStringList());
+    setDecklinkDeviceScan({});
+    setDecklinkRuntimeAvailable(false);
+
+    for (const int level : {3, 1, 0}) {
+        setThermalState(level);
+        QCOMPARE(thermalState(), level);
+    }
 }
 
 void tst_Capabilities::neitherLocksMemoryNorFeelsHeat()

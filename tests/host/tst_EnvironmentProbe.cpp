@@ -1,11 +1,13 @@
 #include "engine/host/EnvironmentProbe.h"
 #include "engine/host/ToolResolver.h"
+#include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QRegularExpression>
 
 #include <QTest>
@@ -26,6 +28,7 @@ private Q_SLOTS:
     void readsProtocols();
     void runsBothQuestions_data();
     void runsBothQuestions();
+    void asksInTheseWords();
     void givesUpOnAnFfmpegThatHangs();
     void worksOnNothingElseWithoutFfmpeg();
     void takesAnFfmpegThatCannotStartForSilent();
@@ -115,6 +118,10 @@ void tst_EnvironmentProbe::runsBothQuestions_data()
         << srt << x264 << QByteArray() << QStringList() << false;
     QTest::newRow("the exit code is not looked at")
         << x264 << srt << QByteArray("exit1") << x264Found << true;
+    QTest::newRow("a crash behind the answer isn't either")
+        << x264 << srt << QByteArray("crash") << x264Found << true;
+    QTest::newRow("standard error is no answer")
+        << x264 << srt << QByteArray("stderr") << QStringList() << false;
     QTest::newRow("bytes that are no UTF-8")
         << "\xff\xfe\n" + x264 << "\xc3\x28\n" + srt << QByteArray() << x264Found << true;
     QTest::newRow("more than a pipe holds") << x264 << srt << QByteArray("long") << x264Found << true;
@@ -138,6 +145,18 @@ void tst_EnvironmentProbe::runsBothQuestions()
     QVERIFY(!found.srtlaAvailable);
 }
 
+void tst_EnvironmentProbe::asksInTheseWords()
+{
+    ToolPath path;
+    path.addFakeFfmpeg();
+    const QString asked = path.filePath(u"asked"_s);
+    qputenv("FAKE_FFMPEG_ASKED", QFile::encodeName(asked));
+
+    static_cast<void>(EnvironmentProbe::run());
+
+    QCOMPARE(fileLines(asked), QStringList({u"-hide_banner -encoders"_s, u"-hide_banner -protocols"_s}));
+}
+
 void tst_EnvironmentProbe::givesUpOnAnFfmpegThatHangs()
 {
     ToolPath path;
@@ -155,6 +174,7 @@ void tst_EnvironmentProbe::givesUpOnAnFfmpegThatHangs()
     // Two waits of 5000 ms, and no third one for the exit of the children.
     QVERIFY2(clock.elapsed() >= 9900, qPrintable(QString::number(clock.elapsed())));
     QVERIFY2(clock.elapsed() < 40000, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(childProcesses(), QList<qint64>()); // both are ended
     QCOMPARE(found.ffmpegPath, ffmpeg);
     QCOMPARE(found.availableEncoders, QStringList());
     QVERIFY(!found.ffmpegHasSrt);

@@ -50,7 +50,11 @@ void tst_KeepAwakeEngine::asksWhileSomethingTransmits()
     engine.startPipeline(second);
     engine.stopPipeline(first);
     QVERIFY(engine.anyPipelineTransmitting());
+    QVERIFY(waitUntil([&] { return engine.log().count(u"ffmpeg rodando"_s) == 2; }));
+    services.tell(u"ping"_s);
+    QVERIFY(services.waitFor(u"pong"_s)); // whatever has been asked of them is in the lines
     QCOMPARE(services.lines(u"login closed"_s), QStringList());
+    QCOMPARE(services.lines(u"screen uninhibit"_s), QStringList());
 
     engine.stopPipeline(second);
     QVERIFY(services.waitFor(u"login closed 1"_s));

@@ -66,6 +66,7 @@ private Q_SLOTS:
     void probesTheLoopbackAddressAlone();
     void passesOverAPortThatIsTaken();
     void givesOutputsTheirPorts();
+    void unknownPipelineTakesNoPort();
     void handsOutNoPortTwiceInARow();
     void warnsWhenTheRangeIsTaken();
 };
@@ -238,6 +239,22 @@ void tst_LocalPorts::givesOutputsTheirPorts()
     QCOMPARE(QSet<int>(ports.begin(), ports.end()).size(), 4);
     for (const int index : {0, 1, 3, 4})
         QCOMPARE(outputs.at(index).localPort2, 0);
+}
+
+void tst_LocalPorts::unknownPipelineTakesNoPort()
+{
+    const ToolPath path;
+    Engine engine;
+    // Another process may hold the very next port, but not those of so many attempts.
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        const int before = engine.allocateLocalPort();
+        engine.addSrtOutput(u"00000000"_s, u"srt://a:1"_s, 120, u""_s);
+        engine.addSrtOutputFull(u"00000000"_s, u"srt://a:1"_s, 120, u""_s, u""_s, 25, -1);
+        engine.addSrtlaOutput(u"00000000"_s, u"h"_s, 1);
+        if (engine.allocateLocalPort() == before + 1)
+            return;
+    }
+    QFAIL("each time the next port was taken");
 }
 
 void tst_LocalPorts::handsOutNoPortTwiceInARow()

@@ -60,6 +60,7 @@ private Q_SLOTS:
     void takenPort();
     void takenPortLeavesNoListener();
     void replacesTheProviderAtTheNextStart();
+    void replacesTheProviderAtAStartThatFails();
     void listensOnTheLoopbackAddressAlone();
     void deletesSocketsThatDisconnect();
     void deletesTheSocketOfAClientThatGoesAway();
@@ -296,6 +297,21 @@ void tst_MetricsServer::replacesTheProviderAtTheNextStart()
     QVERIFY(server.start([] { return u"second"_s; }, 0));
     QVERIFY(server.port() != 0);
     QCOMPARE(bodyOf(ask(server.port())), QByteArray("second"));
+}
+
+void tst_MetricsServer::replacesTheProviderAtAStartThatFails()
+{
+    QTcpServer other;
+    QVERIFY(other.listen(QHostAddress::LocalHost, 0));
+    MetricsServer server;
+    QVERIFY(server.start([] { return u"first"_s; }, 0));
+    Client client(server.port());
+    QVERIFY(waitUntil([&] { return openSockets(server) == 1; }));
+
+    QVERIFY(!server.start([] { return u"second"_s; }, other.serverPort()));
+    client.write(scrapeRequest); // of a client that was there before
+    QVERIFY(client.waitForEnd());
+    QCOMPARE(bodyOf(client.received()), QByteArray("second"));
 }
 
 void tst_MetricsServer::listensOnTheLoopbackAddressAlone()

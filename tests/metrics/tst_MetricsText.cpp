@@ -37,6 +37,7 @@ private Q_SLOTS:
     void severalPipelines();
     void keepsTheFiguresOfARunThatEnded();
     void showsTheLevelOfTheLadder();
+    void eachSampleHasItsOwnSource();
     void numberForms_data();
     void numberForms();
     void idsStandAsTheyAre();
@@ -143,6 +144,34 @@ void tst_MetricsText::showsTheLevelOfTheLadder()
     pipeline.start();
     QVERIFY(waitUntil([&] { return pipeline.level() == 1; }, 60000));
     QVERIFY(metricsText({&pipeline}).contains(u"corvane_degradation_level{pipeline=\"cafe0001\"} 1\n"_s));
+}
+
+void tst_MetricsText::eachSampleHasItsOwnSource()
+{
+    Pipeline pipeline(configOf(u"0a1b2c3d"_s, u""_s), fakeFfmpeg(), false);
+    Telemetry &figures = figuresOf(pipeline);
+    figures.rttMs = 41.5;
+    figures.sendRate = 42.5;
+    figures.linkCapacity = 43.5;
+    figures.sndDrop = 44;
+    figures.retrans = 45;
+    figures.rcvLoss = 46;
+    figures.fps = 47.5;
+    figures.dropped = 48;
+    figures.bitrateKbps = 49.5;
+    figures.loadPercent = 50.5;
+    figures.thermalState = 51;
+
+    QCOMPARE(metricsText({&pipeline}), metricsHeader() +
+                                           u"corvane_pipeline_up{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_fps{pipeline=\"0a1b2c3d\"} 47.5\n"
+                                           "corvane_bitrate_kbps{pipeline=\"0a1b2c3d\"} 49.5\n"
+                                           "corvane_dropped_frames{pipeline=\"0a1b2c3d\"} 48\n"
+                                           "corvane_srt_rtt_ms{pipeline=\"0a1b2c3d\"} 41.5\n"
+                                           "corvane_srt_pkt_snd_drop{pipeline=\"0a1b2c3d\"} 44\n"
+                                           "corvane_srt_pkt_retrans{pipeline=\"0a1b2c3d\"} 45\n"
+                                           "corvane_degradation_level{pipeline=\"0a1b2c3d\"} 0\n"
+                                           "corvane_thermal_state{pipeline=\"0a1b2c3d\"} 51\n"_s);
 }
 
 void tst_MetricsText::numberForms_data()

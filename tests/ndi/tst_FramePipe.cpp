@@ -5,6 +5,7 @@
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
+#include <QSet>
 #include <QTest>
 
 #include <fcntl.h>
@@ -88,6 +89,7 @@ private Q_SLOTS:
     void readerGoes();
     void closeEndsAWrite();
     void keepsNoDescriptors();
+    void childrenInheritNothing();
 
 private:
     QTemporaryDir m_dir;
@@ -356,6 +358,29 @@ void tst_FramePipe::keepsNoDescriptors()
         QVERIFY(pipe.create(m_dir.filePath(u"file"_s)) != 0);
     }
     QCOMPARE(openDescriptors(), descriptors);
+}
+
+void tst_FramePipe::childrenInheritNothing()
+{
+    const auto descriptors = [] {
+        QSet<int> open;
+        const QStringList names = QDir(u"/proc/self/fd"_s).entryList(QDir::AllEntries | QDir::System);
+        for (const QString &name : names) {
+            bool number = false;
+            const int descriptor = name.toInt(&number);
+            if (number && fcntl(descriptor, F_GETFD) >= 0) // that of the listing itself is closed
+                open << descriptor;
+        }
+        return open;
+    };
+    const QSet<int> before = descriptors();
+    FramePipe pipe;
+    QCOMPARE(pipe.create(m_dir.filePath(u"pipe"_s)), 0U);
+
+    const QSet<int> own = descriptors() - before;
+    QCOMPARE_GE(own.size(), 2); // the pipe, and what ends its waits
+    for (const int descriptor : own)
+        QVERIFY2(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, qPrintable(QString::number(descriptor)));
 }
 
 CORVANE_TEST(tst_FramePipe, QCoreApplication)

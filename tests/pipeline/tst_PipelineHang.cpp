@@ -1,4 +1,5 @@
 #include "pipeline/Pipeline.h"
+#include "tests/pipeline/PipelineTimers.h"
 #include "tests/support/PipelineStory.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
@@ -7,6 +8,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
@@ -41,6 +43,7 @@ private Q_SLOTS:
     void progressIsNoHang_data();
     void progressIsNoHang();
     void hangsAndCrashesCountAlike();
+    void checksNoMoreOnceItHasKilled();
     void survivesAStopOnItsLine();
 };
 
@@ -143,6 +146,30 @@ void tst_PipelineHang::hangsAndCrashesCountAlike()
                      u"FATAL: circuit breaker ABERTO: 3 restarts em 120s — parando auto-restart "
                      "(intervenção necessária)"_s}));
     QCOMPARE(hangs, 1);
+}
+
+void tst_PipelineHang::checksNoMoreOnceItHasKilled()
+{
+    PipelineConfig config = fakeConfig(u"end"_s);
+    config.restart.hangTimeoutMs = -1; // any run has hung by then
+    config.autoRestart = false;
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    const Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(waitUntil([&] { return pipeline.state() == Pipeline::State::Running; }));
+
+    QList<bool> active;
+    connect(&pipeline, &Pipeline::logLine, this, [&](const QString &line) {
+        if (hangFigure(line) >= 0)
+            active << hangTimer(pipeline)->isActive();
+    });
+    fire(*hangTimer(pipeline));
+    active << hangTimer(pipeline)->isActive();
+    QCOMPARE(active, QList({true, false})); // the exit of the killed child is still to come
+    QCOMPARE(pipeline.state(), Pipeline::State::Running);
+
+    QVERIFY(waitUntil([&] { return pipeline.state() == Pipeline::State::Failed; }));
+    QVERIFY(recorder.contains(u"log ERRO: ffmpeg saiu (code=%1, crash)"_s.arg(killedExitCode())));
 }
 
 void tst_PipelineHang::survivesAStopOnItsLine()

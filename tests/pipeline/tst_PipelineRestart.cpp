@@ -1,10 +1,13 @@
 #include "pipeline/Pipeline.h"
+#include "tests/pipeline/PipelineTimers.h"
 #include "tests/support/PipelineStory.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <optional>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
@@ -38,6 +41,10 @@ private Q_SLOTS:
     void openCircuit();
     void stopDuringTheBackOff();
     void startDuringTheBackOff();
+    void backOffLastsAsLongAsItsLine();
+    void cleanExitDuringTheBackOff();
+    void staleTimerStartsWhatHasFailedAgain();
+    void timerDiesWithItsPipeline();
     void longRunResetsTheBackOff();
     void cleanExitEndsTheChain();
     void processesOfEarlierRunsStay();
@@ -168,6 +175,82 @@ void tst_PipelineRestart::startDuringTheBackOff()
     QCOMPARE(outline(recorder), launched());
     QCOMPARE(pipeline.state(), Pipeline::State::Running);
     QCOMPARE(pipeline.findChildren<QProcess *>().size(), 2); // the dead one and the one at work
+}
+
+void tst_PipelineRestart::backOffLastsAsLongAsItsLine()
+{
+    QVERIFY(waitUntil([] { return pendingShots().isEmpty(); })); // of earlier functions' pipelines
+    Pipeline pipeline(fakeConfig(u"exit=3"_s), fakeFfmpeg(), false);
+    const Recorder recorder(pipeline);
+
+    QList<int> delays;
+    for (const int delay : {1000, 2000, 4000}) {
+        delays << delay;
+        pipeline.start();
+        QVERIFY(endRun(pipeline));
+        QVERIFY(recorder.logLines().constLast().startsWith(u"auto-restart em %1ms "_s.arg(delay)));
+        QCOMPARE(pendingShots(), delays);
+    }
+}
+
+void tst_PipelineRestart::cleanExitDuringTheBackOff()
+{
+    const QTemporaryDir dir;
+    const QString first = dir.filePath(u"first"_s);
+    PipelineConfig config = fakeConfig(u"once=%1,exit=3,end,exit=0"_s.arg(stepText(first.toUtf8())));
+    config.restart.initialBackoffMs = 200;
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(endRun(pipeline));
+    QCOMPARE(pipeline.state(), Pipeline::State::Failed);
+
+    // The operator's run comes to its end, with no stop: the timer finds no failure.
+    pipeline.start();
+    QVERIFY(endRun(pipeline));
+    QCOMPARE(pipeline.state(), Pipeline::State::Stopped);
+    recorder.clear();
+    passTimersOf(400);
+
+    QCOMPARE(recorder.events(), QStringList());
+}
+
+void tst_PipelineRestart::staleTimerStartsWhatHasFailedAgain()
+{
+    PipelineConfig config = fakeConfig(u"exit=3"_s);
+    config.restart.initialBackoffMs = 50;
+    config.restart.maxRestartsInWindow = 1;
+    Pipeline pipeline(config, fakeFfmpeg(), false);
+    Recorder recorder(pipeline);
+    pipeline.start();
+    QVERIFY(endRun(pipeline));
+
+    // The operator's run within the back-off fails too, and arms nothing. The timer of the first one is due.
+    pipeline.start();
+    QVERIFY(endRun(pipeline));
+    QVERIFY(recorder.containsPart(u"circuit breaker ABERTO: 2 restarts"_s));
+    recorder.clear();
+    QVERIFY(waitUntil([&] { return recorder.containsPart(u"circuit breaker ABERTO: 3 restarts"_s); }));
+
+    QCOMPARE(outline(recorder), launched() + failed() + opened(3));
+}
+
+void tst_PipelineRestart::timerDiesWithItsPipeline()
+{
+    PipelineConfig config = fakeConfig(u"exit=3"_s);
+    config.restart.initialBackoffMs = 100;
+    std::optional<Pipeline> place(std::in_place, config, fakeFfmpeg(), false);
+    place->start();
+    QVERIFY(endRun(*place));
+    QCOMPARE(place->state(), Pipeline::State::Failed);
+
+    // Another one in its place in memory would start again.
+    place.emplace(PipelineConfig(), QString(), false);
+    place->start();
+    QCOMPARE(place->state(), Pipeline::State::Failed); // it has no outputs
+    const Recorder recorder(*place);
+    passTimersOf(300);
+    QCOMPARE(recorder.events(), QStringList());
 }
 
 void tst_PipelineRestart::longRunResetsTheBackOff()

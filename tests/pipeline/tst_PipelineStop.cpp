@@ -113,6 +113,8 @@ void tst_PipelineStop::killsAChildThatIgnoresTheRequest()
     QCOMPARE_GE(clock.elapsed(), 3000);
     QCOMPARE_LT(clock.elapsed(), 8000);
     QCOMPARE(outline(recorder), QStringList{u"state stopped"_s});
+    for (const QTimer *timer : pipeline.findChildren<QTimer *>())
+        QVERIFY(!timer->isActive()); // though the exit is still to come
     QFile asked(input);
     QVERIFY(asked.open(QIODevice::ReadOnly));
     QCOMPARE(asked.readAll(), "q"_ba); // once, without a line end

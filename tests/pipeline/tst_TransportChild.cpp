@@ -8,6 +8,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -45,6 +46,8 @@ public:
     void stop() { m_stop(); }
     void destroy() { m_object.reset(); }
 
+    /// The child's process, dead or alive; null where there is none.
+    [[nodiscard]] QProcess *process() const { return m_object->findChild<QProcess *>(); }
     [[nodiscard]] const QStringList &lines() const { return m_lines; }
     [[nodiscard]] QString commandLine() const { return m_commandLine; } ///< logged by a start
 
@@ -172,6 +175,7 @@ void tst_TransportChild::toolThatTurnsUpLater()
     wrapper.start();
 
     QCOMPARE(wrapper.lines(), QStringList{wrapper.commandLine()});
+    QCOMPARE(wrapper.process()->program(), tool); // the place where it was found just now isn't kept
     QVERIFY(waitUntil([&] { return fileLines(m_pids).size() == 1; }));
 }
 
@@ -353,6 +357,7 @@ void tst_TransportChild::stopIsRepeatable()
     QVERIFY(waitUntil([&] { return fileLines(m_pids).size() == 1; }));
     wrapper.stop();
     QVERIFY(!processExists(pidIn(fileLines(m_pids).constFirst())));
+    QVERIFY(waitUntil([&] { return !wrapper.process(); })); // not only when the wrapper goes
     wrapper.stop();
     QCOMPARE(wrapper.lines(), QStringList{wrapper.commandLine()});
 }

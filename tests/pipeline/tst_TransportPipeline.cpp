@@ -4,6 +4,7 @@
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 
+#include <QProcessEnvironment>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -54,6 +55,7 @@ private Q_SLOTS:
     void childrenOfOutputs_data();
     void childrenOfOutputs();
     void childrenComeBeforeTheEncoder();
+    void childrenHaveTheProgramsSurroundings();
     void whatChildrenSay();
     void missingTools_data();
     void missingTools();
@@ -141,6 +143,24 @@ void tst_TransportPipeline::childrenComeBeforeTheEncoder()
              QStringList({u"state starting"_s, "log "_L1 + launcherLine(), "log "_L1 + bondedBridgeLine(),
                           "log "_L1 + plainSrtLine(), u"log ffmpeg <arguments>"_s, u"state running"_s,
                           u"log ffmpeg rodando (pid <pid>)"_s}));
+}
+
+void tst_TransportPipeline::childrenHaveTheProgramsSurroundings()
+{
+    const TransportTools tools;
+    Pipeline pipeline(transportConfig({bondedOutput(8910, 8911), srtOutput(8900)}, u"progress"_s),
+                      fakeFfmpeg(), false);
+    pipeline.start();
+
+    const auto children = pipeline.findChildren<QProcess *>();
+    QCOMPARE(children.size(), 4);
+    for (const QProcess *child : children) {
+        QCOMPARE(child->workingDirectory(), QString());
+        QVERIFY(child->processEnvironment().inheritsFromParent());
+        QCOMPARE(child->processChannelMode(), QProcess::SeparateChannels);
+        QCOMPARE(child->inputChannelMode(), QProcess::ManagedInputChannel);
+        QCOMPARE(child->openMode(), QIODevice::ReadWrite);
+    }
 }
 
 void tst_TransportPipeline::whatChildrenSay()

@@ -50,6 +50,11 @@ PipelineConfig fakeConfig(const QString &steps)
     return config;
 }
 
+Telemetry &figuresOf(Pipeline &pipeline)
+{
+    return const_cast<Telemetry &>(pipeline.telemetry());
+}
+
 Pipeline::State launchedState()
 {
     return startsAtOnce() ? Pipeline::State::Running : Pipeline::State::Starting;

@@ -26,6 +26,9 @@ constexpr int serverStartTimeoutMs = 10000;
 /// A default record with id "cafe0001", name "Teste" and one RTMP output whose URL is "fake:" and `steps`.
 [[nodiscard]] PipelineConfig fakeConfig(const QString &steps);
 
+/// The pipeline's figures for a test to set: some of them have no source yet, but readers.
+[[nodiscard]] Telemetry &figuresOf(Pipeline &pipeline);
+
 /// Every signal of a Pipeline, in order: "state starting", "log …", "stats …", "circuit …", "telemetry",
 /// "quality N name". Connected for the life of this object.
 class Recorder : public QObject

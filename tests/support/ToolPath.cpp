@@ -13,7 +13,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr const char *probeVariables[] = {"FAKE_FFMPEG_ENCODERS", "FAKE_FFMPEG_PROTOCOLS",
-                                          "FAKE_FFMPEG_PROBE"};
+                                          "FAKE_FFMPEG_PROBE", "FAKE_FFMPEG_ASKED"};
 
 } // namespace
 

@@ -24,6 +24,7 @@ bool namesAudioEncoder(const Arguments &arguments)
 {
     return std::any_of(arguments.begin(), arguments.end(), [](const std::string &argument) {
         return argument == "-acodec" || argument.starts_with("-c:a") || argument.starts_with("-codec:a") ||
+               argument == "-c" || argument == "-codec" || // of every stream
                argument == "-an";
     });
 }

@@ -11,7 +11,8 @@ namespace corvane::air {
 /// - streams are mapped, as the tee muxer chooses none by itself: the first video of the first input; the
 /// first
 ///   audio of the second input if there is one, else of the first if it has any;
-/// - an audio encoder is named where none is: "aac", which FLV and MPEG-TS both carry;
+/// - an audio encoder is named where none is, not even one for all streams: "aac", which FLV and MPEG-TS both
+///   carry;
 /// - encoders are asked for global headers, which FLV needs and which only the single form asks for by
 ///   itself;
 /// - a colon that is escaped once inside a slave's options is escaped once more: the muxer unescapes when it
