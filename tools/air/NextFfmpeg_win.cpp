@@ -10,8 +10,9 @@ namespace corvane::air {
 
 namespace {
 
-// Files that have handed this call on already, as ",volume:index," each.
-constexpr auto passedVariable = L"CORVANE_AIR_PASSED";
+// Files that have handed this call on already, as ",volume:index," each. By its name in the file, byte for
+// byte, isCompanion knows a companion.
+constexpr auto passedVariable = "CORVANE_AIR_PASSED";
 
 std::wstring identity(const std::wstring &path)
 {
@@ -40,8 +41,9 @@ std::wstring unquoted(std::wstring folder)
 
 std::string nextFfmpeg(bool (*passOver)(const std::string &file))
 {
-    const std::wstring passed = environment(passedVariable) + identity(ownPath());
-    SetEnvironmentVariableW(passedVariable, passed.c_str());
+    const std::wstring variable = widen(passedVariable);
+    const std::wstring passed = environment(variable.c_str()) + identity(ownPath());
+    SetEnvironmentVariableW(variable.c_str(), passed.c_str());
 
     const std::wstring path = environment(L"PATH");
     for (std::size_t from = 0; from < path.size();) {
