@@ -17,6 +17,10 @@
 
 #include <memory>
 
+#include <windows.h>
+
+#include <tlhelp32.h>
+
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
@@ -41,14 +45,14 @@ class Line
 public:
     Line()
     {
-        QObject::connect(&m_near, &QTcpServer::newConnection, &m_near, [this] { accept(); });
-        m_near.listen(QHostAddress::LocalHost);
+        QObject::connect(&m_listener, &QTcpServer::newConnection, &m_listener, [this] { accept(); });
+        m_listener.listen(QHostAddress::LocalHost);
     }
 
     ~Line() { cut(); }
     Q_DISABLE_COPY_MOVE(Line)
 
-    [[nodiscard]] QString hostAndPort() const { return u"127.0.0.1:%1"_s.arg(m_near.serverPort()); }
+    [[nodiscard]] QString hostAndPort() const { return u"127.0.0.1:%1"_s.arg(m_listener.serverPort()); }
     [[nodiscard]] QString url() const { return u"rtmp://%1/live/secret"_s.arg(hostAndPort()); }
     [[nodiscard]] const QByteArray &sent() const { return m_sent; }
 
@@ -62,9 +66,9 @@ public:
                          u"rtmp://127.0.0.1:%1/live/secret"_s.arg(port), u"-c"_s, u"copy"_s, u"-f"_s,
                          u"flv"_s, u"-flush_packets"_s, u"1"_s, u"-y"_s, file});
         return waitUntil([&] {
-            m_far = std::make_unique<QTcpSocket>();
-            m_far->connectToHost(QHostAddress::LocalHost, port);
-            return m_far->waitForConnected(500);
+            m_next = std::make_unique<QTcpSocket>();
+            m_next->connectToHost(QHostAddress::LocalHost, port);
+            return m_next->waitForConnected(500);
         });
     }
 
@@ -73,7 +77,7 @@ public:
     {
         if (m_connection)
             m_connection->abort();
-        m_far.reset();
+        m_next.reset();
         if (m_server) {
             m_server->kill();
             m_server->waitForFinished();
@@ -84,40 +88,57 @@ public:
 private:
     void accept()
     {
-        QTcpSocket *const near = m_near.nextPendingConnection();
-        if (!m_far) {
-            near->abort();
-            near->deleteLater();
+        QTcpSocket *const ours = m_listener.nextPendingConnection();
+        if (!m_next) {
+            ours->abort();
+            ours->deleteLater();
             return;
         }
-        QTcpSocket *const far = m_far.release();
-        far->setParent(near);
-        m_connection = near;
-        QObject::connect(near, &QTcpSocket::readyRead, far, [this, near, far] {
-            const QByteArray bytes = near->readAll();
+        QTcpSocket *const theirs = m_next.release();
+        theirs->setParent(ours);
+        m_connection = ours;
+        QObject::connect(ours, &QTcpSocket::readyRead, theirs, [this, ours, theirs] {
+            const QByteArray bytes = ours->readAll();
             m_sent += bytes;
-            far->write(bytes);
+            theirs->write(bytes);
         });
-        QObject::connect(far, &QTcpSocket::readyRead, near, [near, far] { near->write(far->readAll()); });
-        QObject::connect(near, &QTcpSocket::disconnected, near, &QObject::deleteLater);
+        QObject::connect(theirs, &QTcpSocket::readyRead, ours,
+                         [ours, theirs] { ours->write(theirs->readAll()); });
+        QObject::connect(ours, &QTcpSocket::disconnected, ours, &QObject::deleteLater);
     }
 
-    QTcpServer m_near;
+    QTcpServer m_listener;
     std::unique_ptr<QProcess> m_server;
-    std::unique_ptr<QTcpSocket> m_far; ///< to a server that waits for its stream
+    std::unique_ptr<QTcpSocket> m_next; ///< to a server that waits for its stream
     QPointer<QTcpSocket> m_connection;
     QByteArray m_sent;
 };
 
-/// The encoder behind the companion of a stream on air; 0 if there is none.
-qint64 encoder()
+/// The child of `parent` whose program has this file name; 0 if there is none.
+qint64 childOf(qint64 parent, const QString &file)
 {
-    const QList<qint64> encoders = childProcesses(OnAir::childWith(u"-f flv rtmp:"_s));
-    for (const qint64 pid : encoders) {
-        if (processCommand(pid).join(u' ').contains("level+verbose"_L1))
-            return pid;
+    const HANDLE processes = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    qint64 found = 0;
+    for (BOOL more = Process32FirstW(processes, &entry); more && found == 0;
+         more = Process32NextW(processes, &entry)) {
+        if (entry.th32ParentProcessID == parent && QString::fromWCharArray(entry.szExeFile) == file)
+            found = entry.th32ProcessID;
     }
-    return 0;
+    CloseHandle(processes);
+    return found;
+}
+
+/// The companion of a stream on air, and the encoder behind it; 0 if there is none.
+qint64 companionProcess()
+{
+    return childOf(GetCurrentProcessId(), u"ffmpeg"_s);
+}
+
+qint64 encoderProcess()
+{
+    return childOf(companionProcess(), u"ffmpeg.exe"_s);
 }
 
 } // namespace
@@ -216,7 +237,7 @@ void tst_LineThatComesBack_win::hungEncoder()
     air.engine().addRtmpOutput(air.id(), line.url());
     air.start();
     QVERIFY2(air.transmitFor(3), qPrintable(air.engine().log()));
-    const qint64 hung = encoder();
+    const qint64 hung = encoderProcess();
     QVERIFY(hung > 0);
 
     suspendProcess(hung);
@@ -257,9 +278,9 @@ void tst_LineThatComesBack_win::killedEncoder()
     air.engine().addRtmpOutput(air.id(), line.url());
     air.start();
     QVERIFY2(air.transmitFor(3), qPrintable(air.engine().log()));
-    QVERIFY(encoder() > 0);
+    QVERIFY(encoderProcess() > 0);
 
-    killProcess(encoder());
+    killProcess(encoderProcess());
     line.cut();
     QVERIFY(line.open(films.filePath(u"second.flv"_s)));
 
@@ -279,10 +300,10 @@ void tst_LineThatComesBack_win::killedCompanion()
     air.engine().addRtmpOutput(air.id(), line.url());
     air.start();
     QVERIFY2(air.transmitFor(3), qPrintable(air.engine().log()));
-    const qint64 real = encoder();
+    const qint64 real = encoderProcess();
     QVERIFY(real > 0);
 
-    killProcess(OnAir::childWith(u"-f flv rtmp:"_s));
+    killProcess(companionProcess());
 
     QVERIFY(waitUntil([&] { return !processExists(real); }));
     QVERIFY(!line.sent().contains("deleteStream"));
