@@ -24,8 +24,8 @@
 // Asked for -encoders, -protocols or -h it answers with FAKE_FFMPEG_ENCODERS, FAKE_FFMPEG_PROTOCOLS or
 // FAKE_FFMPEG_HELP from the environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead,
 // FAKE_FFMPEG_PROBE=exit1 answers with code 1, FAKE_FFMPEG_PROBE=crash crashes behind the answer,
-// FAKE_FFMPEG_PROBE=stderr gives it on standard error, FAKE_FFMPEG_PROBE=long writes more before it than any pipe
-// holds. FAKE_FFMPEG_ASKED=PATH makes it append its arguments to PATH, as one line.
+// FAKE_FFMPEG_PROBE=stderr gives it on standard error, FAKE_FFMPEG_PROBE=long writes more before it than any
+// pipe holds. FAKE_FFMPEG_ASKED=PATH makes it append its arguments to PATH, as one line.
 
 #include "tests/children/FakeChild.h"
 #include "tests/children/StandIn.h"
