@@ -92,7 +92,7 @@ private:
 /// A named pipe that one client may write to. The encoder opens it by its name, as it would a file; an
 /// inherited handle would be lost in the small programs that some package managers put in place of the real
 /// one.
-class Mouth
+class InboundPipe
 {
 public:
     /// With `size` 0 whoever writes waits until that is read.
@@ -147,7 +147,7 @@ public:
     int run(const CorvaneList &list, const std::string &recordings);
 
 private:
-    void watch(Inbox::Side side, HANDLE handle, const Mouth *mouth = nullptr);
+    void watch(Inbox::Side side, HANDLE handle, const InboundPipe *pipe = nullptr);
     void openGateWhenLetThrough();
     void serve(AirSession &session);
     void takeRestOfStream(AirSession &session);
@@ -155,9 +155,9 @@ private:
     Child m_child;
     PipeEnds m_input;
     PipeEnds m_error;
-    Mouth m_meter;
-    Mouth m_signal;
-    Mouth m_gate;
+    InboundPipe m_meter;
+    InboundPipe m_signal;
+    InboundPipe m_gate;
     Handle m_letsThrough; ///< event
     Inbox m_inbox;
 };
@@ -188,11 +188,11 @@ bool Encoder::start(const std::string &ffmpeg, const CorvaneList &list, std::vec
     return true;
 }
 
-void Encoder::watch(Inbox::Side side, HANDLE handle, const Mouth *mouth)
+void Encoder::watch(Inbox::Side side, HANDLE handle, const InboundPipe *pipe)
 {
-    std::thread([this, side, handle, mouth] {
-        if (mouth)
-            mouth->awaitClient();
+    std::thread([this, side, handle, pipe] {
+        if (pipe)
+            pipe->awaitClient();
         readAll(handle, [&](std::string_view bytes) {
             if (!bytes.empty())
                 m_inbox.post(side, bytes);
