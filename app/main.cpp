@@ -11,10 +11,12 @@
 #include "update/UpdateChecker.h"
 
 #include <QFile>
+#include <QFontMetricsF>
 #include <QIcon>
 #include <QImage>
 #include <QPixmap>
 #include <QQmlApplicationEngine>
+#include <QQmlComponent>
 #include <QQmlContext>
 #include <QResource>
 #include <QTimer>
@@ -63,6 +65,18 @@ QIcon windowIcon()
     return icon;
 }
 
+/// Loads fonts, libraries and types that the interface needs into the process. What it finds here the first
+/// frame doesn't wait for.
+void prepareInterface()
+{
+    (void)QFontMetricsF(QGuiApplication::font()).height(); // reads the list of the machine's fonts
+
+    QQmlEngine scratch;
+    QQmlComponent types(&scratch);
+    types.setData("import QtQuick.Controls.Material; import QtQuick.Layouts; ApplicationWindow { }",
+                  QUrl(u"qrc:/prepared"_s));
+}
+
 void loadInterface(QQmlApplicationEngine &qmlEngine)
 {
     // No file selectors: no document has variants for a platform or language, and the search for them takes a
@@ -109,7 +123,7 @@ int main(int argc, char *argv[])
     if (corvane::lockProcessMemory())
         qInfo("memória travada (mlockall)");
 
-    corvane::Engine engine;
+    corvane::Engine engine(nullptr, prepareInterface); // while ffmpeg is asked, which takes as long
     corvane::objectToSessionEnd(engine);
 
     const QString updateFeed = corvane::updateFeed();

@@ -117,10 +117,10 @@ void wire(Engine &engine, Pipeline &pipeline, Moment moment)
 
 } // namespace
 
-Engine::Engine(QObject *parent)
+Engine::Engine(QObject *parent, const std::function<void()> &whileProbing)
     : QObject(parent)
 {
-    detectEnvironment();
+    detectEnvironment(whileProbing);
     loadPipelines();
     startMetrics();
     connect(this, &Engine::pipelinesChanged, this, &Engine::evaluateKeepAwake);
@@ -128,9 +128,9 @@ Engine::Engine(QObject *parent)
 
 // --- Host machine
 
-void Engine::detectEnvironment()
+void Engine::detectEnvironment(const std::function<void()> &whileProbing)
 {
-    const EnvironmentProbe found = EnvironmentProbe::run();
+    const EnvironmentProbe found = EnvironmentProbe::run(whileProbing);
     m_ffmpegPath = found.ffmpegPath;
     m_ffmpegHasNdi = found.ffmpegHasNdi;
     m_srtAvailable = found.srtAvailable;

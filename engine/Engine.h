@@ -41,7 +41,9 @@ class Engine : public QObject
 public:
     /// Does all its work at once: probes the tools, which blocks for up to about 10 s with an ffmpeg that
     /// hangs, restores the stored pipelines and opens the metrics endpoint. Starts no pipeline.
-    explicit Engine(QObject *parent = nullptr);
+    ///
+    /// @param whileProbing work for the time that the first ffmpeg takes to answer; called once at most
+    explicit Engine(QObject *parent = nullptr, const std::function<void()> &whileProbing = {});
 
     [[nodiscard]] QString ffmpegPath() const { return m_ffmpegPath; }
     [[nodiscard]] bool ffmpegHasNdi() const { return m_ffmpegHasNdi; }
@@ -125,7 +127,7 @@ Q_SIGNALS:
 private:
     using Edit = std::function<void(PipelineConfig &)>;
 
-    void detectEnvironment();
+    void detectEnvironment(const std::function<void()> &whileProbing);
     void loadPipelines();
     void savePipelines() const;
     void startMetrics();

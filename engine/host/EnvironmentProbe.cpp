@@ -4,6 +4,8 @@
 #include "engine/host/ChildProcess.h"
 #include "engine/host/ToolResolver.h"
 
+#include <QDeadlineTimer>
+
 #include <algorithm>
 
 namespace corvane {
@@ -19,12 +21,16 @@ constexpr const char *knownEncoders[] = {
     "av1_qsv", "h264_amf", "hevc_amf",   "av1_amf",    "h264_videotoolbox", "hevc_videotoolbox", "libsvtav1",
 };
 
-/// Standard output of `ffmpeg -hide_banner <question>`; empty if ffmpeg doesn't finish in time.
-QString ask(const QString &ffmpegPath, const QString &question)
+/// Standard output of `ffmpeg -hide_banner <question>`; empty if ffmpeg doesn't finish in time. `meanwhile`
+/// is called while it is at work, and counts as its time.
+QString ask(const QString &ffmpegPath, const QString &question, const std::function<void()> &meanwhile = {})
 {
     ChildProcess ffmpeg; // its destructor ends an ffmpeg that hangs
+    const QDeadlineTimer patience(answerTimeoutMs);
     ffmpeg.start(ffmpegPath, {u"-hide_banner"_s, question}, QIODevice::ReadOnly);
-    if (!ffmpeg.waitForFinished(answerTimeoutMs))
+    if (meanwhile)
+        meanwhile();
+    if (!ffmpeg.waitForFinished(static_cast<int>(patience.remainingTime())))
         return {};
     return QString::fromUtf8(ffmpeg.readAllStandardOutput());
 }
@@ -53,12 +59,12 @@ bool listsSrtProtocol(const QString &listing)
                        [](const QString &line) { return line.trimmed() == "srt"_L1; });
 }
 
-EnvironmentProbe EnvironmentProbe::run()
+EnvironmentProbe EnvironmentProbe::run(const std::function<void()> &meanwhile)
 {
     EnvironmentProbe found;
     found.ffmpegPath = resolveTool(u"ffmpeg"_s);
     if (!found.ffmpegPath.isEmpty()) {
-        found.availableEncoders = encodersIn(ask(found.ffmpegPath, u"-encoders"_s));
+        found.availableEncoders = encodersIn(ask(found.ffmpegPath, u"-encoders"_s, meanwhile));
         found.ffmpegHasSrt = listsSrtProtocol(ask(found.ffmpegPath, u"-protocols"_s));
     }
     found.ffmpegHasNdi = ndiRuntimeAvailable();

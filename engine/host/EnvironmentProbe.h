@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 namespace corvane {
 
 /// Outside tools of this machine and what they can do, as a value. run() fills it from the machine.
@@ -18,7 +20,11 @@ struct EnvironmentProbe
     /// Searches the tools and runs ffmpeg twice, for its encoders and its protocols. Blocks the calling
     /// thread for up to 5000 ms each time. An ffmpeg that doesn't finish in time or can't be started counts
     /// as one that lists nothing. Needs an application object.
-    [[nodiscard]] static EnvironmentProbe run();
+    ///
+    /// @param meanwhile work for the time that ffmpeg takes: called once, when the first has been started;
+    /// not
+    ///     called if there is no ffmpeg
+    [[nodiscard]] static EnvironmentProbe run(const std::function<void()> &meanwhile = {});
 
     /// The record as one line for the log.
     [[nodiscard]] QString summary() const;

@@ -201,10 +201,20 @@ Function ${UN}Say
 FunctionEnd
 
 ; Looks for a program in the folder on the stack that somebody runs: the system lets nobody write to its file then. An
-; encoder that a user has put there counts too. Sets $Problem.
+; encoder that a user has put there counts too, and the copy of the companion, which has no suffix. Sets $Problem.
 Function ${UN}LookForRuns
     Pop $R3
-    FindFirst $R4 $R5 "$R3\*.exe"
+    StrCpy $R8 "$R3\*.exe"
+    Call ${UN}LookForRunsOf
+    ${If} $Problem == ""
+        StrCpy $R8 "$R3\ffmpeg"
+        Call ${UN}LookForRunsOf
+    ${EndIf}
+FunctionEnd
+
+; The same for the files of folder $R3 that $R8 stands for.
+Function ${UN}LookForRunsOf
+    FindFirst $R4 $R5 "$R8"
     ${DoWhile} $R5 != ""
         ; GENERIC_WRITE, sharing all, OPEN_EXISTING; 32 is ERROR_SHARING_VIOLATION
         System::Call 'kernel32::CreateFileW(w "$R3\$R5", i 0x40000000, i 7, p 0, i 3, i 0, p 0) p.R6 ?e'
@@ -225,6 +235,10 @@ Function ${UN}CheckRuns
     StrCpy $Problem ""
     Push "$INSTDIR\companions"
     Call ${UN}LookForRuns
+    ${If} $Problem == ""
+        Push "$INSTDIR\companions\air"
+        Call ${UN}LookForRuns
+    ${EndIf}
     ${If} $Problem == ""
         Push "$INSTDIR\corvane"
         Call ${UN}LookForRuns

@@ -28,6 +28,8 @@ PROGRAM_FOLDER = "corvane"
 COMPANIONS_FOLDER = "companions"
 MANUAL = ("manual.html", "manual.pdf") # made by ./dev manual, into the folder "manual" beside the packages
 COMPANIONS = ("corvane-guardian.exe", "corvane-start.exe") # the other one is the publisher's
+AIR_FOLDER = "air" # of the companions; apart, so that nothing finds its ffmpeg.exe beside itself
+AIR = ("corvane-air.exe", "ffmpeg.exe")
 READ_ME = "LEIA-ME.txt"
 # Styles without use: every control has a fallback in Basic, and the window is in Material.
 OTHER_STYLES = {"Fusion", "Imagine", "Universal", "Windows", "FluentWinUI3", "macOS", "iOS"}
@@ -155,6 +157,7 @@ def fill(build, target, version):
     stamp(program, version)
     companions = target / COMPANIONS_FOLDER
     copy_programs(build, companions, *COMPANIONS)
+    copy_programs(build / "tools/air", companions / AIR_FOLDER, *AIR)
     copy_plugins(companions, TLS)
     finish(companions)
 

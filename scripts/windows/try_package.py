@@ -104,6 +104,16 @@ def close(window):
     expect("there is a mark of a clean exit", window.left_in_order())
 
 
+def try_air(prefix, top):
+    """The companion of the line: it knows its program, refuses without an ffmpeg, and is off."""
+    switch = prefix.name(top / "companions/air/corvane-air.exe")
+    said = prefix.run(switch, "status", code=3)
+    expect(f"the companion is off: {said}", said.startswith("desligado"))
+    expect(f"it looks beside the program: {said}", prefix.name(top / "corvane/recordings") in said)
+    prefix.run(switch, "on", code=1) # there is no ffmpeg here
+    expect("it has left nothing beside the program", not (top / "corvane/ffmpeg").exists())
+
+
 def try_archive(stage, prefix, desktop, folder):
     desktop.check_that_consoles_show()
     archive = the_only(folder, "CORVANE-*-win64.zip")
@@ -114,6 +124,7 @@ def try_archive(stage, prefix, desktop, folder):
     expect("the archive says what to start", r"companions\corvane-start.exe" in read_me)
     said = prefix.run(rf"C:\{archive.stem}\companions\corvane-guardian.exe", "--help")
     expect(f"the guardian helps: {said}", "corvane-guardian" in said)
+    try_air(prefix, top)
 
     window = WineWindow(stage, prefix, rf"C:\{archive.stem}\companions\corvane-start.exe")
     check_window(stage, window, folder / "windows-archive.png")

@@ -4,6 +4,7 @@
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTest>
 
@@ -19,7 +20,7 @@ private Q_SLOTS:
     void crash();
     void killTakesTheEncoderAlong();
     void encoderThatCannotBeRun();
-    void teeIsRewritten();
+    void otherListsStayAsTheyAre();
 };
 
 void tst_AirCall_win::crash()
@@ -58,22 +59,23 @@ void tst_AirCall_win::encoderThatCannotBeRun()
 
     QCOMPARE(call.run({u"-version"_s}), 127);
     const QByteArray said = call.process().readAllStandardError();
-    QVERIFY2(said.startsWith("[air] ") && said.endsWith(": error 193\n"),
-             said.constData()); // ERROR_BAD_EXE_FORMAT
+    QString words = qt_error_string(193).trimmed(); // ERROR_BAD_EXE_FORMAT
+    if (words.endsWith(u'.'))
+        words.chop(1);
+    QCOMPARE(QString::fromUtf8(said),
+             u"[air] %1: %2\n"_s.arg(QDir::toNativeSeparators(call.at(u"b"_s)), words));
 }
 
-void tst_AirCall_win::teeIsRewritten()
+void tst_AirCall_win::otherListsStayAsTheyAre()
 {
     AirCall call;
     call.putEncoder(u"b"_s);
     const QString target = uR"([f=flv:fifo_options=a=1\:b=2]x|[f=flv]%1)"_s.arg(call.argumentsStep());
+    const QStringList list{u"-i"_s, u"film.mp4"_s, u"-f"_s, u"tee"_s, target};
 
-    QCOMPARE(call.run({u"-i"_s, u"film.mp4"_s, u"-f"_s, u"tee"_s, target}), 0);
+    QCOMPARE(call.run(list), 0);
 
-    QCOMPARE(fileLines(call.filePath(u"arguments"_s)),
-             QStringList({u"-i"_s, u"film.mp4"_s, u"-map"_s, u"0:v:0"_s, u"-map"_s, u"0:a:0?"_s, u"-c:a"_s,
-                          u"aac"_s, u"-flags"_s, u"+global_header"_s, u"-f"_s, u"tee"_s,
-                          uR"([f=flv:fifo_options=a=1\\\:b=2]x|[f=flv]%1)"_s.arg(call.argumentsStep())}));
+    QCOMPARE(fileLines(call.filePath(u"arguments"_s)), list);
 }
 
 CORVANE_TEST(tst_AirCall_win, QCoreApplication)

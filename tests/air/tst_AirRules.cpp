@@ -22,6 +22,8 @@ private Q_SLOTS:
     void rateWithoutDestinations();
     void recordingNames_data();
     void recordingNames();
+    void firstLine_data();
+    void firstLine();
 };
 
 void tst_AirRules::hang_data()
@@ -124,6 +126,26 @@ void tst_AirRules::recordingNames()
     QCOMPARE(air::recordingNumber(name.toStdString()), number);
     if (number > 0)
         QCOMPARE(QString::fromStdString(air::recordingName(number)), name);
+}
+
+void tst_AirRules::firstLine_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("line");
+
+    QTest::newRow("without an end") << u"/films"_s << u"/films"_s;
+    QTest::newRow("with one") << u"/films\n/others\n"_s << u"/films"_s;
+    QTest::newRow("with one of two bytes") << u"C:\\films\r\nD:\\\r\n"_s << u"C:\\films"_s;
+    QTest::newRow("with blanks") << u" \t/my films \t \n"_s << u"/my films"_s;
+    QTest::newRow("blanks alone") << u" \t\r\n/films"_s << QString();
+    QTest::newRow("empty") << QString() << QString();
+}
+
+void tst_AirRules::firstLine()
+{
+    QFETCH(const QString, text);
+
+    QTEST(QString::fromStdString(air::firstLineOf(text.toStdString())), "line");
 }
 
 CORVANE_TEST(tst_AirRules, QCoreApplication)

@@ -4,42 +4,63 @@
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/ToolPath.h"
 
 #include <QDir>
 #include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
+#include <cerrno>
+
+#ifdef Q_OS_UNIX
 #include <sys/mount.h>
 #include <sys/stat.h>
+#endif
 
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
 namespace {
 
-/// The companion with a list of a transmission, before an encoder that is a script of the shell: its standard
-/// streams are those of an encoder, and its descriptors 3, 4 and 5 stream, signal and gate.
+QString step(const QString &name, const QByteArray &value)
+{
+    return name + u'=' + stepText(value);
+}
+
+/// Words of the system for an error code of its own.
+QByteArray systemWords([[maybe_unused]] int posix, [[maybe_unused]] int windows)
+{
+#ifdef Q_OS_WIN
+    QString words = qt_error_string(windows).trimmed();
+    return (words.endsWith(u'.') ? words.chopped(1) : words).toUtf8();
+#else
+    return qt_error_string(posix).toUtf8();
+#endif
+}
+
+/// The companion with a list of a transmission, before an encoder that performs steps.
 class Transmission
 {
 public:
-    explicit Transmission(const QByteArray &script)
+    explicit Transmission(QStringList steps)
+        : m_steps(std::move(steps))
     {
-        writeFile(m_call.at(u"b"_s), "#!/bin/sh\n" + script + '\n');
-        QFile file(m_call.at(u"b"_s));
-        file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser);
-        m_call.setPath({u"a"_s, u"b"_s, u"../../../../../../../../bin"_s});
+        m_call.putEncoder(u"b"_s);
     }
 
-    /// The directory for recordings, switched on.
+    /// The directory for recordings, switched on; as the system writes it.
     QString recordTo(const QString &directory)
     {
-        writeFile(m_call.filePath(u"a/recordings"_s), directory.toUtf8() + '\n');
-        return directory;
+        QString native = QDir::toNativeSeparators(directory);
+        writeFile(m_call.filePath(u"a/recordings"_s), native.toUtf8() + '\n');
+        return native;
     }
 
     void start(const QStringList &input = {})
     {
-        QStringList list = liveList({u"-f"_s, u"flv"_s, u"rtmp://127.0.0.1:1/live/secret"_s});
+        const QString target = u"rtmp://127.0.0.1:1/live/fake:%1,rest="_s.arg(m_steps.join(u','));
+        QStringList list = liveList({u"-f"_s, u"flv"_s, target});
         list = list.first(4) + input + list.sliced(4);
         m_call.start(list);
     }
@@ -62,14 +83,28 @@ public:
 
     QProcess &process() { return m_call.process(); }
     [[nodiscard]] QString filePath(const QString &name) const { return m_call.filePath(name); }
+    [[nodiscard]] QString encoder() const { return m_call.at(u"b"_s); }
 
 private:
     AirCall m_call;
+    QStringList m_steps;
     QByteArray m_said;
 };
 
-const QByteArray connectedLine = "echo '[tee @ 0x1] [verbose] filename' >&2\n"
-                                 "echo '[tcp @ 0x1] [verbose] Successfully connected to h' >&2\n";
+/// True as soon as a process that isn't this one's child has ended, whether or not it has been reaped.
+bool isOver(qint64 pid)
+{
+#ifdef Q_OS_WIN
+    return !processExists(pid);
+#else
+    return processCommand(pid).isEmpty();
+#endif
+}
+
+const QString isUp = step(u"stderr"_s, "[error] up\n");
+const QString connects = step(u"stderr"_s, "[tee @ 0x1] [verbose] filename\n"
+                                           "[tcp @ 0x1] [verbose] Successfully connected to h\n");
+const QString goodbye = step(u"stdout"_s, "goodbye\n");
 
 } // namespace
 
@@ -80,6 +115,7 @@ class tst_AirSupervise : public QObject
 
 private Q_SLOTS:
     void standardStreams();
+    void endOfInput();
     void exitCode_data();
     void exitCode();
     void crash();
@@ -101,14 +137,29 @@ private Q_SLOTS:
 
 void tst_AirSupervise::standardStreams()
 {
-    Transmission call("printf 'out\\000\\377'; echo '[error] err' >&2; cat; exit 3");
+    const QTemporaryDir dir;
+    const QString input = dir.filePath(u"input"_s);
+    Transmission call({step(u"stdout"_s, QByteArray("out\0\xff\n", 6)), step(u"input"_s, input.toUtf8()),
+                       step(u"stderr"_s, "[error] err\n"), u"await-input=4"_s, u"exit=3"_s});
     call.start();
-    call.process().write("xyz");
-    call.process().closeWriteChannel();
+    QVERIFY(call.waitFor("err"));
+    call.process().write("xyz\n");
 
     QCOMPARE(call.exitCode(), 3);
-    QCOMPARE(call.process().readAllStandardOutput(), QByteArray("out\0\xffxyz", 8));
+    QCOMPARE(call.process().readAllStandardOutput(), QByteArray("out\0\xff\n", 6));
     QCOMPARE(call.said(), "err\n"_ba);
+    QCOMPARE(contentsOf(input), "xyz\n"_ba);
+}
+
+void tst_AirSupervise::endOfInput()
+{
+    Transmission call({isUp});
+    call.start();
+    QVERIFY(call.waitFor("up"));
+
+    call.process().closeWriteChannel();
+
+    QCOMPARE(call.exitCode(), 1); // the encoder has left, and nobody asked for it
 }
 
 void tst_AirSupervise::exitCode_data()
@@ -125,7 +176,7 @@ void tst_AirSupervise::exitCode()
 {
     QFETCH(const int, code);
     QFETCH(const int, result);
-    Transmission call("exit " + QByteArray::number(code));
+    Transmission call({u"exit=%1"_s.arg(code)});
 
     QCOMPARE(call.run(), result);
     QCOMPARE(call.process().exitStatus(), QProcess::NormalExit);
@@ -134,7 +185,7 @@ void tst_AirSupervise::exitCode()
 
 void tst_AirSupervise::crash()
 {
-    Transmission call("kill -SEGV $$");
+    Transmission call({u"crash"_s});
 
     QCOMPARE(call.run(), crashedExitCode());
     QCOMPARE(call.process().exitStatus(), QProcess::CrashExit);
@@ -142,42 +193,50 @@ void tst_AirSupervise::crash()
 
 void tst_AirSupervise::killTakesTheEncoderAlong()
 {
-    Transmission call("echo \"pid $$.\" >&2; exec sleep 60");
+    const QTemporaryDir dir;
+    const QString pids = dir.filePath(u"pids"_s);
+    Transmission call({step(u"append"_s, pids.toUtf8()), isUp});
     call.start();
-    QVERIFY(call.waitFor("."));
-    const qint64 encoder = call.said().mid(4).chopped(2).toLongLong();
+    QVERIFY(call.waitFor("up"));
+    const qint64 encoder = fileLines(pids).constFirst().toLongLong();
+    QVERIFY(encoder != call.process().processId());
     QVERIFY(processExists(encoder));
 
     call.process().kill();
 
     QVERIFY(call.process().waitForFinished());
-    QVERIFY(waitUntil([&] { return processCommand(encoder).isEmpty(); }));
+    QVERIFY(waitUntil([&] { return isOver(encoder); }));
 }
 
 void tst_AirSupervise::encoderThatCannotBeRun()
 {
     Transmission call({});
-    writeFile(call.filePath(u"b/ffmpeg"_s), "\x7fno program\n");
+    QVERIFY(QFile::remove(call.encoder()));
+    writeFile(call.encoder(), "\x7fno program\n");
+    QFile file(call.encoder());
+    QVERIFY(file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeUser));
 
     QCOMPARE(call.run(), 127);
-    QCOMPARE(call.said(), "[air] " + call.filePath(u"b/ffmpeg"_s).toUtf8() + ": Exec format error\n");
+    QCOMPARE(call.said(), "[air] " + QDir::toNativeSeparators(call.encoder()).toUtf8() + ": " +
+                              systemWords(ENOEXEC, 193) + '\n'); // ERROR_BAD_EXE_FORMAT
 }
 
 void tst_AirSupervise::quitOpensTheGate()
 {
-    Transmission call("echo '[error] up' >&2; head -c 1; echo x >&4; echo x >&5; echo goodbye; exit 0");
+    Transmission call(
+        {u"ignore-q"_s, isUp, u"await-input=1"_s, u"signal"_s, u"gate"_s, goodbye, u"exit=0"_s});
     call.start();
     QVERIFY(call.waitFor("up"));
 
     call.process().write("q");
 
     QCOMPARE(call.exitCode(), 0);
-    QCOMPARE(call.process().readAllStandardOutput(), "qgoodbye\n"_ba);
+    QCOMPARE(call.process().readAllStandardOutput(), "goodbye\n"_ba);
 }
 
 void tst_AirSupervise::endOfALiveSource()
 {
-    Transmission call("echo x >&4; echo x >&5; echo goodbye; exit 0");
+    Transmission call({u"signal"_s, u"gate"_s, goodbye, u"exit=0"_s});
 
     QCOMPARE(call.run(), 1);
     QCOMPARE(call.process().readAllStandardOutput(), QByteArray());
@@ -186,7 +245,7 @@ void tst_AirSupervise::endOfALiveSource()
 
 void tst_AirSupervise::endOfAFile()
 {
-    Transmission call("echo x >&4; echo x >&5; echo goodbye; exit 7");
+    Transmission call({u"signal"_s, u"gate"_s, goodbye, u"exit=7"_s});
     call.start({u"-re"_s});
 
     QCOMPARE(call.exitCode(), 0);
@@ -196,7 +255,7 @@ void tst_AirSupervise::endOfAFile()
 
 void tst_AirSupervise::stopWithoutAnAnswer()
 {
-    Transmission call("echo '[error] up' >&2; exec sleep 60");
+    Transmission call({u"ignore-q"_s, isUp});
     call.start();
     QVERIFY(call.waitFor("up"));
 
@@ -207,7 +266,7 @@ void tst_AirSupervise::stopWithoutAnAnswer()
 
 void tst_AirSupervise::hungEncoder()
 {
-    Transmission call(connectedLine + "printf '[info] frame=1\\r[info] frame=2\\r' >&2; exec sleep 60");
+    Transmission call({connects, step(u"stderr"_s, "[info] frame=1\r[info] frame=2\r")});
 
     QCOMPARE(call.run(), 1);
     QCOMPARE(call.said(),
@@ -216,11 +275,9 @@ void tst_AirSupervise::hungEncoder()
 
 void tst_AirSupervise::figures()
 {
-    Transmission call(
-        connectedLine +
-        "echo '[error] up' >&2; head -c 1 >/dev/null; head -c 102400 /dev/zero >&3; head -c 1 >/dev/null\n"
-        "printf '[info] frame=1 size=N/A time=1 bitrate=N/A \\r' >&2; exit 2");
-    const QString film = call.recordTo(call.filePath(u"c"_s)) + "/corvane-0001.mkv"_L1;
+    Transmission call({connects, isUp, u"await-input=1"_s, u"stream=102400"_s, u"await-input=2"_s,
+                       step(u"stderr"_s, "[info] frame=1 size=N/A time=1 bitrate=N/A \r"), u"exit=2"_s});
+    const QString film = call.recordTo(call.filePath(u"c"_s)) + QDir::separator() + "corvane-0001.mkv"_L1;
     call.start();
     QVERIFY(call.waitFor("up"));
     call.process().write("1");
@@ -235,19 +292,19 @@ void tst_AirSupervise::figures()
 
 void tst_AirSupervise::recording()
 {
-    Transmission call("head -c 200000 /dev/zero >&3; printf end >&3; exit 2");
+    Transmission call({u"stream=200000"_s, u"stream-text=end"_s, u"exit=2"_s});
     const QString directory = call.recordTo(call.filePath(u"b"_s));
 
     QCOMPARE(call.run(), 2);
 
-    const QString file = directory + "/corvane-0001.mkv"_L1;
+    const QString file = directory + QDir::separator() + "corvane-0001.mkv"_L1;
     QCOMPARE(contentsOf(file), QByteArray(200000, '\0') + "end");
     QCOMPARE(call.said(), "[air] gravando em " + file.toUtf8() + '\n');
 }
 
 void tst_AirSupervise::recordingsAreNumbered()
 {
-    Transmission call("printf x >&3; exit 2");
+    Transmission call({u"stream=1"_s, u"exit=2"_s});
     const QString directory = call.recordTo(call.filePath(u"c"_s));
     writeFile(directory + "/corvane-0007.mkv"_L1, "old");
     writeFile(directory + "/corvane-0099.txt"_L1, "other");
@@ -265,24 +322,29 @@ void tst_AirSupervise::recordingThatFails_data()
     QTest::addColumn<QString>("what");
     QTest::addColumn<QByteArray>("why");
 
-    QTest::newRow("no such directory") << u"missing"_s << "No such file or directory"_ba;
-    QTest::newRow("a file") << u"file"_s << "Not a directory"_ba;
-    QTest::newRow("a pipe") << u"pipe"_s << "Not a directory"_ba;
-    QTest::newRow("removed meanwhile") << u"removed"_s << "No such file or directory"_ba;
+    QTest::newRow("no such directory") << u"missing"_s << systemWords(ENOENT, 3); // ERROR_PATH_NOT_FOUND
+    QTest::newRow("a file") << u"file"_s << systemWords(ENOTDIR, 267);            // ERROR_DIRECTORY
+#ifdef Q_OS_UNIX // elsewhere there are no such pipes, and a file that is written can't be removed
+    QTest::newRow("a pipe") << u"pipe"_s << systemWords(ENOTDIR, 0);
+    QTest::newRow("removed meanwhile") << u"removed"_s << systemWords(ENOENT, 0);
+#endif
 }
 
 void tst_AirSupervise::recordingThatFails()
 {
     QFETCH(const QString, what);
     QFETCH(const QByteArray, why);
-    // Longer than it takes to notice that the file has gone.
-    Transmission call(
-        "i=0; while [ $i -lt 50 ]; do head -c 1000 /dev/zero >&3; sleep 0.1; i=$((i + 1)); done; exit 2");
+    QStringList steps;
+    for (int i = 0; i < 50; ++i) // longer than it takes to notice that the file has gone
+        steps << u"stream=1000"_s << u"pause=100"_s;
+    Transmission call(steps << u"exit=2"_s);
     const QString place = call.recordTo(call.filePath(u"c/"_s + what));
     if (what == "file"_L1)
         createFile(place);
+#ifdef Q_OS_UNIX
     else if (what == "pipe"_L1)
         QCOMPARE(::mkfifo(QFile::encodeName(place).constData(), 0600), 0);
+#endif
     else if (what == "removed"_L1)
         QVERIFY(QDir().mkpath(place));
 
@@ -299,7 +361,8 @@ void tst_AirSupervise::recordingThatFails()
 
 void tst_AirSupervise::fullDisk()
 {
-    Transmission call("head -c 3000000 /dev/zero >&3; echo '[error] went on' >&2; exit 2");
+#ifdef Q_OS_UNIX
+    Transmission call({u"stream=3000000"_s, step(u"stderr"_s, "[error] went on\n"), u"exit=2"_s});
     const QString place = call.recordTo(call.filePath(u"c"_s));
     if (::mount("tmpfs", QFile::encodeName(place).constData(), "tmpfs", 0, "size=1m") != 0)
         QSKIP("this system lets the test mount no file system of its own");
@@ -312,15 +375,18 @@ void tst_AirSupervise::fullDisk()
     QVERIFY(said.contains("went on\n"));
     QCOMPARE(said.count("No space left on device — a transmissão continua\n"), 1);
     QCOMPARE(kept, 1024 * 1024);
+#else
+    QSKIP("a test can't mount a file system on Windows");
+#endif
 }
 
 void tst_AirSupervise::nothingIsRecordedUnasked()
 {
-    Transmission call("printf x >&3; exit 2");
+    Transmission call({u"stream=1"_s, u"exit=2"_s});
 
     QCOMPARE(call.run(), 2);
     QCOMPARE(call.said(), QByteArray());
-    QCOMPARE(entriesOf(call.filePath(u"a"_s)), QStringList{u"ffmpeg"_s});
+    QCOMPARE(entriesOf(call.filePath(u"a"_s)), QStringList{executableName(u"ffmpeg"_s)});
 }
 
 CORVANE_TEST(tst_AirSupervise, QCoreApplication)

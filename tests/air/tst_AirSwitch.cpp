@@ -1,6 +1,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
+#include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
 #include <QDir>
@@ -14,12 +15,6 @@ using namespace corvane::test;
 
 namespace {
 
-/// An ffmpeg that has all muxers with these words in their help.
-QByteArray encoderWith(const QByteArray &words)
-{
-    return "#!/bin/sh\necho '" + words + "'\n";
-}
-
 constexpr auto allWords = "attempt_recovery recover_any_error use_fifo hash cluster_time_limit";
 
 constexpr QFile::Permissions executable = QFile::ReadOwner | QFile::ExeOwner | QFile::ReadGroup |
@@ -29,38 +24,55 @@ constexpr QFile::Permissions executable = QFile::ReadOwner | QFile::ExeOwner | Q
 class Installation
 {
 public:
-    explicit Installation(const QByteArray &encoder)
+    /// `help` is what the ffmpeg on PATH answers to every question about a muxer; empty: there is none.
+    explicit Installation(const QByteArray &help)
+        : m_help(help)
     {
-        writeFile(path(u"corvane"_s), "program");
+        writeFile(path(executableName(u"corvane"_s)), "program");
         QDir().mkpath(path(u"air"_s));
-        QFile::copy(QStringLiteral(CORVANE_AIR), path(u"air/ffmpeg"_s));
-        QFile::copy(QStringLiteral(CORVANE_AIR_SWITCH), path(u"air/corvane-air"_s));
-        if (!encoder.isEmpty()) {
-            writeFile(path(u"bin/ffmpeg"_s), encoder);
-            QFile::setPermissions(path(u"bin/ffmpeg"_s), executable);
+        QFile::copy(QStringLiteral(CORVANE_AIR), path(u"air/"_s + executableName(u"ffmpeg"_s)));
+        QFile::copy(QStringLiteral(CORVANE_AIR_SWITCH), path(u"air/"_s + executableName(u"corvane-air"_s)));
+        if (!help.isEmpty()) {
+            QDir().mkpath(path(u"bin"_s));
+            QFile::copy(fakeFfmpeg(), path(realFfmpeg));
         }
     }
 
     [[nodiscard]] QString path(const QString &name) const { return m_dir.filePath(name); }
+    [[nodiscard]] QString native(const QString &name) const { return QDir::toNativeSeparators(path(name)); }
+
+    void start(QProcess &process, const QString &program, const QStringList &arguments) const
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"PATH"_s, native(u"bin"_s));
+        environment.insert(u"FAKE_FFMPEG_HELP"_s, QString::fromUtf8(m_help));
+        process.setProcessEnvironment(environment);
+#ifdef Q_OS_UNIX
+        if (bound)
+            bindToPermissions(process);
+#endif
+        process.start(path(program), arguments);
+    }
 
     int call(const QStringList &arguments)
     {
         QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"PATH"_s, path(u"bin"_s));
-        process.setProcessEnvironment(environment);
-        process.start(path(u"air/corvane-air"_s), arguments);
+        start(process, u"air/corvane-air"_s, arguments);
         process.waitForFinished();
         output = QString::fromUtf8(process.readAllStandardOutput());
         error = QString::fromUtf8(process.readAllStandardError());
         return process.exitCode();
     }
 
+    bool bound = false; ///< to the permissions of files, even as root
     QString output;
     QString error;
 
+    const QString realFfmpeg = u"bin/"_s + executableName(u"ffmpeg"_s);
+
 private:
     QTemporaryDir m_dir;
+    QByteArray m_help;
 };
 
 } // namespace
@@ -77,23 +89,28 @@ private Q_SLOTS:
     void refused();
     void anotherEncoderStays();
     void folderThatCannotBeWritten();
+    void whileItRuns();
     void recordings();
     void misuse();
 };
 
 void tst_AirSwitch::onAndOff()
 {
-    Installation here(encoderWith(allWords));
+    Installation here(allWords);
     QCOMPARE(here.call({u"status"_s}), 3);
-    QVERIFY(here.output.startsWith("desligado\nffmpeg: "_L1 + here.path(u"bin/ffmpeg"_s) + u'\n'));
+    QVERIFY(here.output.startsWith("desligado\nffmpeg: "_L1 + here.native(here.realFfmpeg) + u'\n'));
 
     QCOMPARE(here.call({u"on"_s}), 0);
-    QVERIFY(here.output.startsWith("ligado: "_L1 + here.path(u"ffmpeg"_s) + "\nffmpeg: "_L1 +
-                                   here.path(u"bin/ffmpeg"_s) + u'\n'));
-    QCOMPARE(contentsOf(here.path(u"ffmpeg"_s)), contentsOf(here.path(u"air/ffmpeg"_s)));
-    QVERIFY(QFileInfo(here.path(u"ffmpeg"_s)).isExecutable());
+    QVERIFY(here.output.startsWith("ligado: "_L1 + here.native(u"ffmpeg"_s) + "\nffmpeg: "_L1 +
+                                   here.native(here.realFfmpeg) + u'\n'));
+    QCOMPARE(contentsOf(here.path(u"ffmpeg"_s)),
+             contentsOf(here.path(u"air/"_s + executableName(u"ffmpeg"_s))));
+    QProcess companion;
+    here.start(companion, u"ffmpeg"_s, {u"fake:exit=3"_s}); // as the program starts it
+    QVERIFY(companion.waitForFinished());
+    QCOMPARE(companion.exitCode(), 3);
     QCOMPARE(here.call({u"status"_s}), 0);
-    QVERIFY(here.output.startsWith("ligado: "_L1 + here.path(u"ffmpeg"_s) + u'\n'));
+    QVERIFY(here.output.startsWith("ligado: "_L1 + here.native(u"ffmpeg"_s) + u'\n'));
 
     QCOMPARE(here.call({u"off"_s}), 0);
     QVERIFY(!QFile::exists(here.path(u"ffmpeg"_s)));
@@ -103,12 +120,13 @@ void tst_AirSwitch::onAndOff()
 
 void tst_AirSwitch::onTwice()
 {
-    Installation here(encoderWith(allWords));
+    Installation here(allWords);
 
     QCOMPARE(here.call({u"on"_s}), 0);
     QCOMPARE(here.call({u"on"_s}), 0);
 
-    QCOMPARE(entriesOf(here.path(QString())), QStringList({u"air"_s, u"bin"_s, u"corvane"_s, u"ffmpeg"_s}));
+    QCOMPARE(entriesOf(here.path(QString())),
+             QStringList({u"air"_s, u"bin"_s, executableName(u"corvane"_s), u"ffmpeg"_s}));
 }
 
 void tst_AirSwitch::refused_data()
@@ -118,9 +136,9 @@ void tst_AirSwitch::refused_data()
 
     QTest::newRow("no ffmpeg") << QByteArray() << u"não há ffmpeg no PATH"_s;
     QTest::newRow("one without recovery")
-        << encoderWith("use_fifo hash cluster_time_limit") << u"falta attempt_recovery (muxer fifo)"_s;
+        << QByteArray("use_fifo hash cluster_time_limit") << u"falta attempt_recovery (muxer fifo)"_s;
     QTest::newRow("one without the hash muxer")
-        << encoderWith("attempt_recovery recover_any_error use_fifo cluster_time_limit")
+        << QByteArray("attempt_recovery recover_any_error use_fifo cluster_time_limit")
         << u"falta hash (muxer hash)"_s;
 }
 
@@ -139,7 +157,7 @@ void tst_AirSwitch::refused()
 
 void tst_AirSwitch::anotherEncoderStays()
 {
-    Installation here(encoderWith(allWords));
+    Installation here(allWords);
     writeFile(here.path(u"ffmpeg"_s), "another");
 
     QCOMPARE(here.call({u"on"_s}), 1);
@@ -152,18 +170,45 @@ void tst_AirSwitch::anotherEncoderStays()
 
 void tst_AirSwitch::folderThatCannotBeWritten()
 {
-    Installation here(encoderWith(allWords));
+#ifdef Q_OS_WIN
+    QSKIP("rights of folders are no permissions of files on Windows");
+#endif
+    Installation here(allWords);
     QVERIFY(QFile::setPermissions(here.path(QString()), executable));
-    const Unprivileged nobody;
+    here.bound = true;
 
     QCOMPARE(here.call({u"on"_s}), 1);
 
     QVERIFY2(here.error.endsWith("Permission denied\n"_L1), qPrintable(here.error));
 }
 
+void tst_AirSwitch::whileItRuns()
+{
+    Installation here(allWords);
+    QCOMPARE(here.call({u"on"_s}), 0);
+    QProcess companion;
+    here.start(companion, u"ffmpeg"_s, {u"fake:stderr=up"_s});
+    QVERIFY(waitUntil([&] { return companion.readAllStandardError() == "up"; }));
+
+#ifdef Q_OS_WIN // which keeps the file of a program that runs
+    QCOMPARE(here.call({u"on"_s}), 1);
+    QVERIFY2(here.error.endsWith(" (feche o CORVANE antes)\n"_L1), qPrintable(here.error));
+    QCOMPARE(here.call({u"off"_s}), 1);
+    QVERIFY2(here.error.endsWith(" (feche o CORVANE antes)\n"_L1), qPrintable(here.error));
+    QCOMPARE(here.call({u"status"_s}), 0);
+    QCOMPARE(entriesOf(here.path(QString())),
+             QStringList({u"air"_s, u"bin"_s, executableName(u"corvane"_s), u"ffmpeg"_s}));
+#else
+    QCOMPARE(here.call({u"on"_s}), 0);
+    QCOMPARE(here.call({u"off"_s}), 0);
+#endif
+    companion.write("q");
+    QVERIFY(companion.waitForFinished());
+}
+
 void tst_AirSwitch::recordings()
 {
-    Installation here(encoderWith(allWords));
+    Installation here(allWords);
     writeFile(here.path(u"recordings"_s), "/films\n");
 
     here.call({u"status"_s});
@@ -173,7 +218,7 @@ void tst_AirSwitch::recordings()
 
 void tst_AirSwitch::misuse()
 {
-    Installation here(encoderWith(allWords));
+    Installation here(allWords);
 
     QCOMPARE(here.call({}), 2);
     QCOMPARE(here.call({u"maybe"_s}), 2);

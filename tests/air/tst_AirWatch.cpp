@@ -72,6 +72,8 @@ class tst_AirWatch : public QObject
 
 private Q_SLOTS:
     void linesArePassedWhole();
+    void endsOfTwoBytes_data();
+    void endsOfTwoBytes();
     void onlyWarningsPass();
     void linesWithoutALevel();
     void progressWaitsForAConnection();
@@ -106,9 +108,46 @@ void tst_AirWatch::linesArePassedWhole()
 
     QCOMPARE(saidOf(watch, "[libx264 @ 0x1] [war", 0), QStringList());
     QCOMPARE(saidOf(watch, "ning] one\n[warning] two\r\n[error] three", 0),
-             QStringList({u"[libx264 @ 0x1] one\n"_s, u"two\r"_s}));
+             QStringList({u"[libx264 @ 0x1] one\n"_s, u"two\r\n"_s}));
     watch.onErrorEnd(0);
     QCOMPARE(printed(watch), QStringList{u"three"_s});
+}
+
+void tst_AirWatch::endsOfTwoBytes_data()
+{
+    QTest::addColumn<QList<QByteArray>>("pieces");
+    QTest::addColumn<QStringList>("shown");
+
+    using Pieces = QList<QByteArray>;
+    QTest::newRow("at once") << Pieces{"[error] a\r\n[error] b\r\n"} << QStringList{u"a\r\n"_s, u"b\r\n"_s};
+    QTest::newRow("one after the other")
+        << Pieces{"[error] a\r", "\n[error] b"} << QStringList{u"a\r"_s, u"\n"_s};
+    QTest::newRow("of a line that isn't shown")
+        << Pieces{"[info] a\r", "\n[error] b\n"} << QStringList{u"b\n"_s};
+    QTest::newRow("of a line that isn't shown, at once")
+        << Pieces{"[info] a\r\n[error] b\r\n"} << QStringList{u"b\r\n"_s};
+    QTest::newRow("of a line that isn't shown, after one that is")
+        << Pieces{"[error] a\n[info] b\r", "\n"} << QStringList{u"a\n"_s};
+    QTest::newRow("of a message with several lines")
+        << Pieces{"[info] \r\n\r\n[q] command received. Exiting.\r\n\r\n", "\n"} << QStringList();
+    QTest::newRow("of a progress line that waits")
+        << Pieces{"[info] frame=1 size=N/A time=1 bitrate=N/A\r", "\n"} << QStringList();
+    QTest::newRow("a line that begins so")
+        << Pieces{"[error] a\r", "b", "\n"} << QStringList{u"a\r"_s, u"b\n"_s};
+    QTest::newRow("an empty line behind one")
+        << Pieces{"[error] a\r", "\n", "\n"} << QStringList{u"a\r"_s, u"\n"_s};
+    QTest::newRow("half of one alone") << Pieces{"[error] a\r[error] b\n"} << QStringList{u"a\r"_s, u"b\n"_s};
+}
+
+void tst_AirWatch::endsOfTwoBytes()
+{
+    QFETCH(const QList<QByteArray>, pieces);
+    air::AirWatch watch(listOf({urlA}));
+
+    for (const QByteArray &piece : pieces)
+        watch.onErrorBytes(piece.toStdString(), 0);
+
+    QTEST(printed(watch), "shown");
 }
 
 void tst_AirWatch::onlyWarningsPass()

@@ -21,9 +21,14 @@ using namespace Qt::StringLiterals;
 constexpr int runTimeoutMs = 10 * 60 * 1000;
 
 QJsonObject measuredRun(const QString &program, const test::XServer &display,
-                        const QList<std::pair<QString, QString>> &settings, Renderer renderer)
+                        const QList<std::pair<QString, QString>> &settings, Renderer renderer,
+                        const QString &ffmpeg)
 {
     test::ProgramSandbox sandbox;
+    if (!ffmpeg.isEmpty()) {
+        QFile::remove(sandbox.fakeFfmpegCopy());
+        QFile::link(ffmpeg, sandbox.fakeFfmpegCopy());
+    }
     const QString reportPath = sandbox.path(u"report"_s);
     QProcessEnvironment &environment = sandbox.environment();
     environment.insert(u"DISPLAY"_s, display.display());

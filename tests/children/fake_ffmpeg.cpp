@@ -14,16 +14,23 @@
 //   append=PATH       append the process id to PATH, as one line
 //   clock=PATH        append the time to PATH, as one line: microseconds since the Unix epoch
 //   death=PATH        append "ffmpeg" and the time to PATH when leaving
+//   await-input=N     wait until N bytes have come on standard input
+//   signal            of an encoder behind the companion of tools/air: it begins to end its outputs
+//   gate              the same: it asks to be let through, and waits
+//   stream=N          the same: N zero bytes of the stream
+//   stream-text=TEXT  the same: these bytes of it
+//   rest              the remainder of the argument is none of this program's
 //
-// Asked for -encoders or -protocols it answers with FAKE_FFMPEG_ENCODERS or FAKE_FFMPEG_PROTOCOLS from the
-// environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead, FAKE_FFMPEG_PROBE=exit1 answers with
-// code 1, FAKE_FFMPEG_PROBE=crash crashes behind the answer, FAKE_FFMPEG_PROBE=stderr gives it on standard
-// error, FAKE_FFMPEG_PROBE=long writes more before it than any pipe holds. FAKE_FFMPEG_ASKED=PATH makes it
-// append its arguments to PATH, as one line.
+// Asked for -encoders, -protocols or -h it answers with FAKE_FFMPEG_ENCODERS, FAKE_FFMPEG_PROTOCOLS or
+// FAKE_FFMPEG_HELP from the environment; FAKE_FFMPEG_PROBE=hang makes it wait for ever instead,
+// FAKE_FFMPEG_PROBE=exit1 answers with code 1, FAKE_FFMPEG_PROBE=crash crashes behind the answer,
+// FAKE_FFMPEG_PROBE=stderr gives it on standard error, FAKE_FFMPEG_PROBE=long writes more before it than any
+// pipe holds. FAKE_FFMPEG_ASKED=PATH makes it append its arguments to PATH, as one line.
 
 #include "tests/children/FakeChild.h"
 #include "tests/children/StandIn.h"
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -52,13 +59,62 @@ public:
     void write(char byte)
     {
         const std::lock_guard lock(m_mutex);
+        ++m_count;
         if (m_file.is_open())
             m_file << byte << std::flush;
+    }
+
+    [[nodiscard]] long count()
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_count;
     }
 
 private:
     std::mutex m_mutex;
     std::ofstream m_file;
+    long m_count = 0; ///< bytes that have come
+};
+
+/// Outputs that the companion has put into the last argument: signal and gate before the destinations, the
+/// stream behind them. Opened at the first write.
+class AirOutputs
+{
+public:
+    enum Output { Signal, Gate, Stream };
+
+    explicit AirOutputs(const std::string &slaves)
+    {
+        const std::vector<std::string> parts = split(slaves, '|');
+        if (parts.size() >= 4)
+            m_names = {target(parts[0]), target(parts[1]), target(parts.back())};
+    }
+
+    void write(Output output, const std::string &bytes)
+    {
+        if (!m_files[output])
+            m_files[output] = std::fopen(m_names[output].c_str(), "wb");
+        if (!m_files[output])
+            std::fprintf(stderr, "fake_ffmpeg: there is no output \"%s\"\n", m_names[output].c_str());
+        else
+            writeAll(m_files[output], bytes);
+    }
+
+private:
+    static std::string target(const std::string &slave)
+    {
+        std::string name;
+        for (std::size_t at = slave.find(']') + 1; at < slave.size(); ++at) {
+            if (slave[at] == '\\')
+                ++at;
+            name += slave[at];
+        }
+        const std::string_view descriptor = "pipe:";
+        return name.starts_with(descriptor) ? "/dev/fd/" + name.substr(descriptor.size()) : name;
+    }
+
+    std::array<std::string, 3> m_names;
+    std::array<std::FILE *, 3> m_files{};
 };
 
 std::string progressLine(long frame, long dropped, char end, int fps = 30, double bitrate = 6012.3)
@@ -128,6 +184,17 @@ void addProgressSteps(StandIn &child)
     });
 }
 
+void addAirSteps(StandIn &child, AirOutputs &outputs)
+{
+    child.addStep("signal", [&](const std::string &) { outputs.write(AirOutputs::Signal, "x\n"); });
+    child.addStep("gate", [&](const std::string &) { outputs.write(AirOutputs::Gate, "x\n"); });
+    child.addStep("stream", [&](const std::string &size) {
+        outputs.write(AirOutputs::Stream, std::string(std::stoul(size), '\0'));
+    });
+    child.addStep("stream-text", [&](const std::string &text) { outputs.write(AirOutputs::Stream, text); });
+    child.addStep("rest", [](const std::string &) {});
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -140,6 +207,8 @@ int main(int argc, char *argv[])
             return answerProbe("FAKE_FFMPEG_ENCODERS");
         if (argument == "-protocols")
             return answerProbe("FAKE_FFMPEG_PROTOCOLS");
+        if (argument == "-h")
+            return answerProbe("FAKE_FFMPEG_HELP");
     }
 
     const std::string last = arguments.empty() ? std::string() : arguments.back();
@@ -152,7 +221,13 @@ int main(int argc, char *argv[])
 
     StandIn child("fake_ffmpeg", arguments);
     InputCopy copy;
+    AirOutputs outputs(last);
     addProgressSteps(child);
+    addAirSteps(child, outputs);
+    child.addStep("await-input", [&](const std::string &count) {
+        while (copy.count() < std::stol(count))
+            child.waitFor(20);
+    });
     child.addStep("ignore-q", [&](const std::string &) { child.ignoreRequests(); });
     child.addStep("ignore-term", [](const std::string &) { std::signal(SIGTERM, SIG_IGN); });
     child.addStep("quit-code", [&](const std::string &code) { child.setRequestCode(std::stoi(code)); });

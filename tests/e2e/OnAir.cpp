@@ -38,7 +38,8 @@ OnAir::OnAir(SrtPath path)
 {
     const QString ffmpeg = path == SrtPath::Bridge ? m_tools.addScript(u"ffmpeg"_s, ffmpegWithoutSrt())
                                                    : m_tools.addMachineTool(u"ffmpeg"_s);
-    if (ffmpeg.isEmpty() || m_tools.addMachineTool(u"srt-live-transmit"_s).isEmpty() ||
+    const QString bridge = m_tools.addMachineTool(u"srt-live-transmit"_s);
+    if (ffmpeg.isEmpty() || (path == SrtPath::Bridge && bridge.isEmpty()) ||
         m_tools.addCopy(u"srtla_send"_s, srtlaRelay()).isEmpty())
         qFatal("the tools can't be put on the path");
 

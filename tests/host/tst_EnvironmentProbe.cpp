@@ -1,4 +1,5 @@
 #include "engine/host/EnvironmentProbe.h"
+#include "engine/host/ToolResolver.h"
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
@@ -29,6 +30,7 @@ private Q_SLOTS:
     void runsBothQuestions();
     void asksInTheseWords();
     void givesUpOnAnFfmpegThatHangs();
+    void worksOnNothingElseWithoutFfmpeg();
     void takesAnFfmpegThatCannotStartForSilent();
     void summarises_data();
     void summarises();
@@ -163,9 +165,12 @@ void tst_EnvironmentProbe::givesUpOnAnFfmpegThatHangs()
     QTest::failOnWarning(QRegularExpression(u"Destroyed while process"_s));
     QElapsedTimer clock;
     clock.start();
+    QList<bool> workedBesideFfmpeg;
 
-    const EnvironmentProbe found = EnvironmentProbe::run();
+    const EnvironmentProbe found =
+        EnvironmentProbe::run([&] { workedBesideFfmpeg << !childProcesses().isEmpty(); });
 
+    QCOMPARE(workedBesideFfmpeg, QList<bool>{true});
     // Two waits of 5000 ms, and no third one for the exit of the children.
     QVERIFY2(clock.elapsed() >= 9900, qPrintable(QString::number(clock.elapsed())));
     QVERIFY2(clock.elapsed() < 40000, qPrintable(QString::number(clock.elapsed())));
@@ -174,6 +179,17 @@ void tst_EnvironmentProbe::givesUpOnAnFfmpegThatHangs()
     QCOMPARE(found.availableEncoders, QStringList());
     QVERIFY(!found.ffmpegHasSrt);
     QVERIFY(!found.srtAvailable);
+}
+
+void tst_EnvironmentProbe::worksOnNothingElseWithoutFfmpeg()
+{
+    const ToolPath path;
+    if (!resolveTool(u"ffmpeg"_s).isEmpty())
+        QSKIP("there is an ffmpeg where the search looks besides PATH");
+
+    const EnvironmentProbe found = EnvironmentProbe::run([] { QFAIL("there is no ffmpeg to wait for"); });
+
+    QCOMPARE(found.ffmpegPath, QString());
 }
 
 void tst_EnvironmentProbe::takesAnFfmpegThatCannotStartForSilent()

@@ -5,6 +5,8 @@
 #include <QStringList>
 #include <QtGlobal>
 
+class QProcess;
+
 /// Queries and operations of tests on processes.
 namespace corvane::test {
 
@@ -68,6 +70,9 @@ public:
 private:
     quint32 m_former = 0;
 };
+
+/// Binds what `process` starts to the permissions of files, even if root runs it. Linux alone.
+void bindToPermissions(QProcess &process);
 
 /// Number of this process's open file descriptors, or handles.
 [[nodiscard]] qsizetype openDescriptors();

@@ -2,11 +2,13 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QString>
 
 #include <cerrno>
 #include <csignal>
 #include <linux/capability.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -137,6 +139,15 @@ Unprivileged::Unprivileged()
 Unprivileged::~Unprivileged()
 {
     effectiveCapabilities(~0U, m_former);
+}
+
+void bindToPermissions(QProcess &process)
+{
+    // A user other than root has neither of these, nor the right to drop them.
+    process.setChildProcessModifier([] {
+        ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
+        ::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
+    });
 }
 
 qsizetype openDescriptors()

@@ -81,7 +81,12 @@ QString ToolPath::addFakeFfmpeg(const QByteArray &encoders, const QByteArray &pr
 
 QString machineTool(const QString &name)
 {
-    return QStandardPaths::findExecutable(name, {u"/usr/bin"_s, u"/usr/local/bin"_s, u"/opt/homebrew/bin"_s});
+    QStringList folders{u"/usr/bin"_s, u"/usr/local/bin"_s, u"/opt/homebrew/bin"_s};
+#ifdef Q_OS_WIN
+    static const QString path = qEnvironmentVariable("PATH"); // of the start: a test sets another
+    folders = qEnvironmentVariable("CORVANE_TEST_TOOLS").split(u';', Qt::SkipEmptyParts) + path.split(u';');
+#endif
+    return QStandardPaths::findExecutable(name, folders);
 }
 
 } // namespace corvane::test

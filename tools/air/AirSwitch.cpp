@@ -1,8 +1,11 @@
 #include "tools/air/AirSwitch.h"
 
 #include "tools/air/NextFfmpeg.h"
+#include "tools/air/Places.h"
 #include "tools/air/ProgramOutput.h"
+#include "tools/air/RecordingFile.h"
 
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <system_error>
@@ -14,12 +17,24 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr auto program = "corvane";
+// More than any companion has, and less than any ffmpeg: what is larger needn't be read.
+constexpr std::uintmax_t mostBytes = 40'000'000;
 
 bool isThere(const fs::path &file)
 {
     std::error_code none;
     return fs::exists(fs::symlink_status(file, none));
+}
+
+bool holdsProgram(const fs::path &folder)
+{
+    std::error_code none;
+    return fs::is_regular_file(folder / programFile, none);
+}
+
+std::string restart()
+{
+    return "Feche o CORVANE e abra-o de novo: as ferramentas são procuradas só no início.\n";
 }
 
 /// Question to ffmpeg about a muxer, and a word of the reply that it needs.
@@ -45,6 +60,9 @@ constexpr Need needs[] = {{"fifo", "attempt_recovery"},
 
 bool isCompanion(const fs::path &file)
 {
+    std::error_code failure;
+    if (fs::file_size(file, failure) > mostBytes || failure)
+        return false;
     std::ifstream stream(file, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     // Name of the variable by which companions recognise each other.
@@ -54,8 +72,10 @@ bool isCompanion(const fs::path &file)
 fs::path programFolderAbove(const fs::path &folder)
 {
     for (fs::path above = folder.parent_path(); !above.empty(); above = above.parent_path()) {
-        if (isThere(above / program))
-            return above;
+        for (const fs::path &place : {above, above / "corvane"}) { // of a build; of a package
+            if (holdsProgram(place))
+                return place;
+        }
         if (above == above.root_path())
             break;
     }
@@ -64,7 +84,7 @@ fs::path programFolderAbove(const fs::path &folder)
 
 AirSwitch::AirSwitch(fs::path companion, const fs::path &programFolder)
     : m_companion(std::move(companion))
-    , m_place(programFolder / "ffmpeg")
+    , m_place((programFolder / "ffmpeg").make_preferred())
 {
 }
 
@@ -72,7 +92,7 @@ std::string AirSwitch::whyNot() const
 {
     if (!isCompanion(m_companion))
         return "o programa auxiliar não está em " + m_companion.string();
-    if (!isThere(m_place.parent_path() / program))
+    if (!holdsProgram(m_place.parent_path()))
         return "não há corvane em " + m_place.parent_path().string();
     if (isThere(m_place) && !isCompanion(m_place))
         return "já existe um outro ffmpeg em " + m_place.string();
@@ -100,10 +120,10 @@ AirSwitch::Answer AirSwitch::on() const
     if (failure) {
         std::error_code none;
         fs::remove(fresh, none);
-        return {false, "não foi ligado: " + m_place.string() + ": " + failure.message() + '\n'};
+        return {false, "não foi ligado: " + m_place.string() + ": " + failure.message() + hintOfUse + '\n'};
     }
     return {true, "ligado: " + m_place.string() + "\nffmpeg: " + realFfmpeg() +
-                      "\nFeche o CORVANE e abra-o de novo: as ferramentas são procuradas só no início.\n"};
+                      "\nUma atualização do CORVANE o retira: ligue-o de novo depois dela.\n" + restart()};
 }
 
 AirSwitch::Answer AirSwitch::off() const
@@ -115,11 +135,9 @@ AirSwitch::Answer AirSwitch::off() const
     std::error_code failure;
     fs::remove(m_place, failure);
     if (failure)
-        return {false, "não foi desligado: " + m_place.string() + ": " + failure.message() + '\n'};
-    return {
-        true,
-        "desligado: " + m_place.string() +
-            " foi removido\nFeche o CORVANE e abra-o de novo: as ferramentas são procuradas só no início.\n"};
+        return {false,
+                "não foi desligado: " + m_place.string() + ": " + failure.message() + hintOfUse + '\n'};
+    return {true, "desligado: " + m_place.string() + " foi removido\n" + restart()};
 }
 
 AirSwitch::Answer AirSwitch::status() const
@@ -131,11 +149,9 @@ AirSwitch::Answer AirSwitch::status() const
     const std::string real = realFfmpeg();
     text += "ffmpeg: " + (real.empty() ? std::string("não há nenhum no PATH") : real) + '\n';
     const fs::path recordings = m_place.parent_path() / "recordings";
-    std::string folder;
-    if (std::ifstream setting(recordings); std::getline(setting, folder))
-        text += "gravações: " + folder + '\n';
-    else
-        text += "gravações: nenhuma (" + recordings.string() + " não existe)\n";
+    const std::string folder = directoryNamedIn(recordings.string());
+    text += folder.empty() ? "gravações: nenhuma (" + recordings.string() + " não indica nenhuma pasta)\n"
+                           : "gravações: " + folder + '\n';
     return {there, text};
 }
 

@@ -28,9 +28,18 @@ AirWatch::AirWatch(const CorvaneList &list)
 
 void AirWatch::onErrorBytes(std::string_view bytes, std::int64_t now)
 {
-    for (const char c : bytes) {
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        const char c = bytes[at];
+        const bool afterReturn = std::exchange(m_afterReturn, c == '\r');
+        if (c == '\n' && afterReturn && m_partial.empty()) {
+            // Ended already, and the rest of its end has come later.
+            if (m_lastPassed)
+                m_output.emplace_back("\n");
+            continue;
+        }
         m_partial += c;
-        if (c == '\n' || c == '\r')
+        const bool endGoesOn = c == '\r' && at + 1 < bytes.size() && bytes[at + 1] == '\n';
+        if ((c == '\n' || c == '\r') && !endGoesOn)
             onLine(std::exchange(m_partial, {}), now);
     }
 }
@@ -52,7 +61,8 @@ void AirWatch::onLine(std::string_view line, std::int64_t now)
     const auto event = m_fates.read(read, now);
     if (!m_fates.anyUp())
         m_meter.clear();
-    if (passes(read, awayBefore))
+    m_lastPassed = passes(read, awayBefore);
+    if (m_lastPassed)
         m_output.push_back(withoutLevel(line));
     if (event)
         onFate(*event);
@@ -62,7 +72,8 @@ void AirWatch::onProgressLine(std::string_view line, std::int64_t now)
 {
     // Without a queue ffmpeg prints none before it is connected, and the program's patience ends a connection
     // attempt that takes too long.
-    if (!m_fates.connected())
+    m_lastPassed = m_fates.connected();
+    if (!m_lastPassed)
         return;
     m_hang.onProgress(now);
     m_output.push_back(m_meter.bytes() > 0 ? withFigures(line, m_meter.bytes(), m_meter.kbitsPerSecond())

@@ -74,7 +74,9 @@ private:
     LegFates m_fates;
     HangRule m_hang;
     LegMeter m_meter;
-    std::string m_partial; ///< line without its end
+    std::string m_partial;      ///< line without its end
+    bool m_afterReturn = false; ///< the last byte was a carriage return: a line's end, or half of one
+    bool m_lastPassed = false;  ///< the last line was printed
     std::set<std::string, std::less<>> m_said;
     std::vector<std::string> m_output;
     std::optional<int> m_verdict;

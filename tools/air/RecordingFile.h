@@ -34,6 +34,9 @@ private:
 /// First line of the regular file `setting`, without blanks around it; empty if there is none.
 [[nodiscard]] std::string directoryNamedIn(const std::string &setting);
 
+/// First line of a text, without blanks around it.
+[[nodiscard]] std::string firstLineOf(std::string_view text);
+
 /// Name of the recording with this number, such as "corvane-0001.mkv".
 [[nodiscard]] std::string recordingName(int number);
 

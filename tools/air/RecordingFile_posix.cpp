@@ -95,13 +95,7 @@ std::string directoryNamedIn(const std::string &setting)
     if (fstat(file, &status) == 0 && S_ISREG(status.st_mode))
         size = read(file, bytes.data(), bytes.size());
     close(file);
-    std::string_view text(bytes.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
-    text = text.substr(0, text.find('\n'));
-    constexpr std::string_view blanks = " \t\r";
-    const std::size_t first = text.find_first_not_of(blanks);
-    if (first == std::string_view::npos)
-        return {};
-    return std::string(text.substr(first, text.find_last_not_of(blanks) - first + 1));
+    return firstLineOf({bytes.data(), size > 0 ? static_cast<std::size_t>(size) : 0});
 }
 
 } // namespace corvane::air

@@ -33,4 +33,14 @@ int recordingNumber(std::string_view name)
     return error == std::errc() && parsed == end && number > 0 ? number : 0;
 }
 
+std::string firstLineOf(std::string_view text)
+{
+    text = text.substr(0, text.find('\n'));
+    constexpr std::string_view blanks = " \t\r";
+    const std::size_t first = text.find_first_not_of(blanks);
+    if (first == std::string_view::npos)
+        return {};
+    return std::string(text.substr(first, text.find_last_not_of(blanks) - first + 1));
+}
+
 } // namespace corvane::air

@@ -1,8 +1,7 @@
 #include "tools/air/Supervise.h"
 
 #include "tools/air/AirRewrite.h"
-#include "tools/air/AirWatch.h"
-#include "tools/air/Recording.h"
+#include "tools/air/AirSession.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -15,14 +14,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 
 namespace corvane::air {
 
 namespace {
-
-constexpr int tickMs = 200;
-constexpr int patienceWithTheDiskMs = 800; // the program waits three seconds in all for a stop
 
 // Descriptors of the encoder.
 constexpr int meterDescriptor = 3;
@@ -128,9 +125,8 @@ public:
 private:
     [[noreturn]] void becomeEncoder(const std::string &ffmpeg, const std::vector<char *> &vector,
                                     pid_t parent) const;
-    void serve(AirWatch &watch, Recording &recording);
-    void passInput(AirWatch &watch);
-    static void print(AirWatch &watch);
+    void serve(AirSession &session);
+    void passInput(AirSession &session);
 
     pid_t m_pid = -1;
     Pipe m_input;
@@ -191,89 +187,70 @@ void Encoder::becomeEncoder(const std::string &ffmpeg, const std::vector<char *>
     _exit(127);
 }
 
-void Encoder::print(AirWatch &watch)
-{
-    for (const std::string &part : watch.takeOutput())
-        writeAll(STDERR_FILENO, part);
-}
-
-void Encoder::passInput(AirWatch &watch)
+void Encoder::passInput(AirSession &session)
 {
     readOnce(m_ownInput, [&](std::string_view bytes) {
         writeAll(m_input.to, bytes);
-        watch.onInput(bytes, now());
+        session.onInput(bytes, now());
     });
     if (m_ownInput < 0)
         closeOnce(m_input.to);
 }
 
-void Encoder::serve(AirWatch &watch, Recording &recording)
+void Encoder::serve(AirSession &session)
 {
     while (m_error.from >= 0) {
         std::array<pollfd, 4> watched{{{m_ownInput, POLLIN, 0},
                                        {m_error.from, POLLIN, 0},
                                        {m_meter.from, POLLIN, 0},
                                        {m_signal.from, POLLIN, 0}}};
-        poll(watched.data(), watched.size(), tickMs);
+        poll(watched.data(), watched.size(), AirSession::tickMs);
         if (watched[0].revents != 0)
-            passInput(watch);
+            passInput(session);
         if (watched[1].revents != 0)
-            readOnce(m_error.from, [&](std::string_view bytes) { watch.onErrorBytes(bytes, now()); });
-        if (watched[2].revents != 0) {
-            readOnce(m_meter.from, [&](std::string_view bytes) {
-                recording.add(bytes);
-                watch.onStream(static_cast<std::int64_t>(bytes.size()), now());
-            });
-        }
+            readOnce(m_error.from, [&](std::string_view bytes) { session.onError(bytes, now()); });
+        if (watched[2].revents != 0)
+            readOnce(m_meter.from, [&](std::string_view bytes) { session.onStream(bytes, now()); });
         if (watched[3].revents != 0)
-            readOnce(m_signal.from, [&](std::string_view) { watch.onEnding(now()); });
-        watch.onTick(now());
-        print(watch);
-        if (watch.verdict())
+            readOnce(m_signal.from, [&](std::string_view) { session.onSignal(now()); });
+        session.onTick(now());
+        if (session.endsEncoder())
             kill(m_pid, SIGKILL);
-        else if (watch.letsThrough())
+        else if (session.letsThrough())
             drain(m_gate.from);
     }
-    watch.onErrorEnd(now());
+    session.onErrorEnd(now());
 }
 
 int Encoder::run(const CorvaneList &list, const std::string &recordings)
 {
-    AirWatch watch(list);
-    Recording recording(recordings, [](const std::string &line) { writeAll(STDERR_FILENO, line); });
-    serve(watch, recording);
+    AirSession session(list, recordings, [](std::string_view text) { writeAll(STDERR_FILENO, text); });
+    serve(session);
     int status = 0;
     while (waitpid(m_pid, &status, 0) < 0 && errno == EINTR)
         ;
     while (m_meter.from >= 0) // its end, which the encoder has left in the pipe
-        readOnce(m_meter.from, [&](std::string_view bytes) { recording.add(bytes); });
-    recording.finish(patienceWithTheDiskMs);
+        readOnce(m_meter.from, [&](std::string_view bytes) { session.onRestOfStream(bytes); });
 
-    int code = 0;
-    if (const auto verdict = watch.verdict()) {
-        code = *verdict;
-    } else if (WIFSIGNALED(status)) {
-        print(watch);
-        std::signal(WTERMSIG(status), SIG_DFL);
-        raise(WTERMSIG(status));
-    } else {
-        code = watch.exitCodeFor(WEXITSTATUS(status));
-    }
-    print(watch);
-    return code;
+    const std::optional<int> left = WIFSIGNALED(status) ? std::nullopt : std::optional(WEXITSTATUS(status));
+    if (const auto code = session.finish(left))
+        return *code;
+    std::signal(WTERMSIG(status), SIG_DFL);
+    raise(WTERMSIG(status));
+    return 128 + WTERMSIG(status); // of one that ends nobody, as a shell says it
 }
 
 } // namespace
 
-int supervise(const std::string &ffmpeg, const CorvaneList &list, std::vector<std::string> arguments,
-              const std::string &recordings)
+std::optional<int> supervise(const std::string &ffmpeg, const CorvaneList &list,
+                             std::vector<std::string> arguments, const std::string &recordings)
 {
     const auto pipe = [](int descriptor) { return "pipe:" + std::to_string(descriptor); };
     const Plumbing plumbing{pipe(meterDescriptor), pipe(signalDescriptor), pipe(gateDescriptor)};
     std::signal(SIGPIPE, SIG_IGN);
     Encoder encoder;
     if (!encoder.start(ffmpeg, rewrittenForAir(list, std::move(arguments), plumbing)))
-        return -1;
+        return {};
     return encoder.run(list, recordings);
 }
 

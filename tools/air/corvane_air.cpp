@@ -1,10 +1,9 @@
 // corvane-air: switches the companion on and off, and says what is there.
 
 #include "tools/air/AirSwitch.h"
+#include "tools/air/Places.h"
 
-#include <cstdio>
 #include <string_view>
-#include <system_error>
 
 namespace fs = std::filesystem;
 using corvane::air::AirSwitch;
@@ -27,7 +26,7 @@ Sem a pasta vale a mais próxima acima desta ferramenta que tem um corvane.
 
 int print(const AirSwitch::Answer &answer, int otherwise)
 {
-    std::fputs(answer.text.c_str(), answer.done || otherwise == isOff ? stdout : stderr);
+    corvane::air::printText(answer.text, !answer.done && otherwise != isOff);
     return answer.done ? 0 : otherwise;
 }
 
@@ -38,17 +37,16 @@ int main(int argc, char *argv[])
     const std::string_view command = argc > 1 ? argv[1] : "";
     if (argc > 3 || (command != "on" && command != "off" && command != "status")) {
         const bool asked = command == "help" || command == "--help" || command == "-h";
-        std::fputs(help, asked ? stdout : stderr);
+        corvane::air::printText(help, !asked);
         return asked ? 0 : misused;
     }
-    std::error_code none;
-    const fs::path folder = fs::read_symlink("/proc/self/exe", none).parent_path();
+    const fs::path folder = corvane::air::ownFolder();
     const fs::path programFolder = argc > 2 ? fs::path(argv[2]) : corvane::air::programFolderAbove(folder);
     if (programFolder.empty()) {
-        std::fputs("não há corvane acima desta ferramenta: diga a pasta dele\n", stderr);
+        corvane::air::printText("não há corvane acima desta ferramenta: diga a pasta dele\n", true);
         return refused;
     }
-    const AirSwitch airSwitch(folder / "ffmpeg", programFolder);
+    const AirSwitch airSwitch(folder / corvane::air::companionFile, programFolder);
     if (command == "on")
         return print(airSwitch.on(), refused);
     if (command == "off")

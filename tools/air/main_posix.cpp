@@ -45,9 +45,9 @@ int main(int argc, char *argv[])
 
     std::vector<std::string> arguments(argv + 1, argv + argc);
     if (const auto list = corvane::air::readCorvaneList(arguments)) {
-        const int code = corvane::air::supervise(ffmpeg, *list, std::move(arguments), recordings());
+        const auto code = corvane::air::supervise(ffmpeg, *list, std::move(arguments), recordings());
         // A recording may still wait for its disk, and nothing waits for that.
-        _exit(code >= 0 ? code : cannotBeRun(ffmpeg));
+        _exit(code ? *code : cannotBeRun(ffmpeg));
     }
     argv[0] = const_cast<char *>(ffmpeg.c_str());
     execv(ffmpeg.c_str(), argv);
