@@ -815,7 +815,9 @@ ApplicationWindow {
         Accessible.name: "Streams"
         Keys.onUpPressed: selectBeside(-1)
         Keys.onDownPressed: selectBeside(1)
-        ScrollBar.vertical: ScrollBar {}
+        ScrollBar.vertical: ScrollBar {
+            visible: size < 1 // one with nothing to scroll would take the clicks on the rows below it
+        }
         Component.onCompleted: renew()
 
         Connections {

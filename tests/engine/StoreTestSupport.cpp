@@ -67,6 +67,44 @@ QStringList StoreBench::logLines() const
     return lines;
 }
 
+bool StoreBench::isEmpty() const
+{
+    return QSettings().allKeys().isEmpty() && bytes().isEmpty();
+}
+
+void StoreBench::forget() const
+{
+    QSettings settings;
+    settings.clear();
+    settings.sync();
+}
+
+void StoreBench::put(const QVariantMap &values) const
+{
+    QSettings settings;
+    settings.beginGroup(u"pipelines"_s);
+    for (auto entry = values.begin(); entry != values.end(); ++entry)
+        settings.setValue(entry.key(), entry.value());
+    settings.endGroup();
+    settings.sync();
+}
+
+QString StoreBench::value(const QString &key) const
+{
+    const QVariant value = QSettings().value("pipelines/"_L1 + key);
+    return value.isValid() ? value.toString() : QString();
+}
+
+QByteArray StoreBench::contents() const
+{
+    QByteArray all = bytes();
+    const QSettings settings;
+    const QStringList keys = settings.allKeys();
+    for (const QString &key : keys)
+        all += key.toUtf8() + '=' + settings.value(key).toString().toUtf8() + '\n';
+    return all;
+}
+
 bool StoreBench::fileExists() const
 {
     return QFileInfo::exists(m_file);
@@ -84,12 +122,6 @@ void StoreBench::write(const QByteArray &bytes) const
     QFile file(m_file);
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
         qFatal("%s can't be written", qPrintable(m_file));
-}
-
-void StoreBench::removeFile() const
-{
-    if (!QFile::remove(m_file))
-        qFatal("%s can't be removed", qPrintable(m_file));
 }
 
 QByteArray StoreBench::stored(const QByteArray &key) const

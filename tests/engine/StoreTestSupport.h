@@ -7,13 +7,14 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <QVariantMap>
 
 #include <memory>
 
 namespace corvane::test {
 
-/// One machine on which the program runs again and again: its settings file, and one Engine at a time whose
-/// ffmpeg is fake_ffmpeg. For systems that keep settings in files.
+/// One machine on which the program runs again and again: its settings, and one Engine at a time whose ffmpeg
+/// is fake_ffmpeg.
 class StoreBench
 {
 public:
@@ -36,11 +37,24 @@ public:
     /// The log without stamps and without the line of the metrics endpoint, whose port may be taken.
     [[nodiscard]] QStringList logLines() const;
 
+    /// True if the settings hold nothing.
+    [[nodiscard]] bool isEmpty() const;
+    void forget() const; ///< empties the settings
+
+    /// Writes values below "pipelines", such as "1/id", as another program would.
+    void put(const QVariantMap &values) const;
+
+    /// Text of the value `key` below "pipelines", such as "1/id"; null if there is none.
+    [[nodiscard]] QString value(const QString &key) const;
+
+    /// Everything in the settings, as text.
+    [[nodiscard]] QByteArray contents() const;
+
+    // For systems that keep settings in files.
     [[nodiscard]] QString filePath() const { return m_file; }
     [[nodiscard]] bool fileExists() const;
     [[nodiscard]] QByteArray bytes() const; ///< of the file; empty if there is none
     void write(const QByteArray &bytes) const;
-    void removeFile() const;
 
     /// Text of `key` in the section "pipelines", as it stands behind the equals sign; null if there is none.
     [[nodiscard]] QByteArray stored(const QByteArray &key) const;

@@ -12,13 +12,13 @@ namespace {
 
 using Saving = std::function<void(Engine &, const QString &id)>;
 
-// Secrets that an operator enters and no file may ever contain.
+// Secrets that an operator enters and no settings may ever contain.
 const QString streamKey = u"chave-9f31c0"_s;
 const QString passphrase = u"frase-secreta-77"_s;
 const QString streamId = u"#!::r=canal-oculto"_s;
 const QString receiver = u"bonding.oculto.example"_s;
 
-/// A machine with one pipeline of one output; the store's file is taken away, so that a save shows.
+/// A machine with one pipeline of one output; the store is emptied, so that a save shows.
 struct Saved
 {
     Saved()
@@ -26,7 +26,7 @@ struct Saved
         bench.start();
         id = bench->addPipeline(u"a"_s);
         bench->addRtmpOutput(id, u"fake:progress"_s);
-        bench.removeFile();
+        bench.forget();
     }
 
     StoreBench bench;
@@ -35,7 +35,7 @@ struct Saved
 
 } // namespace
 
-/// Operations that save, the moment at which they do so, and the contents that never reach the file.
+/// Operations that save, the moment at which they do so, and the contents that never reach the settings.
 class tst_EngineStoreSaves : public QObject
 {
     Q_OBJECT
@@ -52,29 +52,29 @@ private Q_SLOTS:
 void tst_EngineStoreSaves::saves_data()
 {
     QTest::addColumn<Saving>("operation");
-    QTest::addColumn<QByteArray>("key");
-    QTest::addColumn<QByteArray>("value");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("value");
 
     const auto row = [](const char *name, const Saving &operation, const char *key, const char *value) {
-        QTest::newRow(name) << operation << QByteArray(key) << QByteArray(value);
+        QTest::newRow(name) << operation << QString::fromLatin1(key) << QString::fromLatin1(value);
     };
     row(
-        "addPipeline", [](Engine &e, auto &) { e.addPipeline(u"b"_s); }, "2\\name", "b");
+        "addPipeline", [](Engine &e, auto &) { e.addPipeline(u"b"_s); }, "2/name", "b");
     row(
         "removePipeline", [](Engine &e, auto &id) { e.removePipeline(id); }, "size", "0");
     row(
-        "renamePipeline", [](Engine &e, auto &id) { e.renamePipeline(id, u"b"_s); }, "1\\name", "b");
+        "renamePipeline", [](Engine &e, auto &id) { e.renamePipeline(id, u"b"_s); }, "1/name", "b");
     row(
-        "renamePipeline, nothing new", [](Engine &e, auto &id) { e.renamePipeline(id, u"a"_s); }, "1\\name",
+        "renamePipeline, nothing new", [](Engine &e, auto &id) { e.renamePipeline(id, u"a"_s); }, "1/name",
         "a");
     row(
         "configureSource",
         [](Engine &e, auto &id) {
             e.configureSource(id, {{u"uri"_s, u"u"_s}});
         },
-        "1\\sourceUri", "u");
+        "1/sourceUri", "u");
     row(
-        "configureSource, empty map", [](Engine &e, auto &id) { e.configureSource(id, {}); }, "1\\sourceKind",
+        "configureSource, empty map", [](Engine &e, auto &id) { e.configureSource(id, {}); }, "1/sourceKind",
         "4");
     row(
         "configureSource, what isn't stored",
@@ -87,32 +87,31 @@ void tst_EngineStoreSaves::saves_data()
         [](Engine &e, auto &id) {
             e.configureEncoder(id, {{u"bitrate"_s, 1}});
         },
-        "1\\bitrate", "1");
+        "1/bitrate", "1");
     row(
-        "configureEncoder, empty map", [](Engine &e, auto &id) { e.configureEncoder(id, {}); }, "1\\hw", "0");
+        "configureEncoder, empty map", [](Engine &e, auto &id) { e.configureEncoder(id, {}); }, "1/hw", "0");
     row(
-        "addRtmpOutput", [](Engine &e, auto &id) { e.addRtmpOutput(id, u"u"_s); }, "1\\outputs", "2");
+        "addRtmpOutput", [](Engine &e, auto &id) { e.addRtmpOutput(id, u"u"_s); }, "1/outputs", "2");
     row(
-        "addSrtOutput", [](Engine &e, auto &id) { e.addSrtOutput(id, u"u"_s, 1, u"p"_s); }, "1\\outputs",
-        "2");
+        "addSrtOutput", [](Engine &e, auto &id) { e.addSrtOutput(id, u"u"_s, 1, u"p"_s); }, "1/outputs", "2");
     row(
         "addSrtOutputFull",
-        [](Engine &e, auto &id) { e.addSrtOutputFull(id, u"u"_s, 1, u"p"_s, u"s"_s, 1, 1); }, "1\\outputs",
+        [](Engine &e, auto &id) { e.addSrtOutputFull(id, u"u"_s, 1, u"p"_s, u"s"_s, 1, 1); }, "1/outputs",
         "2");
     row(
-        "addSrtlaOutput", [](Engine &e, auto &id) { e.addSrtlaOutput(id, u"h"_s, 1); }, "1\\outputs", "2");
+        "addSrtlaOutput", [](Engine &e, auto &id) { e.addSrtlaOutput(id, u"h"_s, 1); }, "1/outputs", "2");
     row(
-        "clearOutputs", [](Engine &e, auto &id) { e.clearOutputs(id); }, "1\\outputs", "0");
+        "clearOutputs", [](Engine &e, auto &id) { e.clearOutputs(id); }, "1/outputs", "0");
     row(
-        "removeOutput", [](Engine &e, auto &id) { e.removeOutput(id, 0); }, "1\\outputs", "0");
+        "removeOutput", [](Engine &e, auto &id) { e.removeOutput(id, 0); }, "1/outputs", "0");
     row(
-        "setOutputEnabled", [](Engine &e, auto &id) { e.setOutputEnabled(id, 0, false); }, "1\\outputs", "1");
+        "setOutputEnabled", [](Engine &e, auto &id) { e.setOutputEnabled(id, 0, false); }, "1/outputs", "1");
 }
 
 void tst_EngineStoreSaves::saves()
 {
     QFETCH(Saving, operation);
-    QFETCH(QByteArray, key);
+    QFETCH(QString, key);
 
     Saved saved;
     // The save is the last step: a listener to the change finds a store without it.
@@ -120,15 +119,18 @@ void tst_EngineStoreSaves::saves()
     bool savedBefore = false;
     connect(&saved.bench.engine(), &Engine::pipelinesChanged, this, [&] {
         ++changes;
-        savedBefore = savedBefore || saved.bench.fileExists();
+        savedBefore = savedBefore || !saved.bench.isEmpty();
     });
 
     operation(saved.bench.engine(), saved.id);
 
     QCOMPARE(changes, 1);
     QVERIFY(!savedBefore);
-    QVERIFY(saved.bench.fileExists()); // when the operation has returned
-    QTEST(saved.bench.stored(key), "value");
+    QVERIFY(!saved.bench.isEmpty()); // when the operation has returned
+#ifndef Q_OS_WIN
+    QVERIFY(!saved.bench.stored("size").isNull()); // in the file by then
+#endif
+    QTEST(saved.bench.value(key), "value");
 }
 
 void tst_EngineStoreSaves::doesNotSave_data()
@@ -182,7 +184,7 @@ void tst_EngineStoreSaves::doesNotSave()
 
     Saved saved;
     operation(saved.bench.engine(), saved.id);
-    QVERIFY(!saved.bench.fileExists());
+    QVERIFY(saved.bench.isEmpty());
 }
 
 void tst_EngineStoreSaves::doesNotSaveAtTheEnd()
@@ -191,7 +193,7 @@ void tst_EngineStoreSaves::doesNotSaveAtTheEnd()
     saved.bench->startPipeline(saved.id);
     QVERIFY(waitUntil([&] { return saved.bench->anyPipelineTransmitting(); }));
     saved.bench.end();
-    QVERIFY(!saved.bench.fileExists());
+    QVERIFY(saved.bench.isEmpty());
 }
 
 void tst_EngineStoreSaves::showsNoSecret()
@@ -226,15 +228,15 @@ void tst_EngineStoreSaves::showsNoSecret()
                                  "bonding.oculto", "rtmp://",        "srt://"};
     for (qsizetype step = 0; step < steps.size(); ++step) {
         steps.at(step)();
-        const QByteArray bytes = bench.bytes();
-        QVERIFY(bytes.contains("[pipelines]"));
+        const QByteArray bytes = bench.contents();
+        QVERIFY(bytes.contains("pipelines/size="));
         for (const QByteArray &secret : secrets)
             QVERIFY2(!bytes.contains(secret),
                      qPrintable(u"step %1: "_s.arg(step) + QString::fromUtf8(bytes)));
     }
     bench.end();
     for (const QByteArray &secret : secrets)
-        QVERIFY(!bench.bytes().contains(secret));
+        QVERIFY(!bench.contents().contains(secret));
 }
 
 CORVANE_TEST(tst_EngineStoreSaves, QCoreApplication)

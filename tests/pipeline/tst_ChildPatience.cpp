@@ -7,7 +7,10 @@
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 
+#include <QDeadlineTimer>
 #include <QTest>
+
+#include <utility>
 
 #include <dlfcn.h>
 
@@ -17,12 +20,14 @@ using namespace corvane::test;
 
 namespace {
 
-QList<int> waits;     ///< times that were granted, in milliseconds
-bool endless = false; ///< every wait is over at once, and in vain
+QList<int> waits;        ///< times that were granted, in milliseconds
+QList<qint64> deadlines; ///< those that were set since, likewise
+bool endless = false;    ///< every wait is over at once, and in vain
+bool asking = false;     ///< deadlines are written down: those of the program, not those of Qt's waits
 
 } // namespace
 
-// Replacement of Qt's own: a program's symbols come before those of the libraries that it is linked to.
+// Replacements of Qt's own: a program's symbols come before those of the libraries that it is linked to.
 bool QProcess::waitForFinished(int msecs)
 {
     waits << msecs;
@@ -30,7 +35,18 @@ bool QProcess::waitForFinished(int msecs)
         return false;
     using Wait = bool (*)(QProcess *, int);
     static const auto wait = reinterpret_cast<Wait>(dlsym(RTLD_NEXT, "_ZN8QProcess15waitForFinishedEi"));
-    return wait(this, msecs);
+    const bool wasAsking = std::exchange(asking, false);
+    const bool finished = wait(this, msecs);
+    asking = wasAsking;
+    return finished;
+}
+
+QDeadlineTimer::QDeadlineTimer(qint64 msecs, Qt::TimerType timerType) noexcept
+    : QDeadlineTimer(timerType)
+{
+    if (asking)
+        deadlines << msecs;
+    setRemainingTime(msecs, timerType);
 }
 
 class tst_ChildPatience : public QObject
@@ -48,6 +64,7 @@ private Q_SLOTS:
 void tst_ChildPatience::init()
 {
     waits.clear();
+    deadlines.clear();
     endless = false;
 }
 
@@ -91,8 +108,14 @@ void tst_ChildPatience::questionsToFfmpeg()
 {
     ToolPath path;
     path.addFakeFfmpeg(" V....D libx264\n", "  srt\n");
+    asking = true;
     const EnvironmentProbe found = EnvironmentProbe::run();
-    QCOMPARE(waits, QList({5000, 5000}));
+    asking = false;
+    QCOMPARE(deadlines, QList<qint64>({5000, 5000}));
+    // Each wait has what the start of the child has left of it.
+    QCOMPARE(waits.size(), 2);
+    for (const int wait : std::as_const(waits))
+        QVERIFY2(wait > 0 && wait <= 5000, qPrintable(QString::number(wait)));
     QCOMPARE(found.availableEncoders, QStringList{u"libx264"_s});
 }
 

@@ -12,14 +12,12 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const auto knownWarning = "Unable to assign [undefined] to QColor"_L1;
-
 QStringList collectedWarnings;
 QtMessageHandler formerHandler = nullptr;
 
 void collect(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    if (type == QtWarningMsg && message.contains(".qml"_L1) && !message.contains(knownWarning))
+    if (type == QtWarningMsg && message.contains(".qml"_L1))
         collectedWarnings << message;
     formerHandler(type, context, message);
 }

@@ -56,8 +56,7 @@ private:
 /// The real window over a real Engine, with a fake ffmpeg as the only tool, operated by mouse and key events.
 ///
 /// Items are found by their objectName in what is on the window, popups included. QML warnings are collected
-/// from construction on; the one that the window is known to print (the text colour of the encoder advice) is
-/// left out.
+/// from construction on.
 class Interface
 {
 public:

@@ -27,6 +27,8 @@ private Q_SLOTS:
     void goesToTheEndOfTheList();
     void emptyFieldAddsNothing_data();
     void emptyFieldAddsNothing();
+    void blanksStandAsTheyAre_data();
+    void blanksStandAsTheyAre();
     void returnInAFieldAddsNothing_data();
     void returnInAFieldAddsNothing();
     void pastedLineBreakStaysOneOutput();
@@ -190,6 +192,33 @@ void tst_EditorOutputsAdd::emptyFieldAddsNothing()
     QCOMPARE(m_ui->text(u"srtPass"_s), u"pass"_s);
     QCOMPARE(m_ui->text(u"srtStreamid"_s), u"id"_s);
     QCOMPARE(m_ui->value(u"srtScenario"_s, u"currentIndex"_s).toInt(), 3);
+}
+
+void tst_EditorOutputsAdd::blanksStandAsTheyAre_data()
+{
+    QTest::addColumn<QString>("typed");
+
+    QTest::newRow("around") << u"  a b "_s;
+    QTest::newRow("alone") << u"  "_s; // is not empty
+}
+
+void tst_EditorOutputsAdd::blanksStandAsTheyAre()
+{
+    QFETCH(const QString, typed);
+    for (const QString &field : {u"rtmpUrl"_s, u"srtUrl"_s, u"srtPass"_s, u"srtStreamid"_s, u"srtlaHost"_s})
+        m_ui->replaceText(field, typed);
+
+    m_ui->click(u"addRtmpButton"_s);
+    m_ui->click(u"addSrtButton"_s);
+    m_ui->click(u"addSrtlaButton"_s);
+
+    const QList<OutputConfig> outputs = m_ui->config(m_id).outputs;
+    QCOMPARE(outputs.size(), 3);
+    QCOMPARE(outputs.at(0).url, typed);
+    QCOMPARE(outputs.at(1).url, typed);
+    QCOMPARE(outputs.at(1).passphrase, typed);
+    QCOMPARE(outputs.at(1).streamId, typed);
+    QCOMPARE(outputs.at(2).receiverHost, typed);
 }
 
 void tst_EditorOutputsAdd::returnInAFieldAddsNothing_data()

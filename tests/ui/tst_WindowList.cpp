@@ -1,3 +1,4 @@
+#include "engine/PipelineStore.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/ui/LookTable.h"
@@ -53,6 +54,7 @@ private Q_SLOTS:
     void clickSelects();
     void selectionFollowsTheRow();
     void firstRowOfAnIdIsTaken();
+    void anyPointOfARowSelects();
     void removalOfTheSelected();
     void headerButtonsByState();
     void startAllStartsEveryOne();
@@ -174,6 +176,46 @@ void tst_WindowList::firstRowOfAnIdIsTaken()
     QCOMPARE(selectedRow(), m_ui->engine().pipelines().at(0).toMap());
     m_ui->window().setProperty("selectedId", QString());
     QVERIFY(selectedRow().isEmpty());
+
+    // The store takes any ids, equal ones too.
+    m_ui.reset();
+    m_ui = std::make_unique<Interface>([](ToolPath &tools) {
+        tools.addFakeFfmpeg();
+        QList<PipelineConfig> stored(4);
+        stored[0].id = u"0000000a"_s;
+        for (int row = 1; row <= 3; ++row) {
+            stored[row].id = u"cafe0001"_s;
+            stored[row].name = u"igual %1"_s.arg(row);
+        }
+        PipelineStore::save(stored);
+    });
+    QCOMPARE(m_ui->engine().pipelines().size(), 4);
+    m_ui->window().setProperty("selectedId", u"cafe0001"_s);
+    QCOMPARE(selectedRow().value(u"name"_s).toString(), u"igual 1"_s);
+    QCOMPARE(selectedRow(), m_ui->engine().pipelines().at(1).toMap());
+}
+
+void tst_WindowList::anyPointOfARowSelects()
+{
+    const QString id = m_ui->addPipeline();
+    const QString other = m_ui->addPipeline();
+    m_ui->awaitRest();
+    const QQuickItem *row = m_ui->row(0);
+    const double height = row->height();
+    const QRectF inside = QRectF(0, 0, row->width(), height).adjusted(1, 1, -12, -2); // a splitter's handle
+    for (const QPointF &point : {inside.topLeft(), inside.topRight(), inside.center(), inside.bottomLeft(),
+                                 QPointF(inside.center().x(), inside.bottom()), inside.bottomRight()}) {
+        const QPoint at = row->mapToScene(point).toPoint();
+        m_ui->window().setProperty("selectedId", other);
+        QTest::mouseClick(&m_ui->window(), Qt::LeftButton, Qt::NoModifier, at);
+        QCOMPARE(m_ui->selectedId(), id);
+        QVERIFY(!row->property("renaming").toBool());
+        QTest::mouseDClick(&m_ui->window(), Qt::LeftButton, Qt::NoModifier, at);
+        QVERIFY(row->property("renaming").toBool());
+        m_ui->press(Qt::Key_Escape);
+        QVERIFY(!row->property("renaming").toBool());
+        QTRY_COMPARE(row->height(), height);
+    }
 }
 
 void tst_WindowList::removalOfTheSelected()

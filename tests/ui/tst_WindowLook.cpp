@@ -36,6 +36,7 @@ private Q_SLOTS:
     void centreAndLog() { compareLook(*m_ui); }
     void orderOfItems_data();
     void orderOfItems();
+    void tabsAreAsWideAsTheirWords();
     void placesOnTheWindow_data();
     void placesOnTheWindow();
     void chipsAreCentredVertically();
@@ -334,6 +335,19 @@ void tst_WindowLook::orderOfItems()
     const auto *layout = qobject_cast<QQuickItem *>(find(*m_ui, QString::fromUtf8(QTest::currentDataTag())));
     QVERIFY(layout);
     QCOMPARE(outline(layout), expected);
+}
+
+void tst_WindowLook::tabsAreAsWideAsTheirWords()
+{
+    double together = 0;
+    for (const QString &name : {u"tabFonte"_s, u"tabEncoder"_s, u"tabSaídas"_s, u"tabPreview"_s}) {
+        const QQuickItem *tab = m_ui->item(name);
+        QVERIFY(tab);
+        QCOMPARE(tab->width(), tab->implicitWidth());
+        QVERIFY(tab->width() > 0);
+        together += tab->width();
+    }
+    QCOMPARE_LT(together, m_ui->item(u"tabBar"_s)->width() / 2); // the bar would divide itself between them
 }
 
 void tst_WindowLook::placesOnTheWindow_data()

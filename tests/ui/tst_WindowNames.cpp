@@ -3,6 +3,7 @@
 #include "update/UpdateChecker.h"
 
 #include <QFile>
+#include <QJSEngine>
 #include <QMetaMethod>
 #include <QMetaProperty>
 #include <QRegularExpression>
@@ -28,6 +29,8 @@ private Q_SLOTS:
     void handledSignals_data();
     void handledSignals();
     void themeTokens();
+    void monoByPlatform_data();
+    void monoByPlatform();
     void standInHasTheUpdatersFace();
 
 private:
@@ -200,6 +203,34 @@ void tst_WindowNames::themeTokens()
     }
     QVERIFY(used.size() > 10);
     QCOMPARE(missing, QStringList{u"fg"_s});
+}
+
+void tst_WindowNames::monoByPlatform_data()
+{
+    QTest::addColumn<QString>("family");
+
+    for (const char *os : {"windows", "linux", "unix", "ios", ""})
+        QTest::addRow("on '%s'", os) << u"Consolas"_s;
+    QTest::newRow("on 'osx'") << u"Menlo"_s;
+}
+
+// The token is of the type colour, in which the name of a font doesn't survive: it is evaluated by itself.
+void tst_WindowNames::monoByPlatform()
+{
+    QFETCH(const QString, family);
+    QFile file(u":/qt/qml/Corvane/app/qml/Main.qml"_s);
+    QVERIFY(file.open(QFile::ReadOnly));
+    static const QRegularExpression declaration(uR"(readonly property color mono: ([^\n]+))"_s);
+    const auto match = declaration.match(QString::fromUtf8(file.readAll()));
+    QVERIFY(match.hasMatch());
+
+    QJSEngine js;
+    QJSValue platform = js.newObject();
+    platform.setProperty(u"os"_s, QString::fromUtf8(QTest::currentDataTag()).section(u'\'', 1, 1));
+    QJSValue qt = js.newObject();
+    qt.setProperty(u"platform"_s, platform);
+    js.globalObject().setProperty(u"Qt"_s, qt);
+    QCOMPARE(js.evaluate(match.captured(1)).toString(), family);
 }
 
 void tst_WindowNames::standInHasTheUpdatersFace()
