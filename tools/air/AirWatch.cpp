@@ -53,7 +53,7 @@ void AirWatch::onLine(std::string_view line, std::int64_t now)
     if (!m_fates.anyUp())
         m_meter.clear();
     if (passes(read, awayBefore))
-        m_output.push_back(withoutLevel(line));
+        m_output.push_back(withoutSecrets(withoutLevel(line), m_legs));
     if (event)
         onFate(*event);
 }
