@@ -301,6 +301,7 @@ class Camera:
                                          stderr=subprocess.DEVNULL)
 
     def stop(self):
+        """As when it loses its power: who receives it hears nothing more."""
         end(self._process)
 
 
