@@ -15,7 +15,7 @@ const QString gateSlaves = u"[f=hash:hash=adler32]pipe:4|[f=hash:hash=adler32]pi
 const QString meterSlave =
     uR"(|[f=matroska:live=1:cluster_time_limit=1000:flush_packets=1:use_fifo=1:fifo_options=queue_size=600\\\:drop_pkts_on_overflow=1:onfail=ignore]pipe:3)"_s;
 const QString queueOptions =
-    uR"(:use_fifo=1:fifo_options=queue_size=600\\\:drop_pkts_on_overflow=1\\\:attempt_recovery=1\\\:recover_any_error=1\\\:recovery_wait_time=1\\\:restart_with_keyframe=1:onfail=ignore])"_s;
+    uR"(:use_fifo=1:fifo_options=queue_size=600\\\:drop_pkts_on_overflow=1\\\:attempt_recovery=1\\\:recover_any_error=1\\\:recovery_wait_time=0.5\\\:restart_with_keyframe=1:onfail=ignore])"_s;
 
 QStringList rewrittenList(const QStringList &arguments)
 {
@@ -58,9 +58,12 @@ void tst_AirRewrite::slaves_data()
     QTest::newRow("UDP: none, as it never waits")
         << u"mpegts"_s << u"udp://127.0.0.1:8900?pkt_size=1316"_s
         << u"[f=mpegts"_s + queueOptions + u"udp://127.0.0.1:8900?pkt_size=1316"_s;
+    QTest::newRow("anything else stays")
+        << u"flv"_s << u"rtmp://h/~a-b_c?d=e&f:g,h;i#[j]"_s
+        << u"[f=flv:rw_timeout=2000000"_s + queueOptions + u"rtmp://h/~a-b_c?d=e&f:g,h;i#[j]"_s;
     QTest::newRow("what the muxer splits at is escaped")
-        << u"flv"_s << uR"(rtmp://h/a|b'c\d e)"_s
-        << u"[f=flv:rw_timeout=2000000"_s + queueOptions + uR"(rtmp://h/a\|b\'c\\d\ e)"_s;
+        << u"flv"_s << u"rtmp://h/a|b'c\\d e\tf\ng\rh"_s
+        << u"[f=flv:rw_timeout=2000000"_s + queueOptions + u"rtmp://h/a\\|b\\'c\\\\d\\ e\\\tf\\\ng\\\rh"_s;
 }
 
 void tst_AirRewrite::slaves()

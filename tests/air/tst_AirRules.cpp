@@ -19,6 +19,7 @@ private Q_SLOTS:
     void hang();
     void rate();
     void rateOfTheLastSecondsAlone();
+    void rateAtTheEdges();
     void rateWithoutDestinations();
     void recordingNames_data();
     void recordingNames();
@@ -86,6 +87,26 @@ void tst_AirRules::rateOfTheLastSecondsAlone()
         meter.add(second * 1000, 12500);
 
     QCOMPARE(meter.kbitsPerSecond(), 100.0);
+}
+
+void tst_AirRules::rateAtTheEdges()
+{
+    air::LegMeter pieces;
+    pieces.add(1000, 1000);
+    pieces.add(1049, 1000);
+    QCOMPARE(pieces.kbitsPerSecond(), 0.0); // one burst
+    air::LegMeter bursts;
+    bursts.add(1000, 1000);
+    bursts.add(1050, 1000);
+    QCOMPARE(bursts.kbitsPerSecond(), 160.0);
+
+    air::LegMeter meter;
+    meter.add(0, 1000);
+    meter.add(5000, 1000);
+    meter.add(10000, 9000);
+    QCOMPARE(meter.kbitsPerSecond(), 8.0);
+    meter.add(10060, 1000);
+    QCOMPARE(meter.kbitsPerSecond(), 10000 * 8 / 5060.0);
 }
 
 void tst_AirRules::rateWithoutDestinations()

@@ -57,6 +57,20 @@ public:
         return native;
     }
 
+    void setVariable(const QString &name, const QString &value)
+    {
+        QProcessEnvironment environment = process().processEnvironment();
+        environment.insert(name, value);
+        process().setProcessEnvironment(environment);
+    }
+
+    /// From now on a recording's writes hang after a few bytes.
+    void blockDisk()
+    {
+        setVariable(u"LD_PRELOAD"_s, QStringLiteral(CORVANE_BLOCKING_DISK));
+        setVariable(u"ASAN_OPTIONS"_s, u"verify_asan_link_order=0"_s);
+    }
+
     void start(const QStringList &input = {})
     {
         const QString target = u"rtmp://127.0.0.1:1/live/fake:%1,rest="_s.arg(m_steps.join(u','));
@@ -132,6 +146,9 @@ private Q_SLOTS:
     void recordingThatFails_data();
     void recordingThatFails();
     void fullDisk();
+    void blockedDisk_data();
+    void blockedDisk();
+    void nameLookups();
     void nothingIsRecordedUnasked();
 };
 
@@ -378,6 +395,44 @@ void tst_AirSupervise::fullDisk()
 #else
     QSKIP("a test can't mount a file system on Windows");
 #endif
+}
+
+void tst_AirSupervise::blockedDisk_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+
+    QTest::newRow("more than may wait") << "40000000"_ba;
+    QTest::newRow("the end of a recording") << "200000"_ba;
+}
+
+void tst_AirSupervise::blockedDisk()
+{
+    QFETCH(const QByteArray, bytes);
+    Transmission call(
+        "i=0; while [ $i -lt 10 ]; do head -c 5000 /dev/zero >&3; sleep 0.1; i=$((i + 1)); done\n"
+        "head -c " +
+        bytes + " /dev/zero >&3; echo '[error] went on' >&2; exit 2");
+    call.blockDisk();
+    const QString file = call.recordTo(call.filePath(u"c"_s)) + "/corvane-0001.mkv"_L1;
+
+    QCOMPARE(call.run(), 2);
+
+    QVERIFY(call.said().contains("went on\n"));
+    QCOMPARE(call.said().count("[air] gravação interrompida"), 1);
+    QVERIFY(call.said().contains("[air] gravação interrompida (" + file.toUtf8() +
+                                 "): o disco não acompanha — a transmissão continua\n"));
+    QCOMPARE_GE(QFileInfo(file).size(), 20000);
+}
+
+void tst_AirSupervise::nameLookups()
+{
+    Transmission call("echo \"[error] $RES_OPTIONS\" >&2; exit 2");
+
+    call.run();
+    QCOMPARE(call.said(), "timeout:1 attempts:5\n"_ba);
+    call.setVariable(u"RES_OPTIONS"_s, u"rotate"_s);
+    call.run();
+    QVERIFY(call.said().endsWith("\nrotate\n"));
 }
 
 void tst_AirSupervise::nothingIsRecordedUnasked()

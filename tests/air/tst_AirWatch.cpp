@@ -163,7 +163,7 @@ void tst_AirWatch::linesWithoutALevel()
 {
     air::AirWatch watch(listOf({urlA}));
 
-    QCOMPARE(saidOf(watch, "libva: no driver\n", 0), QStringList{u"libva: no driver\n"_s});
+    QCOMPARE(saidOf(watch, "libva: no driver\n~\n", 0), QStringList({u"libva: no driver\n"_s, u"~\n"_s}));
     QCOMPARE(saidOf(watch, "[info] \n\n[q] command received. Exiting.\n\n", 0), QStringList());
     QCOMPARE(saidOf(watch, "half of a line about " + urlA + "\n", 0), QStringList());
 }
@@ -216,7 +216,9 @@ void tst_AirWatch::figuresOfWhatWentOut()
     printed(watch);
     watch.onErrorBytes(connectedBytes, 0);
     QCOMPARE(saidOf(watch, progressBytes, 1), QStringList{shownProgress});
-    watch.onStream(10240, 1000);
+    watch.onStream(1, 1000);
+    QVERIFY(saidOf(watch, progressBytes, 1).constFirst().contains(u"size=       0kB "_s));
+    watch.onStream(10239, 1000);
     watch.onStream(75000, 2000);
     const auto with = [](const QString &size, const QString &rate) {
         return QStringList{
@@ -225,6 +227,7 @@ void tst_AirWatch::figuresOfWhatWentOut()
     };
 
     QCOMPARE(saidOf(watch, progressBytes, 2000), with(u"      83"_s, u" 600.0"_s));
+    watch.onStream(0, 2000);
     saidOf(watch, errorOpening(urlA), 9000);
     watch.onStream(75000, 9500);
     QCOMPARE(saidOf(watch, progressBytes, 10000), with(u"      83"_s, u"   0.0"_s));
@@ -237,7 +240,7 @@ void tst_AirWatch::firstConnectionFails()
     const QStringList said = saidOf(watch, refusedBytes + errorOpening(urlA), 100);
 
     QCOMPARE(said, QStringList({u"[tcp @ 0x1] Connection to tcp://h:1935 failed: Connection refused\n"_s,
-                                u"[fifo @ 0xa] Error opening rtmp://h/live/keyA: Connection refused\n"_s}));
+                                u"[fifo @ 0xa] Error opening rtmp://h:1935/…: Connection refused\n"_s}));
     QCOMPARE(verdictOf(watch), 1);
 }
 
@@ -260,7 +263,7 @@ void tst_AirWatch::lostAndBack()
     watch.onErrorBytes(connectedBytes, 0);
 
     QCOMPARE(saidOf(watch, errorOpening(urlA), 10000),
-             QStringList({u"[fifo @ 0xa] Error opening rtmp://h/live/keyA: Connection refused\n"_s, lostA}));
+             QStringList({u"[fifo @ 0xa] Error opening rtmp://h:1935/…: Connection refused\n"_s, lostA}));
     QCOMPARE(saidOf(watch, queueSays("[info] Recovery failed: x") + refusedBytes + errorOpening(urlA), 11000),
              QStringList());
     QCOMPARE(saidOf(watch, connectedBytes + queueSays("[info] Recovery successful"), 30499),
@@ -305,7 +308,7 @@ void tst_AirWatch::bothFailAtTheStart()
     saidOf(watch, refusedBytes + errorOpening(urlA), 0);
 
     QCOMPARE(saidOf(watch, refusedBytes + errorOpening(urlB, "0xb"), 100),
-             QStringList{u"[fifo @ 0xb] Error opening rtmp://h:1936/live/keyB: Connection refused\n"_s});
+             QStringList{u"[fifo @ 0xb] Error opening rtmp://h:1936/…: Connection refused\n"_s});
     QCOMPARE(verdictOf(watch), 1);
 }
 
@@ -337,14 +340,17 @@ void tst_AirWatch::namelessLoss()
 
 void tst_AirWatch::neverTheKey()
 {
-    air::AirWatch watch(listOf({urlA, urlB}));
-    watch.onErrorBytes(connectedBytes, 0);
-    QStringList said = saidOf(watch, queueSays("[verbose] Recovery attempt #1", "0xb"), 9000);
+    const std::string target = "rtmp://h/live/keyOfTheStream";
+    air::AirWatch watch(listOf({target, urlB}));
+    QStringList said =
+        saidOf(watch, "[rtmp @ 0x1] [error] no stream keyOfTheStream\n" + errorOpening(target), 0);
+    watch.onErrorBytes(connectedBytes, 1000);
+    said += saidOf(watch, queueSays("[verbose] Recovery attempt #1", "0xb"), 9000);
     said += saidOf(watch, errorOpening(urlB, "0xb") + errorOpening(urlB, "0xb"), 9000);
-    said += saidOf(watch, "[info] Output #0, tee, to '[f=flv]" + urlA + "'\n", 9000);
+    said += saidOf(watch, "[info] Output #0, tee, to '[f=flv]" + target + "'\n", 9000);
     said += saidOf(watch, queueSays("[info] Recovery successful", "0xb"), 9000);
 
-    QVERIFY(!said.isEmpty());
+    QCOMPARE_GE(said.size(), 4);
     QCOMPARE(said.filter(u"key"_s), QStringList());
 }
 
@@ -433,9 +439,9 @@ void tst_AirWatch::nothingIsSaidAfterTheStop()
     air::AirWatch watch(listOf({urlA}));
     watch.onErrorBytes(connectedBytes + progressBytes + progressBytes, 0);
     printed(watch);
-    watch.onInput("q", 5000);
+    watch.onInput("q", 0);
 
-    QCOMPARE(saidOf(watch, queueSays("[verbose] Recovery attempt #1"), 5100), QStringList());
+    QCOMPARE(saidOf(watch, queueSays("[verbose] Recovery attempt #1"), 100), QStringList());
     QCOMPARE(verdictOf(watch), -1);
 }
 

@@ -45,6 +45,8 @@ private Q_SLOTS:
     void ofTheBuilder();
     void hostAndPort_data();
     void hostAndPort();
+    void withoutSecrets_data();
+    void withoutSecrets();
 };
 
 void tst_CorvaneList::read_data()
@@ -110,8 +112,10 @@ void tst_CorvaneList::notRead_data()
     QTest::newRow("a file as FLV") << liveList({u"-f"_s, u"flv"_s, u"film.flv"_s});
     QTest::newRow("a protocol that isn't one of CORVANE's")
         << liveList({u"-f"_s, u"flv"_s, u"http://h/live"_s});
+    QTest::newRow("a URL without a scheme") << liveList({u"-f"_s, u"flv"_s, u"://h/live"_s});
     QTest::newRow("a scheme in capitals") << liveList({u"-f"_s, u"flv"_s, u"RTMP://h/live"_s});
     QTest::newRow("another format") << liveList({u"-f"_s, u"matroska"_s, u"rtmp://h/live/k"_s});
+    QTest::newRow("an empty format") << liveList({u"-f"_s, QString(), u"rtmp://h/live/k"_s});
     QTest::newRow("no format") << liveList({u"-an"_s, u"flv"_s, u"rtmp://h/live/k"_s});
     QTest::newRow("a tee of another form") << liveList({u"-f"_s, u"tee"_s, u"[f=flv]rtmp://h/a"_s});
     QTest::newRow("a tee of two forms")
@@ -175,6 +179,9 @@ void tst_CorvaneList::hostAndPort_data()
     QTest::newRow("path and key stay away") << u"rtmp://h:1936/live/secret"_s << u"h:1936"_s;
     QTest::newRow("usual port") << u"rtmp://h/live/secret"_s << u"h:1935"_s;
     QTest::newRow("usual port over TLS") << u"rtmps://h/live/secret"_s << u"h:443"_s;
+    for (const auto &[scheme, port] : {std::pair(u"rtmpe"_s, u"1935"_s), std::pair(u"rtmpt"_s, u"80"_s),
+                                       std::pair(u"rtmpte"_s, u"80"_s), std::pair(u"rtmpts"_s, u"443"_s)})
+        QTest::addRow("usual port of %s", qPrintable(scheme)) << scheme + u"://h/live"_s << u"h:"_s + port;
     QTest::newRow("a query stays away") << u"srt://h:9000?passphrase=secret"_s << u"h:9000"_s;
     QTest::newRow("a fragment stays away") << u"srt://h:9000#secret"_s << u"h:9000"_s;
     QTest::newRow("a user stays away") << u"rtmp://user:secret@h/live"_s << u"h:1935"_s;
@@ -193,6 +200,49 @@ void tst_CorvaneList::hostAndPort()
     QFETCH(const QString, result);
 
     QCOMPARE(QString::fromStdString(air::hostAndPort(url.toStdString())), result);
+}
+
+void tst_CorvaneList::withoutSecrets_data()
+{
+    QTest::addColumn<QStringList>("targets");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("result");
+    const QStringList rtmp{u"rtmp://h/live/secret"_s};
+
+    QTest::newRow("nothing to hide") << rtmp << u"Connection to tcp://h:1935 failed\n"_s
+                                     << u"Connection to tcp://h:1935 failed\n"_s;
+    QTest::newRow("an URL") << rtmp << u"Error opening rtmp://h/live/secret: refused"_s
+                            << u"Error opening rtmp://h:1935/…: refused"_s;
+    QTest::newRow("twice") << rtmp << u"rtmp://h/live/secret rtmp://h/live/secret"_s
+                           << u"rtmp://h:1935/… rtmp://h:1935/…"_s;
+    QTest::newRow("a key by itself") << rtmp << u"Stream secret, secret"_s << u"Stream …, …"_s;
+    QTest::newRow("a key that is a common word")
+        << QStringList{u"rtmp://h/live/error"_s} << u"error"_s << u"error"_s;
+    QTest::newRow("a key with parameters")
+        << QStringList{u"rtmps://h/live/secret?a=/b"_s} << u"no secret?a=/b here"_s << u"no … here"_s;
+    QTest::newRow("no path") << QStringList{u"rtmp://hostname"_s} << u"hostname"_s << u"hostname"_s;
+    QTest::newRow("a path that ends in a slash")
+        << QStringList{u"rtmp://hostname/secret/"_s} << u"hostname/secret"_s << u"hostname/secret"_s;
+    QTest::newRow("SRT") << QStringList{u"srt://h:9000?passphrase=0123456789"_s}
+                         << u"srt://h:9000?passphrase=0123456789: refused by h:9000"_s
+                         << u"srt://h:9000/…: refused by h:9000"_s;
+    QTest::newRow("each of two") << QStringList{u"rtmp://h/live/secret"_s, u"rtmp://i/live/hidden"_s}
+                                 << u"secret hidden rtmp://i/live/hidden"_s << u"… … rtmp://i:1935/…"_s;
+    QTest::newRow("one URL begins like the other")
+        << QStringList{u"rtmp://h/live/secret"_s, u"rtmp://h/live/secret2"_s} << u"rtmp://h/live/secret2"_s
+        << u"rtmp://h:1935/…"_s;
+}
+
+void tst_CorvaneList::withoutSecrets()
+{
+    QFETCH(const QStringList, targets);
+    QFETCH(const QString, text);
+    QFETCH(const QString, result);
+    std::vector<air::Leg> legs;
+    for (const QString &target : targets)
+        legs.push_back({"flv", target.toStdString()});
+
+    QCOMPARE(QString::fromStdString(air::withoutSecrets(text.toStdString(), legs)), result);
 }
 
 CORVANE_TEST(tst_CorvaneList, QCoreApplication)

@@ -1,6 +1,6 @@
-// One transmission of the program without its window, for ./dev bench air: `line_pipeline FFMPEG URL` puts a
-// test pattern on air, prints the log lines with the milliseconds since the start before them, and stops when
-// its standard input ends.
+// One transmission of the program without its window, for ./dev bench air: `line_pipeline FFMPEG SOURCE
+// URL...` puts a source on air ("test" for the test pattern, or an SRT URL), prints the log lines with the
+// milliseconds since the start before them, and stops when its standard input ends.
 
 #include "pipeline/Pipeline.h"
 
@@ -19,18 +19,24 @@ int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() != 3) {
-        std::fputs("line_pipeline FFMPEG URL\n", stderr);
+    if (arguments.size() < 4) {
+        std::fputs("line_pipeline FFMPEG SOURCE URL...\n", stderr);
         return 2;
     }
     PipelineConfig config;
     config.source.width = 640;
     config.source.height = 360;
     config.encoder.bitrate = 2500;
-    OutputConfig destination;
-    destination.kind = arguments.at(2).startsWith("srt:"_L1) ? OutputKind::Srt : OutputKind::Rtmp;
-    destination.url = arguments.at(2);
-    config.outputs = {destination};
+    if (arguments.at(2) != "test"_L1) {
+        config.source.kind = SourceKind::Srt;
+        config.source.uri = arguments.at(2);
+    }
+    for (const QString &url : arguments.sliced(3)) {
+        OutputConfig destination;
+        destination.kind = url.startsWith("srt:"_L1) ? OutputKind::Srt : OutputKind::Rtmp;
+        destination.url = url;
+        config.outputs << destination;
+    }
 
     Pipeline pipeline(config, arguments.at(1), true);
     QElapsedTimer clock;

@@ -44,14 +44,27 @@ OnAir::OnAir(SrtPath path)
         qFatal("the tools can't be put on the path");
 
     m_engine = std::make_unique<Engine>();
-    m_id = m_engine->addPipeline(u"Teste"_s);
-    m_engine->configureSource(m_id, {{u"width"_s, 320}, {u"height"_s, 180}, {u"fps"_s, 30}});
-    m_engine->configureEncoder(m_id, {{u"bitrate"_s, 500}, {u"keyintSec"_s, 1}});
+    m_id = newPipeline();
 }
 
 OnAir::~OnAir()
 {
-    m_engine->removePipeline(m_id); // nothing of it is kept for the next test
+    for (const QString &id : m_further + QStringList{m_id})
+        m_engine->removePipeline(id); // nothing of it is kept for the next test
+}
+
+QString OnAir::newPipeline()
+{
+    const QString id = m_engine->addPipeline(u"Teste"_s);
+    m_engine->configureSource(id, {{u"width"_s, 320}, {u"height"_s, 180}, {u"fps"_s, 30}});
+    m_engine->configureEncoder(id, {{u"bitrate"_s, 500}, {u"keyintSec"_s, 1}});
+    return id;
+}
+
+QString OnAir::addStream()
+{
+    m_further << newPipeline();
+    return m_further.constLast();
 }
 
 QString OnAir::state() const

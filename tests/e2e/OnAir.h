@@ -36,6 +36,9 @@ public:
     [[nodiscard]] bool hasLine(const QString &line) const;
     [[nodiscard]] QStringList linesWith(const QString &part) const;
 
+    /// A further pipeline of the same kind, and its id. It lives as long as this object.
+    [[nodiscard]] QString addStream();
+
     void start() { m_engine->startPipeline(m_id); }
     void stop() { m_engine->stopPipeline(m_id); }
 
@@ -50,11 +53,13 @@ public:
     ToolPath &tools() { return m_tools; }
 
 private:
+    QString newPipeline();
     [[nodiscard]] double encodedSeconds() const;
 
     ToolPath m_tools;
     std::unique_ptr<Engine> m_engine;
     QString m_id;
+    QStringList m_further; ///< ids of the streams that were added
 };
 
 } // namespace corvane::test

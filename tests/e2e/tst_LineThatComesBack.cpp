@@ -8,13 +8,19 @@
 #include "tests/support/TestSupport.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
 
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <array>
 #include <csignal>
 
 using namespace Qt::StringLiterals;
@@ -27,6 +33,8 @@ QString companion()
 {
     return QCoreApplication::applicationDirPath() + "/ffmpeg"_L1;
 }
+
+const SrtListener::Demands demandsOfSrt{u"the-right-passphrase"_s, {}};
 
 /// A line to an RTMP server that keeps what the encoder sends.
 class Line : public QTcpServer
@@ -71,12 +79,13 @@ private Q_SLOTS:
     void initTestCase();
     void cleanupTestCase();
     void serverGoneAndBack();
-    void listenerGoneAndBack();
+    void listenersAndTheirFaults();
     void refusedAtTheStart();
     void hungEncoder();
     void goodbyeOfTheOperator();
     void sourceThatEnds();
     void recordingWithoutAHole();
+    void recordingLostAlone();
 };
 
 void tst_LineThatComesBack::initTestCase()
@@ -132,28 +141,71 @@ void tst_LineThatComesBack::serverGoneAndBack()
     QCOMPARE_LE(received.largestGap, 1.0);
 }
 
-void tst_LineThatComesBack::listenerGoneAndBack()
+void tst_LineThatComesBack::listenersAndTheirFaults()
 {
-    SrtListener listener;
-    QVERIFY2(listener.start(), qPrintable(listener.error()));
+    // Side by side, each with its fault: the listener killed and back, silent for a while, the encoder
+    // killed, hung, and a passphrase that the listener doesn't take.
+    std::array<SrtListener, 5> listeners;
+    for (SrtListener &listener : listeners)
+        QVERIFY2(listener.start(&listener == &listeners.back() ? demandsOfSrt : SrtListener::Demands()),
+                 qPrintable(listener.error()));
     OnAir air(SrtPath::Direct);
-    air.engine().addSrtOutput(air.id(), listener.url(), 120, QString());
-    air.start();
-    QVERIFY(air.transmitFor(5));
+    QStringList ids{air.id()};
+    while (ids.size() < 5)
+        ids << air.addStream();
+    for (qsizetype at = 0; at < ids.size(); ++at) {
+        air.engine().addSrtOutput(ids[at], listeners.at(at).url(), 120,
+                                  at == 4 ? u"wrong-passphrase"_s : QString());
+        air.engine().startPipeline(ids[at]);
+    }
+    const auto all = [&](auto test) {
+        return std::all_of(listeners.begin(), std::prev(listeners.end()), test);
+    };
+    QVERIFY(waitUntil(
+        [&] { return all([](const SrtListener &each) { return each.bytesRecorded() > 300000; }); }, 40000));
+    QVERIFY(waitUntil([&] { return air.hasLine(u"ERRO: ffmpeg saiu (code=1, erro)"_s); }));
+    air.engine().stopPipeline(ids[4]);
+    const auto hostAndPort = [&](qsizetype at) { return u"127.0.0.1:%1"_s.arg(listeners.at(at).port()); };
+    const auto encoder = [&](qsizetype at) {
+        return childProcesses(OnAir::childWith(listeners.at(at).url() + u'?')).value(0);
+    };
+    const qint64 silent = OnAir::childWith(u":%1?mode=listener"_s.arg(listeners[1].port()));
+    QVERIFY(silent > 0 && encoder(2) > 0 && encoder(3) > 0);
+    const std::array before{listeners[2].bytesRecorded(), listeners[3].bytesRecorded()};
 
-    listener.kill();
-    QVERIFY2(waitUntil([&] { return !air.linesWith(u" perdido — "_s).isEmpty(); }),
-             qPrintable(air.engine().log()));
-    QVERIFY2(listener.startAgain(), qPrintable(listener.error()));
-    QVERIFY2(waitUntil([&] { return !air.linesWith(u" de volta após "_s).isEmpty(); }),
-             qPrintable(air.engine().log()));
-    QVERIFY(air.transmitFor(3));
-    air.stop();
-    listener.stop();
+    listeners[0].kill();
+    suspendProcess(silent);
+    killProcess(encoder(2));
+    suspendProcess(encoder(3));
 
-    QCOMPARE(air.linesWith(u"ffmpeg rodando"_s).size(), 1);
-    QCOMPARE(air.linesWith(u"ERRO: "_s), QStringList());
-    QCOMPARE(inspectRecording(listener.recording()).videoCodec, u"h264"_s);
+    for (const qsizetype at : {0, 1})
+        QVERIFY2(waitUntil([&] {
+                     return air.hasLine(u"[air] destino "_s + hostAndPort(at) +
+                                        u" perdido — a codificação continua, reconectando a cada segundo"_s);
+                 }),
+                 qPrintable(air.engine().log()));
+    QVERIFY2(listeners[0].startAgain(), qPrintable(listeners[0].error()));
+    sendSignal(silent, SIGCONT);
+    for (const qsizetype at : {0, 1})
+        QVERIFY2(
+            waitUntil([&] {
+                return !air.linesWith(u"[air] destino "_s + hostAndPort(at) + u" de volta após "_s).isEmpty();
+            }),
+            qPrintable(air.engine().log()));
+    for (const qsizetype at : {2, 3})
+        QVERIFY2(
+            waitUntil([&] { return listeners.at(at).bytesRecorded() > before.at(at - 2) + 200000; }, 40000),
+            qPrintable(air.engine().log()));
+    QVERIFY(waitUntil([&] { return listeners[0].bytesRecorded() > 200000; }));
+    for (const QString &id : std::as_const(ids))
+        air.engine().stopPipeline(id);
+
+    QVERIFY(air.hasLine(u"[air] ffmpeg sem progresso há 4 s — encerrando com code=1"_s));
+    QCOMPARE(air.linesWith(u"circuit breaker"_s), QStringList());
+    QCOMPARE(air.linesWith(u"[air] "_s).filter(u"passphrase"_s), QStringList());
+    for (SrtListener &listener : listeners)
+        listener.stop();
+    QCOMPARE(inspectRecording(listeners[0].recording()).videoCodec, u"h264"_s);
 }
 
 void tst_LineThatComesBack::refusedAtTheStart()
@@ -267,6 +319,74 @@ void tst_LineThatComesBack::recordingWithoutAHole()
     QCOMPARE(film.audioCodec, u"aac"_s);
     QCOMPARE_GE(film.seconds, 10.0);
     QCOMPARE_LE(film.largestGap, 0.5);
+}
+
+void tst_LineThatComesBack::recordingLostAlone()
+{
+    // Side by side: a disk that is removed, one that blocks, one that fills up.
+    const QStringList faults{u"gone"_s, u"blocked"_s, u"full"_s};
+    const QTemporaryDir disks;
+    const auto disk = [&](qsizetype at) { return disks.filePath(faults[at]); };
+    for (qsizetype at = 0; at < faults.size(); ++at)
+        QVERIFY(QDir().mkpath(disk(at)));
+    const bool fillsUp = ::mount("tmpfs", qUtf8Printable(disk(2)), "tmpfs", 0, "size=128k") == 0;
+    const auto unmount = qScopeGuard([&] {
+        if (fillsUp)
+            ::umount(qUtf8Printable(disk(2)));
+    });
+    const QString setting = QCoreApplication::applicationDirPath() + "/recordings"_L1;
+    const auto switchOff = qScopeGuard([&] { QFile::remove(setting); });
+    RtmpServer server;
+    QVERIFY2(server.start(), qPrintable(server.error()));
+    OnAir air(SrtPath::Direct);
+    const QStringList ids{air.id(), air.addStream(), air.addStream()};
+    for (qsizetype at = 0; at < (fillsUp ? 3 : 2); ++at) {
+        writeFile(setting, disk(at).toUtf8() + '\n');
+        if (at == 1) {
+            qputenv("LD_PRELOAD", CORVANE_BLOCKING_DISK);
+            qputenv("ASAN_OPTIONS", "verify_asan_link_order=0");
+        }
+        air.engine().addRtmpOutput(ids[at], server.url(u"secret-"_s + faults[at]));
+        air.engine().startPipeline(ids[at]);
+        QVERIFY2(
+            waitUntil([&] { return air.hasLine(u"[air] gravando em %1/corvane-0001.mkv"_s.arg(disk(at))); }),
+            qPrintable(air.engine().log()));
+        qunsetenv("LD_PRELOAD");
+        qunsetenv("ASAN_OPTIONS");
+    }
+    const auto lost = [&](qsizetype at) {
+        return air.linesWith(u"gravação interrompida (%1"_s.arg(disk(at)));
+    };
+    QVERIFY(air.transmitFor(3));
+
+    QVERIFY(QDir(disk(0)).removeRecursively());
+
+    QVERIFY2(waitUntil([&] { return !lost(0).isEmpty() && (!fillsUp || !lost(2).isEmpty()); }),
+             qPrintable(air.engine().log()));
+    QVERIFY(air.transmitFor(3));
+    for (const QString &id : ids)
+        air.engine().stopPipeline(id);
+    server.stop();
+    QCOMPARE(lost(0).size(), 1);
+    QVERIFY2(lost(0).constFirst().endsWith(u": No such file or directory — a transmissão continua"_s),
+             qPrintable(lost(0).constFirst()));
+    QCOMPARE(lost(1),
+             QStringList{u"[air] gravação interrompida (%1/corvane-0001.mkv): o disco não acompanha — "
+                         "a transmissão continua"_s.arg(disk(1))});
+    QCOMPARE(air.linesWith(u"ERRO: "_s), QStringList());
+    QCOMPARE(air.linesWith(u"[air] "_s).filter(u"secret"_s), QStringList());
+    QVERIFY(!contentsOf(disk(1) + "/corvane-0001.mkv"_L1).isEmpty());
+    QVERIFY(!contentsOf(disk(1) + "/corvane-0001.mkv"_L1).contains("secret"));
+    for (qsizetype at = 0; at < (fillsUp ? 3 : 2); ++at) {
+        const Recording received = inspectRecording(server.recording(u"secret-"_s + faults[at]));
+        QCOMPARE_GE(received.seconds, 4.0);
+        QCOMPARE_LE(received.largestGap, 0.5);
+    }
+    if (!fillsUp)
+        QSKIP("this system lets the test mount no file system of its own: no full disk was tried");
+    QCOMPARE(lost(2),
+             QStringList{u"[air] gravação interrompida (%1/corvane-0001.mkv): No space left on device — "
+                         "a transmissão continua"_s.arg(disk(2))});
 }
 
 CORVANE_TEST(tst_LineThatComesBack, QCoreApplication)

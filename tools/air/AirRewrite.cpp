@@ -13,7 +13,7 @@ namespace {
 // Five seconds of sixty pictures and their sound: more than a write may hang.
 constexpr auto queue = R"(queue_size=600\\\:drop_pkts_on_overflow=1)";
 constexpr auto recovery =
-    R"(\\\:attempt_recovery=1\\\:recover_any_error=1\\\:recovery_wait_time=1\\\:restart_with_keyframe=1)";
+    R"(\\\:attempt_recovery=1\\\:recover_any_error=1\\\:recovery_wait_time=0.5\\\:restart_with_keyframe=1)";
 
 // What tells the start of a write from its end would hang with it; an Adler sum costs next to nothing.
 constexpr auto silentUntilTheEnd = "[f=hash:hash=adler32]";

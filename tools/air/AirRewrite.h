@@ -21,7 +21,7 @@ constexpr int legTimeoutSeconds = 2;
 /// The arguments with which ffmpeg stays up while its destinations come and go. All destinations become
 /// slaves of one tee, so that rewriteTee's additions stand in front of it, and every one has
 ///
-/// - a queue that recovers from any error, after one second at most, at a key frame, without end, and drops
+/// - a queue that recovers from any error, after half a second, at a key frame, without end, and drops
 ///   packets when it is full, so that it never holds up the encoder;
 /// - a time-out, as a line that goes dead without a reset would stay unnoticed. SRT has one of its own for
 /// what

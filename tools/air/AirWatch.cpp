@@ -63,7 +63,7 @@ void AirWatch::onLine(std::string_view line, std::int64_t now)
         m_meter.clear();
     m_lastPassed = passes(read, awayBefore);
     if (m_lastPassed)
-        m_output.push_back(withoutLevel(line));
+        m_output.push_back(withoutSecrets(withoutLevel(line), m_legs));
     if (event)
         onFate(*event);
 }

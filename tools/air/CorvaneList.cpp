@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace corvane::air {
 
@@ -74,6 +75,22 @@ std::vector<Leg> readSlaves(std::string_view slaves)
     return legs;
 }
 
+/// Stream key of an RTMP URL: what follows its last slash, parameters included. Empty: none.
+std::string_view streamKey(std::string_view url)
+{
+    const std::size_t path = url.starts_with("rtmp") ? url.find('/', url.find("://") + 3) : url.npos;
+    if (path == std::string_view::npos)
+        return {};
+    const std::string_view beforeParameters = url.substr(0, url.find('?', path));
+    return url.substr(beforeParameters.rfind('/') + 1);
+}
+
+void replaceAll(std::string &text, std::string_view what, std::string_view with)
+{
+    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size()))
+        text.replace(at, what.size(), with);
+}
+
 /// True for the inputs that have no clock of their own, which CORVANE reads at native rate.
 bool hasOwnClock(const std::vector<std::string> &arguments)
 {
@@ -127,6 +144,24 @@ std::string hostAndPort(std::string_view url)
     if (namesPort || !scheme || scheme->port.empty())
         return std::string(authority);
     return std::string(authority) + ':' + std::string(scheme->port);
+}
+
+std::string withoutSecrets(std::string text, const std::vector<Leg> &legs)
+{
+    constexpr std::size_t shortestKey = 6;
+    std::vector<std::pair<std::string, std::string>> secrets; // each with what stands there instead
+    for (const Leg &leg : legs) {
+        const std::string scheme = leg.target.substr(0, leg.target.find("://") + 3);
+        secrets.emplace_back(leg.target, scheme + hostAndPort(leg.target) + "/…");
+        if (const std::string_view key = streamKey(leg.target); key.size() >= shortestKey)
+            secrets.emplace_back(key, "…");
+    }
+    // The longer first: one may begin like another.
+    std::sort(secrets.begin(), secrets.end(),
+              [](const auto &a, const auto &b) { return a.first.size() > b.first.size(); });
+    for (const auto &[secret, instead] : secrets)
+        replaceAll(text, secret, instead);
+    return text;
 }
 
 } // namespace corvane::air

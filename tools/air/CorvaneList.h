@@ -32,4 +32,9 @@ struct CorvaneList
 /// A port that isn't named is that of the scheme, if it has a usual one.
 [[nodiscard]] std::string hostAndPort(std::string_view url);
 
+/// `text` with scheme, host and port in the place of each destination's URL, and with "…" in the place of a
+/// stream key that stands there alone, as servers quote it. A key of fewer than six bytes stays: it may be
+/// any other word.
+[[nodiscard]] std::string withoutSecrets(std::string text, const std::vector<Leg> &legs);
+
 } // namespace corvane::air

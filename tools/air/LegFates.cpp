@@ -27,7 +27,7 @@ bool showsConnection(const Line &line)
 LegFates::LegFates(const std::vector<Leg> &legs)
 {
     for (const Leg &leg : legs)
-        m_legs.push_back({leg.target, {}, false, false, 0});
+        m_legs.emplace_back().target = leg.target;
 }
 
 LegFates::State *LegFates::ofQueue(std::string_view queue)
@@ -39,9 +39,7 @@ LegFates::State *LegFates::ofQueue(std::string_view queue)
     const auto isFree = [](const State &leg) { return leg.queue.empty(); };
     if (std::count_if(m_legs.begin(), m_legs.end(), isFree) != 1)
         return nullptr;
-    State &last = *std::find_if(m_legs.begin(), m_legs.end(), isFree);
-    last.queue = queue;
-    return &last;
+    return &*std::find_if(m_legs.begin(), m_legs.end(), isFree);
 }
 
 LegFates::State *LegFates::named(const Line &line)

@@ -13,6 +13,7 @@ namespace corvane::air {
 namespace {
 
 constexpr std::chrono::seconds betweenSyncs{2}; // what a power cut may cost
+constexpr auto tooSlowWords = "o disco não acompanha";
 
 } // namespace
 
@@ -112,17 +113,23 @@ void Recording::add(std::string_view bytes)
             m_shared->waiting += bytes;
     }
     if (tooSlow)
-        m_shared->fail("o disco não acompanha");
+        m_shared->fail(tooSlowWords);
     m_shared->changed.notify_one();
 }
 
 void Recording::finish(int patienceMs)
 {
-    std::unique_lock lock(m_shared->mutex);
-    m_shared->noMore = true;
-    m_shared->changed.notify_all();
-    m_shared->changed.wait_for(lock, std::chrono::milliseconds(patienceMs),
-                               [this] { return m_shared->left; });
+    bool lost = false;
+    {
+        std::unique_lock lock(m_shared->mutex);
+        m_shared->noMore = true;
+        m_shared->changed.notify_all();
+        const bool left = m_shared->changed.wait_for(lock, std::chrono::milliseconds(patienceMs),
+                                                     [this] { return m_shared->left; });
+        lost = !left && !m_shared->path.empty(); // without a path nothing may be wanted
+    }
+    if (lost)
+        m_shared->fail(tooSlowWords);
 }
 
 } // namespace corvane::air

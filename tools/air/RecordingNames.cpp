@@ -30,7 +30,7 @@ int recordingNumber(std::string_view name)
     int number = 0;
     const char *const end = digits.data() + digits.size();
     const auto [parsed, error] = std::from_chars(digits.data(), end, number);
-    return error == std::errc() && parsed == end && number > 0 ? number : 0;
+    return error == std::errc() && parsed == end ? std::max(number, 0) : 0;
 }
 
 std::string firstLineOf(std::string_view text)

@@ -21,6 +21,9 @@ namespace corvane::air {
 
 namespace {
 
+// A name server that was away is asked again within a second after its return, not within five.
+constexpr auto nameLookups = "timeout:1 attempts:5";
+
 // Descriptors of the encoder.
 constexpr int meterDescriptor = 3;
 constexpr int signalDescriptor = 4;
@@ -180,6 +183,7 @@ void Encoder::becomeEncoder(const std::string &ffmpeg, const std::vector<char *>
         dup2(m_meter.to, meterDescriptor);
         dup2(m_signal.to, signalDescriptor);
         dup2(m_gate.to, gateDescriptor);
+        setenv("RES_OPTIONS", nameLookups, 0);
         execv(ffmpeg.c_str(), vector.data());
         const int failure = errno;
         writeAll(m_failure.to, {reinterpret_cast<const char *>(&failure), sizeof failure});
