@@ -257,7 +257,8 @@ ApplicationWindow {
         placeholderTextColor: theme.muted
     }
 
-    // The style's has the colour of what it stands on, and a shadow and a picture that cost more than the rest of it.
+    // The style's has the colour of what it stands on, a shadow and a picture that cost more than the rest of it, and
+    // ripples in its list, which Qt's software renderer draws in the window's corner.
     component Choice: ComboBox {
         id: choice
         topInset: 6
@@ -282,6 +283,25 @@ ApplicationWindow {
             color: theme.text
             elide: Text.ElideRight
             verticalAlignment: Text.AlignVCenter
+        }
+        delegate: Component {
+            MenuItem {
+                id: entry
+
+                required property int index
+                required property string modelData
+
+                width: ListView.view.width
+                text: modelData
+                highlighted: choice.highlightedIndex === index
+                hoverEnabled: choice.hoverEnabled
+                Material.foreground: choice.currentIndex === index ? theme.accent : theme.text
+
+                background: Rectangle {
+                    implicitHeight: 48
+                    color: entry.highlighted ? entry.Material.listHighlightColor : "transparent"
+                }
+            }
         }
         indicator: PlainText {
             x: choice.width - width - 14
@@ -1916,12 +1936,20 @@ ApplicationWindow {
         }
     }
 
+    // The style's background has a ripple, which Qt's software renderer draws in the window's corner.
     component PageTab: TabButton {
+        id: pageTab
         objectName: "tab" + text
         width: implicitWidth
         font.capitalization: Font.MixedCase
         Accessible.name: text
         Accessible.onPressAction: TabBar.tabBar.setCurrentIndex(TabBar.index)
+
+        background: Rectangle {
+            implicitHeight: 48
+            color: pageTab.down || pageTab.hovered || pageTab.visualFocus ? pageTab.Material.rippleColor
+                                                                          : "transparent"
+        }
     }
 
     component Editor: ColumnLayout {
@@ -2207,11 +2235,10 @@ ApplicationWindow {
         font.capitalization: Font.MixedCase
         Material.background: theme.surface
         Material.elevation: 0
-        Component.onCompleted: {
-            const close = standardButton(Dialog.Close)
-            close.text = "Fechar" // qmllint disable
-            close.Accessible.name = "Fechar" // qmllint disable
+        footer: DialogButtonBox {
+            delegate: FlatButton {}
         }
+        Component.onCompleted: standardButton(Dialog.Close).text = "Fechar" // qmllint disable
 
         Timer {
             id: easterTimer

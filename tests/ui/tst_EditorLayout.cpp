@@ -1,6 +1,8 @@
 #include "tests/support/Runner.h"
 #include "tests/ui/EditorBench.h"
 
+#include <QGuiApplication>
+#include <QStyleHints>
 #include <QTest>
 
 #include <cmath>
@@ -31,6 +33,7 @@ private Q_SLOTS:
     void placeholdersCanBeRead();
     void choicesStandOut_data();
     void choicesStandOut();
+    void tabUnderThePointerIsLit();
     void listScrollsToItsLastRow_data();
     void listScrollsToItsLastRow();
     void logFollowsItsEnd_data();
@@ -160,6 +163,7 @@ void findCutTexts(QQuickItem *below, QStringList &faults)
 
 void tst_EditorLayout::initTestCase()
 {
+    QGuiApplication::styleHints()->setUseHoverEffects(true); // not every platform enables them by itself
     m_ui = std::make_unique<EditorBench>();
     const QString steps = u"fake:progress"_s;
     for (int i = 0; i < 3; ++i) {
@@ -409,6 +413,29 @@ void tst_EditorLayout::choicesStandOut()
     for (int x = 0; x < 12; ++x)
         most = qMax(most, contrast(at(place.left() + x), behind));
     QVERIFY2(most >= 1.25, qPrintable(QString::number(most)));
+}
+
+// Qt's software renderer draws the style's ripples in the corner of the window.
+void tst_EditorLayout::tabUnderThePointerIsLit()
+{
+    resize({1280, 820});
+    m_ui->openTab(0);
+    m_ui->hover(m_ui->item(u"logHeader"_s));
+    const QImage before = m_ui->window().grabWindow();
+    const double scale = double(before.width()) / m_ui->window().width();
+    const auto shown = [&](const QImage &picture, const QString &name) {
+        const QRectF place = m_ui->item(name)->mapRectToScene(m_ui->item(name)->boundingRect());
+        return picture.copy(QRectF(place.topLeft() * scale, place.size() * scale).toRect());
+    };
+    const auto corner = [&](const QString &name) {
+        return shown(m_ui->window().grabWindow(), name).pixelColor(4, 4);
+    };
+
+    m_ui->hover(m_ui->item(u"tabEncoder"_s));
+
+    QTRY_VERIFY(corner(u"tabEncoder"_s) != shown(before, u"tabEncoder"_s).pixelColor(4, 4));
+    QCOMPARE(shown(m_ui->window().grabWindow(), u"sidebar"_s), shown(before, u"sidebar"_s));
+    m_ui->hover(m_ui->item(u"logHeader"_s));
 }
 
 void tst_EditorLayout::listScrollsToItsLastRow_data()
