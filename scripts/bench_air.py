@@ -471,6 +471,7 @@ def main():
     parser.add_argument("--number", type=int, help=argparse.SUPPRESS)
     parser.add_argument("--one", type=pathlib.Path, help=argparse.SUPPRESS)
     options = parser.parse_args()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143)) # nothing that it started lives on
     if options.one:
         with tempfile.TemporaryDirectory(prefix="corvane-bench.") as name:
             print(json.dumps(measure(options, options.fault[0], options.system[0], pathlib.Path(name), options.one)))

@@ -432,6 +432,12 @@ void tst_AirWatch::stopThatHangs()
     watch.onTick(3000);
 
     QCOMPARE(verdictOf(watch), 0);
+
+    air::AirWatch atOnce(listOf({urlA}));
+    atOnce.onInput("q", 0);
+    atOnce.onInput("q", 900);
+    atOnce.onTick(2000);
+    QCOMPARE(verdictOf(atOnce), 0);
 }
 
 void tst_AirWatch::nothingIsSaidAfterTheStop()
