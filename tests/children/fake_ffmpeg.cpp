@@ -19,6 +19,7 @@
 //   gate              the same: it asks to be let through, and waits
 //   stream=N          the same: N zero bytes of the stream
 //   stream-text=TEXT  the same: these bytes of it
+//   variable=NAME     write the value of this environment variable to standard error, and a line feed
 //   rest              the remainder of the argument is none of this program's
 //
 // Asked for -encoders, -protocols or -h it answers with FAKE_FFMPEG_ENCODERS, FAKE_FFMPEG_PROTOCOLS or
@@ -227,6 +228,10 @@ int main(int argc, char *argv[])
     child.addStep("await-input", [&](const std::string &count) {
         while (copy.count() < std::stol(count))
             child.waitFor(20);
+    });
+    child.addStep("variable", [](const std::string &name) {
+        const char *value = std::getenv(name.c_str());
+        std::fprintf(stderr, "%s\n", value ? value : "");
     });
     child.addStep("ignore-q", [&](const std::string &) { child.ignoreRequests(); });
     child.addStep("ignore-term", [](const std::string &) { std::signal(SIGTERM, SIG_IGN); });
