@@ -55,7 +55,7 @@ OnAir::~OnAir()
 
 QString OnAir::newPipeline()
 {
-    const QString id = m_engine->addPipeline(u"Teste"_s);
+    QString id = m_engine->addPipeline(u"Teste"_s);
     m_engine->configureSource(id, {{u"width"_s, 320}, {u"height"_s, 180}, {u"fps"_s, 30}});
     m_engine->configureEncoder(id, {{u"bitrate"_s, 500}, {u"keyintSec"_s, 1}});
     return id;

@@ -150,13 +150,13 @@ void tst_LineThatComesBack::listenersAndTheirFaults()
         QVERIFY2(listener.start(&listener == &listeners.back() ? demandsOfSrt : SrtListener::Demands()),
                  qPrintable(listener.error()));
     OnAir air(SrtPath::Direct);
-    QStringList ids{air.id()};
-    while (ids.size() < 5)
-        ids << air.addStream();
-    for (qsizetype at = 0; at < ids.size(); ++at) {
-        air.engine().addSrtOutput(ids[at], listeners.at(at).url(), 120,
+    std::array<QString, 5> ids{air.id()};
+    for (std::size_t at = 1; at < ids.size(); ++at)
+        ids.at(at) = air.addStream();
+    for (std::size_t at = 0; at < ids.size(); ++at) {
+        air.engine().addSrtOutput(ids.at(at), listeners.at(at).url(), 120,
                                   at == 4 ? u"wrong-passphrase"_s : QString());
-        air.engine().startPipeline(ids[at]);
+        air.engine().startPipeline(ids.at(at));
     }
     const auto all = [&](auto test) {
         return std::all_of(listeners.begin(), std::prev(listeners.end()), test);
@@ -165,8 +165,8 @@ void tst_LineThatComesBack::listenersAndTheirFaults()
         [&] { return all([](const SrtListener &each) { return each.bytesRecorded() > 300000; }); }, 40000));
     QVERIFY(waitUntil([&] { return air.hasLine(u"ERRO: ffmpeg saiu (code=1, erro)"_s); }));
     air.engine().stopPipeline(ids[4]);
-    const auto hostAndPort = [&](qsizetype at) { return u"127.0.0.1:%1"_s.arg(listeners.at(at).port()); };
-    const auto encoder = [&](qsizetype at) {
+    const auto hostAndPort = [&](std::size_t at) { return u"127.0.0.1:%1"_s.arg(listeners.at(at).port()); };
+    const auto encoder = [&](std::size_t at) {
         return childProcesses(OnAir::childWith(listeners.at(at).url() + u'?')).value(0);
     };
     const qint64 silent = OnAir::childWith(u":%1?mode=listener"_s.arg(listeners[1].port()));
@@ -178,7 +178,7 @@ void tst_LineThatComesBack::listenersAndTheirFaults()
     killProcess(encoder(2));
     suspendProcess(encoder(3));
 
-    for (const qsizetype at : {0, 1})
+    for (const std::size_t at : {0U, 1U})
         QVERIFY2(waitUntil([&] {
                      return air.hasLine(u"[air] destino "_s + hostAndPort(at) +
                                         u" perdido — a codificação continua, reconectando a cada segundo"_s);
@@ -186,18 +186,18 @@ void tst_LineThatComesBack::listenersAndTheirFaults()
                  qPrintable(air.engine().log()));
     QVERIFY2(listeners[0].startAgain(), qPrintable(listeners[0].error()));
     sendSignal(silent, SIGCONT);
-    for (const qsizetype at : {0, 1})
+    for (const std::size_t at : {0U, 1U})
         QVERIFY2(
             waitUntil([&] {
                 return !air.linesWith(u"[air] destino "_s + hostAndPort(at) + u" de volta após "_s).isEmpty();
             }),
             qPrintable(air.engine().log()));
-    for (const qsizetype at : {2, 3})
+    for (const std::size_t at : {2U, 3U})
         QVERIFY2(
             waitUntil([&] { return listeners.at(at).bytesRecorded() > before.at(at - 2) + 200000; }, 40000),
             qPrintable(air.engine().log()));
     QVERIFY(waitUntil([&] { return listeners[0].bytesRecorded() > 200000; }));
-    for (const QString &id : std::as_const(ids))
+    for (const QString &id : ids)
         air.engine().stopPipeline(id);
 
     QVERIFY(air.hasLine(u"[air] ffmpeg sem progresso há 4 s — encerrando com code=1"_s));
@@ -347,14 +347,14 @@ void tst_LineThatComesBack::recordingLostAlone()
             qputenv("ASAN_OPTIONS", "verify_asan_link_order=0");
         }
         air.engine().addRtmpOutput(ids[at], server.url(u"secret-"_s + faults[at]));
-        air.engine().startPipeline(ids[at]);
+        air.engine().startPipeline(ids.at(at));
         QVERIFY2(
             waitUntil([&] { return air.hasLine(u"[air] gravando em %1/corvane-0001.mkv"_s.arg(disk(at))); }),
             qPrintable(air.engine().log()));
         qunsetenv("LD_PRELOAD");
         qunsetenv("ASAN_OPTIONS");
     }
-    const auto lost = [&](qsizetype at) {
+    const auto lost = [&](std::size_t at) {
         return air.linesWith(u"gravação interrompida (%1"_s.arg(disk(at)));
     };
     QVERIFY(air.transmitFor(3));

@@ -140,7 +140,7 @@ void tst_EngineLog::namesDecklinkDevices_data()
 
 void tst_EngineLog::namesDecklinkDevices()
 {
-    QFETCH(const QStringList, devices);
+    QFETCH(QStringList, devices);
     QFETCH(const QString, line);
     const auto without = qScopeGuard([] {
         setDecklinkDeviceScan({});

@@ -421,8 +421,8 @@ void tst_EditorLayout::tabUnderThePointerIsLit()
     resize({1280, 820});
     m_ui->openTab(0);
     m_ui->hover(m_ui->item(u"logHeader"_s));
-    const QImage before = m_ui->window().grabWindow();
-    const double scale = double(before.width()) / m_ui->window().width();
+    const QImage atRest = m_ui->window().grabWindow();
+    const double scale = double(atRest.width()) / m_ui->window().width();
     const auto shown = [&](const QImage &picture, const QString &name) {
         const QRectF place = m_ui->item(name)->mapRectToScene(m_ui->item(name)->boundingRect());
         return picture.copy(QRectF(place.topLeft() * scale, place.size() * scale).toRect());
@@ -433,8 +433,8 @@ void tst_EditorLayout::tabUnderThePointerIsLit()
 
     m_ui->hover(m_ui->item(u"tabEncoder"_s));
 
-    QTRY_VERIFY(corner(u"tabEncoder"_s) != shown(before, u"tabEncoder"_s).pixelColor(4, 4));
-    QCOMPARE(shown(m_ui->window().grabWindow(), u"sidebar"_s), shown(before, u"sidebar"_s));
+    QTRY_VERIFY(corner(u"tabEncoder"_s) != shown(atRest, u"tabEncoder"_s).pixelColor(4, 4));
+    QCOMPARE(shown(m_ui->window().grabWindow(), u"sidebar"_s), shown(atRest, u"sidebar"_s));
     m_ui->hover(m_ui->item(u"logHeader"_s));
 }
 
