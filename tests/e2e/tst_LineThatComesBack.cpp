@@ -354,7 +354,7 @@ void tst_LineThatComesBack::recordingLostAlone()
         qunsetenv("LD_PRELOAD");
         qunsetenv("ASAN_OPTIONS");
     }
-    const auto lost = [&](std::size_t at) {
+    const auto lost = [&](qsizetype at) {
         return air.linesWith(u"gravação interrompida (%1"_s.arg(disk(at)));
     };
     QVERIFY(air.transmitFor(3));
@@ -364,7 +364,7 @@ void tst_LineThatComesBack::recordingLostAlone()
     QVERIFY2(waitUntil([&] { return !lost(0).isEmpty() && (!fillsUp || !lost(2).isEmpty()); }),
              qPrintable(air.engine().log()));
     QVERIFY(air.transmitFor(3));
-    for (const QString &id : ids)
+    for (const QString &id : std::as_const(ids))
         air.engine().stopPipeline(id);
     server.stop();
     QCOMPARE(lost(0).size(), 1);
