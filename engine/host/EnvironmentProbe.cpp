@@ -4,8 +4,6 @@
 #include "engine/host/ChildProcess.h"
 #include "engine/host/ToolResolver.h"
 
-#include <QDeadlineTimer>
-
 #include <algorithm>
 
 namespace corvane {
@@ -22,15 +20,14 @@ constexpr const char *knownEncoders[] = {
 };
 
 /// Standard output of `ffmpeg -hide_banner <question>`; empty if ffmpeg doesn't finish in time. `meanwhile`
-/// is called while it is at work, and counts as its time.
+/// is called while it is at work. Its time doesn't count: an answer longer than a pipe holds waits for it.
 QString ask(const QString &ffmpegPath, const QString &question, const std::function<void()> &meanwhile = {})
 {
     ChildProcess ffmpeg; // its destructor ends an ffmpeg that hangs
-    const QDeadlineTimer patience(answerTimeoutMs);
     ffmpeg.start(ffmpegPath, {u"-hide_banner"_s, question}, QIODevice::ReadOnly);
     if (meanwhile)
         meanwhile();
-    if (!ffmpeg.waitForFinished(static_cast<int>(patience.remainingTime())))
+    if (!ffmpeg.waitForFinished(answerTimeoutMs))
         return {};
     return QString::fromUtf8(ffmpeg.readAllStandardOutput());
 }

@@ -17,13 +17,12 @@ struct EnvironmentProbe
     bool srtlaAvailable = false;
     QStringList availableEncoders; ///< known encoders that this ffmpeg lists, in a fixed order
 
-    /// Searches the tools and runs ffmpeg twice, for its encoders and its protocols. Blocks the calling
-    /// thread for up to 5000 ms each time. An ffmpeg that doesn't finish in time or can't be started counts
+    /// Searches the tools and runs ffmpeg twice, for its encoders and its protocols. Waits for it for up to
+    /// 5000 ms each time. An ffmpeg that doesn't finish in time or can't be started counts
     /// as one that lists nothing. Needs an application object.
     ///
-    /// @param meanwhile work for the time that ffmpeg takes: called once, when the first has been started;
-    /// not
-    ///     called if there is no ffmpeg
+    /// @param meanwhile work for the time that ffmpeg takes: called once, when the first has been started.
+    ///     Without an ffmpeg it isn't called.
     [[nodiscard]] static EnvironmentProbe run(const std::function<void()> &meanwhile = {});
 
     /// The record as one line for the log.
