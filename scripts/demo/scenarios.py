@@ -92,6 +92,7 @@ def air(stage, window, folder):
     films.mkdir()
     (stage.path("program") / "recordings").write_text(f"{films}\n", encoding="utf-8")
     put_on_air(window, rtmp)
+    on_air = time.monotonic()
     host = rtmp.url.split("/")[2]
 
     rtmp.stop()
@@ -105,27 +106,29 @@ def air(stage, window, folder):
     back = time.monotonic()
     _wait_for_line(window, f"[air] destino {host} de volta")
     say(f"back      {host}, {time.monotonic() - back:.1f} s after the server")
-    wait_received(window, (NAME,), (rtmp,), ON_AIR_SECONDS)
+    # Its clock is the encoder's, which went on while nothing was received.
+    wait_received(window, (NAME,), (rtmp,), time.monotonic() - on_air + ON_AIR_SECONDS)
     window.picture(folder / "back.png")
+    seconds_on_air = time.monotonic() - on_air
 
     window.press("push button", "Parar stream")
     window.control("list item", NAME + ", stopped .*")
     _judge(window, (rtmp,), folder)
     if window.text_of("text", "Log").count("ffmpeg rodando") != 1:
         raise DemoError("the encoder was started more than once")
-    _judge_film(films / "corvane-0001.mkv")
+    _judge_film(films / "corvane-0001.mkv", seconds_on_air)
 
 
 def _wait_for_line(window, part):
     wait_for(f"“{part}” in the log", lambda: part in window.text_of("text", "Log"), 30)
 
 
-def _judge_film(film):
-    """The recording beside the network: all the time, also that without a server."""
+def _judge_film(film, seconds_on_air):
+    """The recording beside the network: all the time, also that without a server, of an encoder that keeps pace."""
     gap = largest_gap(film)
     seconds = length(film)
     say(f"recording {film.name}, {seconds:.1f} s, largest gap between two pictures {gap:.2f} s")
-    if gap > LARGEST_GAP or seconds < AWAY_SECONDS + ON_AIR_SECONDS:
+    if gap > LARGEST_GAP or seconds < 0.9 * seconds_on_air:
         raise DemoError("the recording isn't whole")
 
 
@@ -379,7 +382,7 @@ def wait_received(window, names, receivers, seconds):
         time.sleep(0.5) # each look costs processor time that the encoders need
         return all(receiver.seconds() >= seconds for receiver in receivers)
 
-    wait_for(f"{seconds} s at every receiver", received, 120)
+    wait_for(f"{seconds:.0f} s at every receiver", received, 120)
 
 
 def _judge(window, receivers, folder):
