@@ -11,7 +11,7 @@ namespace corvane::air {
 namespace {
 
 // Five seconds of sixty pictures and their sound: more than a write may hang.
-constexpr auto queue = R"(queue_size=600\\\:drop_pkts_on_overflow=1)";
+constexpr auto boundedQueue = R"(queue_size=600\\\:drop_pkts_on_overflow=1)";
 constexpr auto recovery =
     R"(\\\:attempt_recovery=1\\\:recover_any_error=1\\\:recovery_wait_time=0.5\\\:restart_with_keyframe=1)";
 
@@ -42,7 +42,7 @@ std::string timeouts(const Leg &leg)
 
 std::string slave(const Leg &leg)
 {
-    return "|[f=" + leg.format + timeouts(leg) + ":use_fifo=1:fifo_options=" + queue + recovery +
+    return "|[f=" + leg.format + timeouts(leg) + ":use_fifo=1:fifo_options=" + boundedQueue + recovery +
            ":onfail=ignore]" + escaped(leg.target);
 }
 
@@ -58,7 +58,7 @@ std::vector<std::string> rewrittenForAir(const CorvaneList &list, std::vector<st
     // Short clusters: an interrupted recording lacks no more than one of them.
     slaves +=
         std::string("|[f=matroska:live=1:cluster_time_limit=1000:flush_packets=1:use_fifo=1:fifo_options=") +
-        queue + ":onfail=ignore]" + escaped(plumbing.meter);
+        boundedQueue + ":onfail=ignore]" + escaped(plumbing.meter);
 
     arguments[list.formatAt + 1] = "tee";
     arguments[list.formatAt + 2] = std::move(slaves);
