@@ -1,5 +1,6 @@
 #include "tests/air/AirCall.h"
 #include "tests/support/Files.h"
+#include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 
@@ -18,6 +19,7 @@ class tst_AirCall : public QObject
 private Q_SLOTS:
     void exitCode_data();
     void exitCode();
+    void crash();
     void standardInput();
     void standardOutputAndError();
     void argumentsByteForByte();
@@ -43,6 +45,15 @@ void tst_AirCall::exitCode()
 
     QCOMPARE(call.run({u"fake:exit=%1"_s.arg(code)}), code);
     QCOMPARE(call.process().exitStatus(), QProcess::NormalExit);
+}
+
+void tst_AirCall::crash()
+{
+    AirCall call;
+    call.putEncoder(u"b"_s);
+
+    QCOMPARE(call.run({u"fake:crash"_s}), crashedExitCode());
+    QCOMPARE(call.process().exitStatus(), QProcess::CrashExit);
 }
 
 void tst_AirCall::standardInput()

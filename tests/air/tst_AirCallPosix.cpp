@@ -19,7 +19,6 @@ class tst_AirCallPosix : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void crash();
     void processIdIsKept();
     void signalsReachTheEncoder();
     void argumentsThatAreNoText();
@@ -27,15 +26,6 @@ private Q_SLOTS:
     void passesOverLinksAndPlainFiles();
     void encoderThatCannotBeRun();
 };
-
-void tst_AirCallPosix::crash()
-{
-    AirCall call;
-    call.putEncoder(u"b"_s);
-
-    QCOMPARE(call.run({u"fake:crash"_s}), crashedExitCode());
-    QCOMPARE(call.process().exitStatus(), QProcess::CrashExit);
-}
 
 void tst_AirCallPosix::processIdIsKept()
 {

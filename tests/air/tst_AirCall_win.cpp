@@ -17,20 +17,10 @@ class tst_AirCall_win : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void crash();
     void killTakesTheEncoderAlong();
     void encoderThatCannotBeRun();
     void otherListsStayAsTheyAre();
 };
-
-void tst_AirCall_win::crash()
-{
-    AirCall call;
-    call.putEncoder(u"b"_s);
-
-    QCOMPARE(call.run({u"fake:crash"_s}), crashedExitCode());
-    QCOMPARE(call.process().exitStatus(), QProcess::CrashExit);
-}
 
 void tst_AirCall_win::killTakesTheEncoderAlong()
 {

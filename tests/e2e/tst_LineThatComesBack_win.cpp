@@ -114,6 +114,24 @@ private:
     QByteArray m_sent;
 };
 
+/// A stream to a line.
+struct Broadcast
+{
+    QTemporaryDir films; ///< what the servers take
+    Line line;
+    OnAir air{SrtPath::Direct};
+
+    /// Until it has been on air for three seconds.
+    bool begin()
+    {
+        air.engine().addRtmpOutput(air.id(), line.url());
+        if (!line.open(films.filePath(u"first.flv"_s)))
+            return false;
+        air.start();
+        return air.transmitFor(3);
+    }
+};
+
 /// The child of `parent` whose program has this file name; 0 if there is none.
 qint64 childOf(qint64 parent, const QString &file)
 {
@@ -230,84 +248,64 @@ void tst_LineThatComesBack_win::refusedAtTheStart()
 
 void tst_LineThatComesBack_win::hungEncoder()
 {
-    const QTemporaryDir films;
-    Line line;
-    QVERIFY(line.open(films.filePath(u"first.flv"_s)));
-    OnAir air(SrtPath::Direct);
-    air.engine().addRtmpOutput(air.id(), line.url());
-    air.start();
-    QVERIFY2(air.transmitFor(3), qPrintable(air.engine().log()));
+    Broadcast here;
+    QVERIFY2(here.begin(), qPrintable(here.air.engine().log()));
     const qint64 hung = encoderProcess();
     QVERIFY(hung > 0);
 
     suspendProcess(hung);
 
-    QVERIFY2(waitUntil([&] { return air.hasLine(u"ERRO: ffmpeg saiu (code=1, erro)"_s); }),
-             qPrintable(air.engine().log()));
-    QVERIFY(air.hasLine(u"[air] ffmpeg sem progresso há 4 s — encerrando com code=1"_s));
-    QCOMPARE(air.linesWith(u"HANG"_s), QStringList());
+    QVERIFY2(waitUntil([&] { return here.air.hasLine(u"ERRO: ffmpeg saiu (code=1, erro)"_s); }),
+             qPrintable(here.air.engine().log()));
+    QVERIFY(here.air.hasLine(u"[air] ffmpeg sem progresso há 4 s — encerrando com code=1"_s));
+    QCOMPARE(here.air.linesWith(u"HANG"_s), QStringList());
     QVERIFY(!processExists(hung));
-    QVERIFY(!line.sent().contains("deleteStream"));
-    air.stop();
+    QVERIFY(!here.line.sent().contains("deleteStream"));
+    here.air.stop();
 }
 
 void tst_LineThatComesBack_win::goodbyeOfTheOperator()
 {
-    const QTemporaryDir films;
-    Line line;
-    QVERIFY(line.open(films.filePath(u"first.flv"_s)));
-    OnAir air(SrtPath::Direct);
-    air.engine().addRtmpOutput(air.id(), line.url());
-    air.start();
-    QVERIFY2(air.transmitFor(3), qPrintable(air.engine().log()));
-    QVERIFY(line.sent().contains("FCPublish"));
-    QVERIFY(!line.sent().contains("deleteStream"));
+    Broadcast here;
+    QVERIFY2(here.begin(), qPrintable(here.air.engine().log()));
+    QVERIFY(here.line.sent().contains("FCPublish"));
+    QVERIFY(!here.line.sent().contains("deleteStream"));
 
-    air.stop();
+    here.air.stop();
 
-    QVERIFY(waitUntil([&] { return line.sent().contains("deleteStream"); }));
-    QVERIFY(waitUntil([&] { return air.state() == "stopped"_L1; }));
+    QVERIFY(waitUntil([&] { return here.line.sent().contains("deleteStream"); }));
+    QVERIFY(waitUntil([&] { return here.air.state() == "stopped"_L1; }));
 }
 
 void tst_LineThatComesBack_win::killedEncoder()
 {
-    const QTemporaryDir films;
-    Line line;
-    QVERIFY(line.open(films.filePath(u"first.flv"_s)));
-    OnAir air(SrtPath::Direct);
-    air.engine().addRtmpOutput(air.id(), line.url());
-    air.start();
-    QVERIFY2(air.transmitFor(3), qPrintable(air.engine().log()));
+    Broadcast here;
+    QVERIFY2(here.begin(), qPrintable(here.air.engine().log()));
     QVERIFY(encoderProcess() > 0);
 
     killProcess(encoderProcess());
-    line.cut();
-    QVERIFY(line.open(films.filePath(u"second.flv"_s)));
+    here.line.cut();
+    QVERIFY(here.line.open(here.films.filePath(u"second.flv"_s)));
 
-    QVERIFY2(waitUntil([&] { return air.linesWith(u"ffmpeg rodando"_s).size() == 2; }),
-             qPrintable(air.engine().log()));
-    QVERIFY(!line.sent().contains("deleteStream"));
-    QVERIFY2(air.transmitFor(2), qPrintable(air.engine().log()));
-    air.stop();
+    QVERIFY2(waitUntil([&] { return here.air.linesWith(u"ffmpeg rodando"_s).size() == 2; }),
+             qPrintable(here.air.engine().log()));
+    QVERIFY(!here.line.sent().contains("deleteStream"));
+    QVERIFY2(here.air.transmitFor(2), qPrintable(here.air.engine().log()));
+    here.air.stop();
 }
 
 void tst_LineThatComesBack_win::killedCompanion()
 {
-    const QTemporaryDir films;
-    Line line;
-    QVERIFY(line.open(films.filePath(u"first.flv"_s)));
-    OnAir air(SrtPath::Direct);
-    air.engine().addRtmpOutput(air.id(), line.url());
-    air.start();
-    QVERIFY2(air.transmitFor(3), qPrintable(air.engine().log()));
+    Broadcast here;
+    QVERIFY2(here.begin(), qPrintable(here.air.engine().log()));
     const qint64 real = encoderProcess();
     QVERIFY(real > 0);
 
     killProcess(companionProcess());
 
     QVERIFY(waitUntil([&] { return !processExists(real); }));
-    QVERIFY(!line.sent().contains("deleteStream"));
-    air.stop();
+    QVERIFY(!here.line.sent().contains("deleteStream"));
+    here.air.stop();
 }
 
 CORVANE_TEST(tst_LineThatComesBack_win, QCoreApplication)

@@ -112,18 +112,7 @@ void tst_EngineViews::showsEachFigureUnderItsKey()
 {
     EngineBench bench;
     const QString id = bench->addPipeline(u"a"_s);
-    Telemetry &figures = figuresOf(*bench.pipeline(id));
-    figures.rttMs = 41.5;
-    figures.sendRate = 42.5;
-    figures.linkCapacity = 43.5;
-    figures.sndDrop = 44;
-    figures.retrans = 45;
-    figures.rcvLoss = 46;
-    figures.fps = 47.5;
-    figures.dropped = 48;
-    figures.bitrateKbps = 49.5;
-    figures.loadPercent = 50.5;
-    figures.thermalState = 51;
+    setEachFigure(*bench.pipeline(id));
 
     const QVariantMap row = bench->pipelines().value(0).toMap();
     QCOMPARE(row.value(u"rtt"_s), QVariant(41.5));

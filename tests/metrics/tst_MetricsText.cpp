@@ -149,18 +149,7 @@ void tst_MetricsText::showsTheLevelOfTheLadder()
 void tst_MetricsText::eachSampleHasItsOwnSource()
 {
     Pipeline pipeline(configOf(u"0a1b2c3d"_s, u""_s), fakeFfmpeg(), false);
-    Telemetry &figures = figuresOf(pipeline);
-    figures.rttMs = 41.5;
-    figures.sendRate = 42.5;
-    figures.linkCapacity = 43.5;
-    figures.sndDrop = 44;
-    figures.retrans = 45;
-    figures.rcvLoss = 46;
-    figures.fps = 47.5;
-    figures.dropped = 48;
-    figures.bitrateKbps = 49.5;
-    figures.loadPercent = 50.5;
-    figures.thermalState = 51;
+    setEachFigure(pipeline);
 
     QCOMPARE(metricsText({&pipeline}), metricsHeader() +
                                            u"corvane_pipeline_up{pipeline=\"0a1b2c3d\"} 0\n"

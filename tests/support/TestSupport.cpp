@@ -50,9 +50,20 @@ PipelineConfig fakeConfig(const QString &steps)
     return config;
 }
 
-Telemetry &figuresOf(Pipeline &pipeline)
+void setEachFigure(Pipeline &pipeline)
 {
-    return const_cast<Telemetry &>(pipeline.telemetry());
+    auto &figures = const_cast<Telemetry &>(pipeline.telemetry());
+    figures.rttMs = 41.5;
+    figures.sendRate = 42.5;
+    figures.linkCapacity = 43.5;
+    figures.sndDrop = 44;
+    figures.retrans = 45;
+    figures.rcvLoss = 46;
+    figures.fps = 47.5;
+    figures.dropped = 48;
+    figures.bitrateKbps = 49.5;
+    figures.loadPercent = 50.5;
+    figures.thermalState = 51;
 }
 
 Pipeline::State launchedState()

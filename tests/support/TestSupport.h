@@ -26,8 +26,10 @@ constexpr int serverStartTimeoutMs = 10000;
 /// A default record with id "cafe0001", name "Teste" and one RTMP output whose URL is "fake:" and `steps`.
 [[nodiscard]] PipelineConfig fakeConfig(const QString &steps);
 
-/// The pipeline's figures for a test to set: some of them have no source yet, but readers.
-[[nodiscard]] Telemetry &figuresOf(Pipeline &pipeline);
+/// Gives each of the pipeline's figures a value of its own: rttMs 41.5, sendRate 42.5, linkCapacity 43.5,
+/// sndDrop 44, retrans 45, rcvLoss 46, fps 47.5, dropped 48, bitrateKbps 49.5, loadPercent 50.5,
+/// thermalState 51. Some of them have no source yet, but readers.
+void setEachFigure(Pipeline &pipeline);
 
 /// Every signal of a Pipeline, in order: "state starting", "log …", "stats …", "circuit …", "telemetry",
 /// "quality N name". Connected for the life of this object.

@@ -128,10 +128,8 @@ void AirWatch::onFate(const LegFates::Event &event)
 
 void AirWatch::onInput(std::string_view bytes, std::int64_t now)
 {
-    if (m_askedToStopAt < 0 && bytes.find('q') != std::string_view::npos) {
+    if (m_askedToStopAt < 0 && bytes.find('q') != std::string_view::npos)
         m_askedToStopAt = now;
-        m_letsThrough = true;
-    }
 }
 
 void AirWatch::onStream(std::int64_t bytes, std::int64_t now)

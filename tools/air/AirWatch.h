@@ -52,7 +52,7 @@ public:
     [[nodiscard]] std::vector<std::string> takeOutput();
 
     /// True as soon as the encoder may end its outputs in order, which takes leave of the servers.
-    [[nodiscard]] bool letsThrough() const { return m_letsThrough; }
+    [[nodiscard]] bool letsThrough() const { return m_askedToStopAt >= 0; }
 
     /// Exit code with which the encoder is to be ended now, without leave.
     [[nodiscard]] std::optional<int> verdict() const { return m_verdict; }
@@ -82,7 +82,6 @@ private:
     std::optional<int> m_verdict;
     std::int64_t m_askedToStopAt = -1; ///< -1: no "q" yet
     std::int64_t m_endingAt = -1;      ///< -1: not ending
-    bool m_letsThrough = false;
 };
 
 } // namespace corvane::air
