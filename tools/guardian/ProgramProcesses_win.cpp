@@ -145,6 +145,8 @@ QList<ProgramProcess> processesOf(const QString &path)
 {
     QList<ProgramProcess> found;
     const QString program = QFileInfo(path).canonicalFilePath();
+    if (program.isEmpty()) // or what has no name yet would be taken for it
+        return found;
     forEachProcess([&](const PROCESSENTRY32W &entry) {
         // The name first: opening every process of the machine isn't for free.
         if (program.endsWith(QString::fromWCharArray(entry.szExeFile), Qt::CaseInsensitive) &&
