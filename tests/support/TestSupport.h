@@ -57,7 +57,7 @@ private:
 };
 
 /// Runs the event loop until `condition` holds, evaluated after every event; false after `timeoutMs`.
-bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 20000);
+bool waitUntil(const std::function<bool()> &condition, int timeoutMs = 60000);
 
 /// Runs the event loop until a timer of `ms` that starts now has fired. Timers fire in the order in which
 /// they are due, so a shorter one that was started before has fired by then: its lack of effect shows.
