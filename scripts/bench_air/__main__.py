@@ -121,8 +121,9 @@ def rows(fault, system, runs):
 def all_rows(options):
     systems = [system for system in SYSTEMS if system != "supervisord" or shutil.which(system)]
     kept = True
-    with concurrent.futures.ThreadPoolExecutor(options.beside) as pool:
-        due = []
+    due = []
+    pool = concurrent.futures.ThreadPoolExecutor(options.beside)
+    try:
         for fault in options.fault or USUAL:
             for system in options.system or systems:
                 if not FAULTS[fault].begin and system not in WATCHING:
@@ -131,6 +132,8 @@ def all_rows(options):
                 due.append((fault, system, runs))
         for fault, system, runs in due:
             kept = rows(fault, system, [each.result() for each in runs]) and kept
+    finally:
+        pool.shutdown(cancel_futures=True) # what has begun comes to its end
     return kept
 
 
