@@ -60,8 +60,8 @@ constexpr Need needs[] = {{"fifo", "attempt_recovery"},
 
 bool isCompanion(const fs::path &file)
 {
-    std::error_code failure;
-    if (fs::file_size(file, failure) > mostBytes || failure)
+    std::error_code none;
+    if (fs::file_size(file, none) > mostBytes) // of a file that isn't there it is the largest number
         return false;
     std::ifstream stream(file, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
