@@ -10,6 +10,13 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#ifdef Q_OS_UNIX
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
@@ -17,21 +24,29 @@ namespace {
 
 constexpr auto allWords = "attempt_recovery recover_any_error use_fifo hash cluster_time_limit";
 
+const QString openAgain =
+    u"Feche o CORVANE e abra-o de novo: as ferramentas são procuradas só no início.\n"_s;
+
 constexpr QFile::Permissions executable = QFile::ReadOwner | QFile::ExeOwner | QFile::ReadGroup |
                                           QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
 
-/// A program's folder with corvane-air in a folder of it, and an ffmpeg on PATH.
+/// A folder with the program and corvane-air in it, and an ffmpeg on PATH.
 class Installation
 {
 public:
     /// `help` is what the ffmpeg on PATH answers to every question about a muxer; empty: there is none.
-    explicit Installation(const QByteArray &help)
+    /// `tools` is the folder of corvane-air, `program` the program's file without its suffix; empty: there is
+    /// none.
+    explicit Installation(const QByteArray &help, const QString &tools = u"air/"_s,
+                          const QString &program = u"corvane"_s)
         : m_help(help)
+        , m_tools(tools)
     {
-        writeFile(path(executableName(u"corvane"_s)), "program");
-        QDir().mkpath(path(u"air"_s));
-        QFile::copy(QStringLiteral(CORVANE_AIR), path(u"air/"_s + executableName(u"ffmpeg"_s)));
-        QFile::copy(QStringLiteral(CORVANE_AIR_SWITCH), path(u"air/"_s + executableName(u"corvane-air"_s)));
+        if (!program.isEmpty())
+            writeFile(path(executableName(program)), "program");
+        QDir().mkpath(path(tools));
+        QFile::copy(QStringLiteral(CORVANE_AIR), path(tools + executableName(u"ffmpeg"_s)));
+        QFile::copy(QStringLiteral(CORVANE_AIR_SWITCH), path(tools + executableName(u"corvane-air"_s)));
         if (!help.isEmpty()) {
             QDir().mkpath(path(u"bin"_s));
             QFile::copy(fakeFfmpeg(), path(realFfmpeg));
@@ -46,6 +61,7 @@ public:
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"PATH"_s, native(u"bin"_s));
         environment.insert(u"FAKE_FFMPEG_HELP"_s, QString::fromUtf8(m_help));
+        environment.insert(u"FAKE_FFMPEG_ASKED"_s, asked);
         process.setProcessEnvironment(environment);
 #ifdef Q_OS_UNIX
         if (bound)
@@ -57,7 +73,7 @@ public:
     int call(const QStringList &arguments)
     {
         QProcess process;
-        start(process, u"air/corvane-air"_s, arguments);
+        start(process, m_tools + u"corvane-air"_s, arguments);
         process.waitForFinished();
         output = QString::fromUtf8(process.readAllStandardOutput());
         error = QString::fromUtf8(process.readAllStandardError());
@@ -65,6 +81,7 @@ public:
     }
 
     bool bound = false; ///< to the permissions of files, even as root
+    QString asked;      ///< file that the ffmpeg on PATH notes questions in
     QString output;
     QString error;
 
@@ -73,6 +90,7 @@ public:
 private:
     QTemporaryDir m_dir;
     QByteArray m_help;
+    QString m_tools;
 };
 
 } // namespace
@@ -87,22 +105,36 @@ private Q_SLOTS:
     void onTwice();
     void refused_data();
     void refused();
+    void questionsToTheEncoder();
     void anotherEncoderStays();
+    void whatCountsAsACompanion_data();
+    void whatCountsAsACompanion();
+    void withoutTheCompanion();
+    void programFolder_data();
+    void programFolder();
+    void restOfAnEarlierCall();
     void folderThatCannotBeWritten();
+    void fullDisk();
     void whileItRuns();
     void recordings();
+    void recordingsInNoPlainFile();
     void misuse();
 };
 
 void tst_AirSwitch::onAndOff()
 {
     Installation here(allWords);
+    const QString place = here.native(u"ffmpeg"_s);
+    const QString rest = "ffmpeg: "_L1 + here.native(here.realFfmpeg) + u"\ngravações: nenhuma ("_s +
+                         here.native(u"recordings"_s) + u" não indica nenhuma pasta)\n"_s;
     QCOMPARE(here.call({u"status"_s}), 3);
-    QVERIFY(here.output.startsWith("desligado\nffmpeg: "_L1 + here.native(here.realFfmpeg) + u'\n'));
+    QCOMPARE(here.output, "desligado\n"_L1 + rest);
 
     QCOMPARE(here.call({u"on"_s}), 0);
-    QVERIFY(here.output.startsWith("ligado: "_L1 + here.native(u"ffmpeg"_s) + "\nffmpeg: "_L1 +
-                                   here.native(here.realFfmpeg) + u'\n'));
+    QCOMPARE(here.output, "ligado: "_L1 + place + "\nffmpeg: "_L1 + here.native(here.realFfmpeg) +
+                              u"\nUma atualização do CORVANE o retira: ligue-o de novo depois dela.\n"_s +
+                              openAgain);
+    QCOMPARE(here.error, QString());
     QCOMPARE(contentsOf(here.path(u"ffmpeg"_s)),
              contentsOf(here.path(u"air/"_s + executableName(u"ffmpeg"_s))));
     QProcess companion;
@@ -110,11 +142,13 @@ void tst_AirSwitch::onAndOff()
     QVERIFY(companion.waitForFinished());
     QCOMPARE(companion.exitCode(), 3);
     QCOMPARE(here.call({u"status"_s}), 0);
-    QVERIFY(here.output.startsWith("ligado: "_L1 + here.native(u"ffmpeg"_s) + u'\n'));
+    QCOMPARE(here.output, "ligado: "_L1 + place + u'\n' + rest);
 
     QCOMPARE(here.call({u"off"_s}), 0);
+    QCOMPARE(here.output, "desligado: "_L1 + place + " foi removido\n"_L1 + openAgain);
     QVERIFY(!QFile::exists(here.path(u"ffmpeg"_s)));
     QCOMPARE(here.call({u"off"_s}), 0);
+    QCOMPARE(here.output, u"desligado: não há nada em "_s + place + u'\n');
     QCOMPARE(here.call({u"status"_s}), 3);
 }
 
@@ -132,14 +166,19 @@ void tst_AirSwitch::onTwice()
 void tst_AirSwitch::refused_data()
 {
     QTest::addColumn<QByteArray>("encoder");
-    QTest::addColumn<QString>("why");
+    QTest::addColumn<QString>("why"); ///< behind the path of the encoder, if there is one
 
     QTest::newRow("no ffmpeg") << QByteArray() << u"não há ffmpeg no PATH"_s;
-    QTest::newRow("one without recovery")
-        << QByteArray("use_fifo hash cluster_time_limit") << u"falta attempt_recovery (muxer fifo)"_s;
-    QTest::newRow("one without the hash muxer")
-        << QByteArray("attempt_recovery recover_any_error use_fifo cluster_time_limit")
-        << u"falta hash (muxer hash)"_s;
+    const auto without = [](const QByteArray &word, const QString &muxer) {
+        QTest::addRow("one without %s", word.constData())
+            << QByteArray(allWords).replace(word, "") // the blanks around it stay
+            << u" é antigo demais: falta %1 (muxer %2)"_s.arg(QString::fromUtf8(word), muxer);
+    };
+    without("attempt_recovery", u"fifo"_s);
+    without("recover_any_error", u"fifo"_s);
+    without("use_fifo", u"tee"_s);
+    without("hash", u"hash"_s);
+    without("cluster_time_limit", u"matroska"_s);
 }
 
 void tst_AirSwitch::refused()
@@ -150,9 +189,24 @@ void tst_AirSwitch::refused()
 
     QCOMPARE(here.call({u"on"_s}), 1);
 
-    QVERIFY2(here.error.startsWith(u"não foi ligado: "_s) && here.error.trimmed().endsWith(why),
-             qPrintable(here.error));
+    const QString which = encoder.isEmpty() ? QString() : here.native(here.realFfmpeg);
+    QCOMPARE(here.error, u"não foi ligado: "_s + which + why + u'\n');
     QVERIFY(!QFile::exists(here.path(u"ffmpeg"_s)));
+    QCOMPARE(here.call({u"status"_s}), 3);
+    QCOMPARE(here.output.contains(u"\nffmpeg: não há nenhum no PATH\n"_s), encoder.isEmpty());
+}
+
+void tst_AirSwitch::questionsToTheEncoder()
+{
+    Installation here(allWords);
+    here.asked = here.path(u"asked"_s);
+
+    QCOMPARE(here.call({u"on"_s}), 0);
+
+    const QString question = u"-hide_banner -h muxer="_s;
+    QCOMPARE(fileLines(here.asked),
+             QStringList({question + u"fifo"_s, question + u"fifo"_s, question + u"tee"_s,
+                          question + u"hash"_s, question + u"matroska"_s}));
 }
 
 void tst_AirSwitch::anotherEncoderStays()
@@ -160,12 +214,92 @@ void tst_AirSwitch::anotherEncoderStays()
     Installation here(allWords);
     writeFile(here.path(u"ffmpeg"_s), "another");
 
+    const QString place = here.native(u"ffmpeg"_s);
+
     QCOMPARE(here.call({u"on"_s}), 1);
+    QCOMPARE(here.error, u"não foi ligado: já existe um outro ffmpeg em "_s + place + u'\n');
     QCOMPARE(here.call({u"off"_s}), 1);
+    QCOMPARE(here.error, u"não foi desligado: "_s + place + u" é um outro ffmpeg\n"_s);
     QCOMPARE(here.call({u"status"_s}), 3);
+    QVERIFY2(here.output.startsWith("desligado\nem "_L1 + place + u" há um outro ffmpeg\nffmpeg: "_s),
+             qPrintable(here.output));
 
     QCOMPARE(contentsOf(here.path(u"ffmpeg"_s)), "another"_ba);
-    QVERIFY(here.output.contains(u"há um outro ffmpeg"_s));
+}
+
+void tst_AirSwitch::whatCountsAsACompanion_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<qint64>("size");
+    QTest::addColumn<bool>("companion");
+
+    const QByteArray mark = "CORVANE_AIR_PASSED"; // by which companions of all versions know each other
+    QTest::newRow("another version") << "old " + mark + '\0' << qint64(100) << true;
+    QTest::newRow("without the mark") << mark.chopped(1) << qint64(100) << false;
+    QTest::newRow("as large as one may be") << mark << qint64(40'000'000) << true;
+    QTest::newRow("larger") << mark << qint64(40'000'001) << false;
+}
+
+void tst_AirSwitch::whatCountsAsACompanion()
+{
+    QFETCH(const QByteArray, bytes);
+    QFETCH(const qint64, size);
+    QFETCH(const bool, companion);
+    Installation here(allWords);
+    writeFile(here.path(u"ffmpeg"_s), bytes);
+    QVERIFY(QFile::resize(here.path(u"ffmpeg"_s), size));
+
+    QCOMPARE(here.call({u"status"_s}), companion ? 0 : 3);
+}
+
+void tst_AirSwitch::withoutTheCompanion()
+{
+    Installation here(allWords);
+    const QString companion = u"air/"_s + executableName(u"ffmpeg"_s);
+    QVERIFY(QFile::remove(here.path(companion)));
+
+    QCOMPARE(here.call({u"on"_s}), 1);
+
+    QCOMPARE(here.error,
+             u"não foi ligado: o programa auxiliar não está em "_s + here.native(companion) + u'\n');
+}
+
+void tst_AirSwitch::programFolder_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QString>("place"); ///< of the companion; empty: no program is found
+
+    QTest::newRow("of a build, two levels above") << u"corvane"_s << u"ffmpeg"_s;
+    QTest::newRow("of a package, beside the companions") << u"corvane/corvane"_s << u"corvane/ffmpeg"_s;
+    QTest::newRow("the nearest") << u"companions/corvane"_s << u"companions/ffmpeg"_s;
+    QTest::newRow("none") << QString() << QString();
+}
+
+void tst_AirSwitch::programFolder()
+{
+    QFETCH(const QString, program);
+    QFETCH(const QString, place);
+    Installation here(allWords, u"companions/air/"_s, program);
+    if (program == "companions/corvane"_L1)
+        writeFile(here.path(executableName(u"corvane"_s)), "further up");
+
+    QCOMPARE(here.call({u"on"_s}), place.isEmpty() ? 1 : 0);
+
+    if (place.isEmpty())
+        QCOMPARE(here.error, u"não há corvane acima desta ferramenta: diga a pasta dele\n"_s);
+    else
+        QVERIFY2(here.output.startsWith("ligado: "_L1 + here.native(place) + u'\n'), qPrintable(here.output));
+}
+
+void tst_AirSwitch::restOfAnEarlierCall()
+{
+    Installation here(allWords);
+    writeFile(here.path(u"ffmpeg.novo"_s), "half");
+
+    QCOMPARE(here.call({u"on"_s}), 0);
+
+    QVERIFY(!QFile::exists(here.path(u"ffmpeg.novo"_s)));
+    QCOMPARE(here.call({u"status"_s}), 0);
 }
 
 void tst_AirSwitch::folderThatCannotBeWritten()
@@ -177,9 +311,37 @@ void tst_AirSwitch::folderThatCannotBeWritten()
     QVERIFY(QFile::setPermissions(here.path(QString()), executable));
     here.bound = true;
 
-    QCOMPARE(here.call({u"on"_s}), 1);
+    const QString why = here.native(u"ffmpeg"_s) + u": Permission denied\n"_s;
 
-    QVERIFY2(here.error.endsWith("Permission denied\n"_L1), qPrintable(here.error));
+    QCOMPARE(here.call({u"on"_s}), 1);
+    QCOMPARE(here.error, u"não foi ligado: "_s + why);
+
+    here.bound = false;
+    QCOMPARE(here.call({u"on"_s}), 0);
+    here.bound = true;
+    QCOMPARE(here.call({u"off"_s}), 1);
+    QCOMPARE(here.error, u"não foi desligado: "_s + why);
+}
+
+void tst_AirSwitch::fullDisk()
+{
+#ifdef Q_OS_UNIX
+    Installation here(allWords);
+    const QString folder = here.path(u"small"_s);
+    QVERIFY(QDir().mkpath(folder));
+    if (::mount("tmpfs", QFile::encodeName(folder).constData(), "tmpfs", 0, "size=64k") != 0)
+        QSKIP("this system lets the test mount no file system of its own");
+    writeFile(folder + "/corvane"_L1, "program");
+    const int code = here.call({u"on"_s, folder});
+    const QStringList left = entriesOf(folder);
+    ::umount(QFile::encodeName(folder).constData());
+
+    QCOMPARE(code, 1);
+    QVERIFY2(here.error.startsWith(u"não foi ligado: "_s + folder + u"/ffmpeg: "_s), qPrintable(here.error));
+    QCOMPARE(left, QStringList{u"corvane"_s});
+#else
+    QSKIP("a test can't mount a file system on Windows");
+#endif
 }
 
 void tst_AirSwitch::whileItRuns()
@@ -213,7 +375,25 @@ void tst_AirSwitch::recordings()
 
     here.call({u"status"_s});
 
-    QVERIFY(here.output.endsWith(u"gravações: /films\n"_s));
+    QVERIFY(here.output.endsWith(u"\ngravações: /films\n"_s));
+}
+
+void tst_AirSwitch::recordingsInNoPlainFile()
+{
+#ifdef Q_OS_UNIX
+    Installation here(allWords);
+    const QByteArray pipe = QFile::encodeName(here.path(u"recordings"_s));
+    QCOMPARE(::mkfifo(pipe.constData(), 0600), 0);
+    const int end = ::open(pipe.constData(), O_RDWR | O_CLOEXEC);
+    QCOMPARE(::write(end, "/films\n", 7), 7);
+
+    here.call({u"status"_s});
+    ::close(end);
+
+    QVERIFY2(here.output.contains(u"gravações: nenhuma ("_s), qPrintable(here.output));
+#else
+    QSKIP("there are no such pipes on Windows");
+#endif
 }
 
 void tst_AirSwitch::misuse()
@@ -224,9 +404,12 @@ void tst_AirSwitch::misuse()
     QCOMPARE(here.call({u"maybe"_s}), 2);
     QCOMPARE(here.call({u"on"_s, u"a"_s, u"b"_s}), 2);
     QCOMPARE(here.call({u"on"_s, here.path(u"air"_s)}), 1);
-    QVERIFY(here.error.contains(u"não há corvane em"_s));
-    QCOMPARE(here.call({u"--help"_s}), 0);
-    QVERIFY(here.output.startsWith("corvane-air on|off|status"_L1));
+    QCOMPARE(here.error, u"não foi ligado: não há corvane em "_s + here.native(u"air"_s) + u'\n');
+    for (const QString &word : {u"help"_s, u"--help"_s, u"-h"_s}) {
+        QCOMPARE(here.call({word}), 0);
+        QVERIFY(here.output.startsWith("corvane-air on|off|status"_L1));
+        QCOMPARE(here.error, QString());
+    }
 }
 
 CORVANE_TEST(tst_AirSwitch, QCoreApplication)
