@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -24,9 +25,16 @@ struct Recording::Shared
     std::condition_variable changed;
     std::string waiting;
     std::string path;
-    bool noMore = false; ///< nothing will be added
-    bool ended = false;  ///< by a failure, or as there is none
-    bool left = false;   ///< the writer has
+    bool noMore = false;     ///< nothing will be added
+    bool ended = false;      ///< by a failure, or as there is none
+    std::promise<void> left; ///< of the writer
+
+    /// Without one nothing may be wanted.
+    bool hasDirectory()
+    {
+        const std::lock_guard lock(mutex);
+        return !path.empty();
+    }
 
     /// The recording is over; `why` is said unless another reason was before.
     void fail(const std::string &why)
@@ -34,7 +42,6 @@ struct Recording::Shared
         std::string line;
         {
             const std::lock_guard lock(mutex);
-            waiting.clear();
             if (!std::exchange(ended, true))
                 line = "[air] gravação interrompida (" + path + "): " + why + " — a transmissão continua\n";
         }
@@ -49,11 +56,7 @@ Recording::Recording(const std::string &setting, std::function<void(const std::s
     m_shared->say = std::move(say);
     std::thread([shared = m_shared, setting] {
         write(shared, setting);
-        {
-            const std::lock_guard lock(shared->mutex);
-            shared->left = true;
-        }
-        shared->changed.notify_all();
+        shared->left.set_value();
     }).detach();
 }
 
@@ -119,16 +122,13 @@ void Recording::add(std::string_view bytes)
 
 void Recording::finish(int patienceMs)
 {
-    bool lost = false;
     {
-        std::unique_lock lock(m_shared->mutex);
+        const std::lock_guard lock(m_shared->mutex);
         m_shared->noMore = true;
-        m_shared->changed.notify_all();
-        const bool left = m_shared->changed.wait_for(lock, std::chrono::milliseconds(patienceMs),
-                                                     [this] { return m_shared->left; });
-        lost = !left && !m_shared->path.empty(); // without a path nothing may be wanted
     }
-    if (lost)
+    m_shared->changed.notify_one();
+    const auto left = m_shared->left.get_future().wait_for(std::chrono::milliseconds(patienceMs));
+    if (left != std::future_status::ready && m_shared->hasDirectory())
         m_shared->fail(tooSlowWords);
 }
 

@@ -26,8 +26,8 @@ public:
     /// Bytes of a Matroska stream, from its first to its last. Never waits.
     void add(std::string_view bytes);
 
-    /// No more will come. Waits for the writer, but no longer than `patienceMs`; the recording lacks its end
-    /// then, which is said, and the process has to be left without its destructors.
+    /// No more will come. To be called once. Waits for the writer, but no longer than `patienceMs`; the
+    /// recording lacks its end then, which is said, and the process has to be left without its destructors.
     void finish(int patienceMs);
 
 private:

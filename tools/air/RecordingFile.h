@@ -18,8 +18,7 @@ public:
     RecordingFile(RecordingFile &&) = delete;
     RecordingFile &operator=(RecordingFile &&) = delete;
 
-    /// Creates the file that follows the last of `directory` in number. path() is its path, or that of the
-    /// directory after a failure.
+    /// Creates the file that follows the last of `directory` in number. path() is its path then.
     std::string create(const std::string &directory);
     std::string append(std::string_view bytes);
     std::string sync(); ///< to the disk; a failure too if the file has been removed meanwhile

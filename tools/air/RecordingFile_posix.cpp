@@ -33,13 +33,11 @@ int highestNumber(DIR *directory)
 
 RecordingFile::~RecordingFile()
 {
-    if (m_handle >= 0)
-        close(static_cast<int>(m_handle));
+    close(static_cast<int>(m_handle)); // without a file it does nothing
 }
 
 std::string RecordingFile::create(const std::string &directory)
 {
-    m_path = directory;
     DIR *const entries = opendir(directory.c_str());
     if (!entries)
         return reason();
@@ -76,10 +74,10 @@ std::string RecordingFile::sync()
     struct stat status
     {
     };
-    if (fdatasync(static_cast<int>(m_handle)) != 0 || fstat(static_cast<int>(m_handle), &status) != 0)
+    if (fdatasync(static_cast<int>(m_handle)) != 0)
         return reason();
-    errno = ENOENT;
-    return status.st_nlink == 0 ? reason() : std::string();
+    fstat(static_cast<int>(m_handle), &status); // of an open file
+    return status.st_nlink == 0 ? std::strerror(ENOENT) : std::string();
 }
 
 std::string directoryNamedIn(const std::string &setting)

@@ -72,7 +72,6 @@ RecordingFile::~RecordingFile()
 
 std::string RecordingFile::create(const std::string &directory)
 {
-    m_path = directory;
     const int highest = highestNumber(widen(directory));
     if (highest < 0)
         return lastWords();
