@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <utility>
 
 namespace corvane::air {
@@ -102,14 +103,14 @@ bool hasOwnClock(const std::vector<std::string> &arguments)
 std::optional<CorvaneList> readCorvaneList(const std::vector<std::string> &arguments)
 {
     constexpr std::size_t outputSize = 3;
-    if (arguments.size() < head.size() + outputSize ||
-        !std::equal(head.begin(), head.end(), arguments.begin()) ||
+    const auto firstEnd = std::next(arguments.begin(), std::min(head.size(), arguments.size()));
+    if (!std::equal(head.begin(), head.end(), arguments.begin(), firstEnd) ||
         std::find(arguments.begin(), arguments.end(), "-map") != arguments.end() ||
         std::find(arguments.begin(), arguments.end(), "-i") == arguments.end())
         return {};
 
     CorvaneList list;
-    list.formatAt = arguments.size() - outputSize;
+    list.formatAt = arguments.size() - outputSize; // the head alone is longer
     list.liveSource = hasOwnClock(arguments);
     if (arguments[list.formatAt] != "-f")
         return {};
@@ -138,9 +139,8 @@ std::string hostAndPort(std::string_view url)
         authority.remove_prefix(user + 1);
     if (authority.empty() || authority.front() == ':')
         return "?";
-    const std::size_t afterHost = authority.front() == '[' ? authority.find(']') : 0;
-    const bool namesPort =
-        afterHost != std::string_view::npos && authority.find(':', afterHost) != std::string_view::npos;
+    const std::size_t lastMark = authority.find_last_of(":]"); // an address in brackets has colons of its own
+    const bool namesPort = lastMark != std::string_view::npos && authority[lastMark] == ':';
     if (namesPort || !scheme || scheme->port.empty())
         return std::string(authority);
     return std::string(authority) + ':' + std::string(scheme->port);
@@ -157,8 +157,7 @@ std::string withoutSecrets(std::string text, const std::vector<Leg> &legs)
             secrets.emplace_back(key, "…");
     }
     // The longer first: one may begin like another.
-    std::sort(secrets.begin(), secrets.end(),
-              [](const auto &a, const auto &b) { return a.first.size() > b.first.size(); });
+    std::ranges::sort(secrets, std::greater(), [](const auto &secret) { return secret.first.size(); });
     for (const auto &[secret, instead] : secrets)
         replaceAll(text, secret, instead);
     return text;
