@@ -83,18 +83,16 @@ void writeAll(int descriptor, std::string_view bytes)
 }
 
 /// Fills a pipe, so that whoever writes to it next waits.
-bool fill(const Pipe &pipe)
+void fill(const Pipe &pipe)
 {
-    fcntl(pipe.to, F_SETPIPE_SZ, 4096);
     const int flags = fcntl(pipe.to, F_GETFL);
-    if (flags < 0 || fcntl(pipe.to, F_SETFL, flags | O_NONBLOCK) != 0)
-        return false;
+    fcntl(pipe.to, F_SETFL, flags | O_NONBLOCK);
     constexpr std::array<char, 4096> bytes{};
     for (std::size_t size = bytes.size(); size > 0; size /= 2) {
         while (write(pipe.to, bytes.data(), size) > 0)
             ;
     }
-    return fcntl(pipe.to, F_SETFL, flags) == 0;
+    fcntl(pipe.to, F_SETFL, flags);
 }
 
 /// Takes everything out of a pipe: who waits to write to it goes on.
@@ -147,8 +145,7 @@ bool Encoder::start(const std::string &ffmpeg, std::vector<std::string> argument
         if (!pipe->open())
             return false;
     }
-    if (!fill(m_gate))
-        return false;
+    fill(m_gate);
     std::vector<char *> vector{const_cast<char *>(ffmpeg.c_str())};
     for (std::string &argument : arguments)
         vector.push_back(argument.data());
@@ -164,7 +161,6 @@ bool Encoder::start(const std::string &ffmpeg, std::vector<std::string> argument
         return false;
     int failure = 0;
     if (read(m_failure.from, &failure, sizeof failure) == sizeof failure) {
-        waitpid(m_pid, nullptr, 0);
         errno = failure;
         return false;
     }
