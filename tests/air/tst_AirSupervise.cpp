@@ -7,10 +7,12 @@
 #include "tests/support/ToolPath.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <cerrno>
 
 #ifdef Q_OS_UNIX
@@ -65,20 +67,32 @@ public:
     }
 
 #ifdef Q_OS_UNIX
-    /// From now on a recording's writes hang after a few bytes.
-    void blockDisk()
+    /// From now on calls of the system behave as this library has it.
+    void preload(const QString &library)
     {
-        setVariable(u"LD_PRELOAD"_s, QStringLiteral(CORVANE_BLOCKING_DISK));
+        setVariable(u"LD_PRELOAD"_s, library);
         setVariable(u"ASAN_OPTIONS"_s, u"verify_asan_link_order=0"_s);
     }
 #endif
 
     void start(const QStringList &input = {})
     {
+        m_call.start(list(input));
+    }
+
+    /// As the shell starts it behind this command, with the standard streams alone.
+    void startBehind(const QString &command)
+    {
+        const QString script =
+            u"exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; "_s + command + uR"( && exec "$0" "$@")"_s;
+        process().start(u"/bin/sh"_s, QStringList{u"-c"_s, script, m_call.at(u"a"_s)} + list());
+    }
+
+    [[nodiscard]] QStringList list(const QStringList &input = {}) const
+    {
         const QString target = u"rtmp://127.0.0.1:1/live/fake:%1,rest="_s.arg(m_steps.join(u','));
         QStringList list = liveList({u"-f"_s, u"flv"_s, target});
-        list = list.first(4) + input + list.sliced(4);
-        m_call.start(list);
+        return list.first(4) + input + list.sliced(4);
     }
 
     int exitCode()
@@ -151,7 +165,14 @@ private Q_SLOTS:
     void exitCode();
     void crash();
     void killTakesTheEncoderAlong();
+    void interruptedCalls();
+    void pipesOfTheEncoder();
+    void signalsOfTheEncoder();
+    void nobodyListens();
     void encoderThatCannotBeRun();
+    void withoutDescriptors_data();
+    void withoutDescriptors();
+    void withoutAProcess();
     void quitOpensTheGate();
     void endOfALiveSource();
     void endOfAFile();
@@ -160,8 +181,13 @@ private Q_SLOTS:
     void figures();
     void recording();
     void recordingsAreNumbered();
+    void contestedNumbers_data();
+    void contestedNumbers();
+    void burstsAreRecorded();
+    void onTheDiskEveryTwoSeconds();
     void recordingThatFails_data();
     void recordingThatFails();
+    void failedRecordingIsClosed();
     void fullDisk();
     void blockedDisk_data();
     void blockedDisk();
@@ -240,6 +266,121 @@ void tst_AirSupervise::killTakesTheEncoderAlong()
 
     QVERIFY(call.process().waitForFinished());
     QVERIFY(waitUntil([&] { return isOver(encoder); }));
+}
+
+void tst_AirSupervise::interruptedCalls()
+{
+#ifdef Q_OS_UNIX
+    const QByteArray many(5000, 'x');
+    const QTemporaryDir dir;
+    const QString input = dir.filePath(u"input"_s);
+    Transmission call({step(u"stdout"_s, "out\n"), step(u"input"_s, input.toUtf8()), isUp,
+                       u"await-input=5000"_s, u"stream=200000"_s, u"stream-text=end"_s,
+                       step(u"stderr"_s, "[error] " + many + '\n'), u"exit=3"_s});
+    call.preload(QStringLiteral(CORVANE_INTERRUPTED_CALLS));
+    const QString file = call.recordTo(call.filePath(u"c"_s)) + "/corvane-0001.mkv"_L1;
+    call.start();
+    QVERIFY(call.waitFor("gravando"));
+    QVERIFY(call.waitFor("up\n"));
+
+    call.process().write(many);
+
+    QCOMPARE(call.exitCode(), 3);
+    QCOMPARE(call.process().readAllStandardOutput(), "out\n"_ba);
+    QVERIFY(call.said().endsWith('\n' + many + '\n'));
+    QCOMPARE(contentsOf(input), many);
+    QCOMPARE(contentsOf(file), QByteArray(200000, '\0') + "end");
+#else
+    QSKIP("no call of the system is interrupted on Windows");
+#endif
+}
+
+void tst_AirSupervise::pipesOfTheEncoder()
+{
+#ifdef Q_OS_UNIX
+    const QTemporaryDir dir;
+    const QString seen = dir.filePath(u"arguments"_s);
+    Transmission call({step(u"args"_s, seen.toUtf8()), u"exit=3"_s});
+
+    QCOMPARE(call.run(), 3);
+
+    const QString slaves = fileLines(seen).constLast();
+    QVERIFY2(slaves.startsWith("[f=hash:hash=adler32]pipe:4|[f=hash:hash=adler32]pipe:5|[f=flv:"_L1),
+             qPrintable(slaves));
+    QVERIFY2(slaves.endsWith("]pipe:3"_L1), qPrintable(slaves));
+#else
+    QSKIP("the pipes have names on Windows");
+#endif
+}
+
+void tst_AirSupervise::signalsOfTheEncoder()
+{
+#ifdef Q_OS_UNIX
+    const QTemporaryDir dir;
+    const QString pids = dir.filePath(u"pids"_s);
+    Transmission call({step(u"append"_s, pids.toUtf8()), isUp});
+    call.start();
+    QVERIFY(call.waitFor("up"));
+
+    const QString status = u"/proc/%1/status"_s.arg(fileLines(pids).constFirst());
+    const QStringList ignored = fileLines(status).filter(u"SigIgn:"_s);
+    call.process().write("q");
+
+    QCOMPARE(call.exitCode(), 0);
+    QCOMPARE(ignored, QStringList{u"SigIgn:\t0000000000000000"_s});
+#else
+    QSKIP("there are no such signals on Windows");
+#endif
+}
+
+void tst_AirSupervise::nobodyListens()
+{
+    Transmission call({isUp, u"await-input=1"_s, step(u"stderr"_s, "[error] more\n"), u"exit=3"_s});
+    call.start();
+    QVERIFY(call.waitFor("up"));
+
+    call.process().closeReadChannel(QProcess::StandardError);
+    call.process().write("x");
+
+    QCOMPARE(call.exitCode(), 3);
+    QCOMPARE(call.process().exitStatus(), QProcess::NormalExit);
+}
+
+void tst_AirSupervise::withoutDescriptors_data()
+{
+    QTest::addColumn<int>("most");
+
+    QTest::newRow("for any of its pipes") << 4;
+    QTest::newRow("for most of them") << 14;
+    QTest::newRow("for the last end of the last") << 21;
+}
+
+void tst_AirSupervise::withoutDescriptors()
+{
+#ifdef Q_OS_UNIX
+    QFETCH(const int, most);
+    Transmission call({u"exit=3"_s});
+
+    call.startBehind(u"ulimit -n %1"_s.arg(most));
+
+    QCOMPARE(call.exitCode(), 127);
+    QCOMPARE(call.said(), "[air] " + call.encoder().toUtf8() + ": " + systemWords(EMFILE, 0) + '\n');
+#else
+    QSKIP("a process has no such limit on Windows");
+#endif
+}
+
+void tst_AirSupervise::withoutAProcess()
+{
+#ifdef Q_OS_UNIX
+    Transmission call({u"exit=3"_s});
+    call.preload(QStringLiteral(CORVANE_NO_PROCESSES));
+
+    QCOMPARE(call.run(), 127);
+    QCOMPARE(call.said(), "[air] " + call.encoder().toUtf8() + ": " + systemWords(EAGAIN, 0) + '\n');
+#else
+    QSKIP("nothing comes between a program and the system on Windows");
+#endif
 }
 
 void tst_AirSupervise::encoderThatCannotBeRun()
@@ -334,6 +475,84 @@ void tst_AirSupervise::recording()
     const QString file = directory + QDir::separator() + "corvane-0001.mkv"_L1;
     QCOMPARE(contentsOf(file), QByteArray(200000, '\0') + "end");
     QCOMPARE(call.said(), "[air] gravando em " + file.toUtf8() + '\n');
+    const QFile::Permissions permissions = QFile::permissions(file);
+    QVERIFY(
+        permissions.testFlags(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther));
+    QVERIFY(!permissions.testFlag(QFile::ExeOwner));
+}
+
+void tst_AirSupervise::contestedNumbers_data()
+{
+    QTest::addColumn<int>("taken"); ///< numbers that other encoders take first
+    QTest::addColumn<bool>("recorded");
+
+    QTest::newRow("two") << 2 << true;
+    QTest::newRow("as many as are tried") << 999 << true;
+    QTest::newRow("more") << 1000 << false;
+}
+
+void tst_AirSupervise::contestedNumbers()
+{
+#ifdef Q_OS_UNIX
+    QFETCH(const int, taken);
+    QFETCH(const bool, recorded);
+    Transmission call({u"stream-text=film"_s, u"await-input=1"_s, u"exit=2"_s});
+    call.preload(QStringLiteral(CORVANE_CONTESTED_NAMES));
+    call.setVariable(u"CONTESTED"_s, QString::number(taken));
+    const QString directory = call.recordTo(call.filePath(u"c"_s));
+
+    call.start();
+    QVERIFY(call.waitFor("\n"));
+    call.process().write("x");
+    QCOMPARE(call.exitCode(), 2);
+
+    const QString last = directory + u"/corvane-%1.mkv"_s.arg(taken + 1, 4, 10, QChar(u'0'));
+    QCOMPARE(contentsOf(last), recorded ? "film"_ba : QByteArray());
+    const QByteArray failed = "[air] gravação interrompida (" + directory.toUtf8() +
+                              "): " + systemWords(EEXIST, 0) + " — a transmissão continua\n";
+    QCOMPARE(call.said(), recorded ? "[air] gravando em " + last.toUtf8() + '\n' : failed);
+#else
+    QSKIP("nothing comes between a program and the system on Windows");
+#endif
+}
+
+void tst_AirSupervise::burstsAreRecorded()
+{
+    QStringList steps;
+    for (int i = 0; i < 9; ++i) // together more than may wait
+        steps << u"stream=4000000"_s << u"pause=100"_s;
+    Transmission call(steps << u"exit=2"_s);
+    const QString file = call.recordTo(call.filePath(u"c"_s)) + "/corvane-0001.mkv"_L1;
+
+    QCOMPARE(call.run(), 2);
+
+    QCOMPARE(call.said().count("[air]"), 1); // where it is recorded
+    QCOMPARE(QFileInfo(file).size(), 36'000'000);
+}
+
+void tst_AirSupervise::onTheDiskEveryTwoSeconds()
+{
+#ifdef Q_OS_UNIX
+    QStringList steps;
+    for (int i = 0; i < 52; ++i)
+        steps << u"stream=1000"_s << u"pause=100"_s;
+    Transmission call(steps << u"exit=2"_s);
+    const QString log = call.filePath(u"syncs"_s);
+    call.preload(QStringLiteral(CORVANE_SYNC_LOG));
+    call.setVariable(u"SYNC_LOG"_s, log);
+    call.recordTo(call.filePath(u"c"_s));
+    QElapsedTimer time;
+    time.start();
+
+    QCOMPARE(call.run(), 2);
+
+    const QStringList syncs = fileLines(log);
+    QCOMPARE_GE(syncs.size(), 3); // two of them while it ran
+    QCOMPARE_LE(syncs.size(), time.elapsed() / 2000 + 1);
+    QCOMPARE(syncs.constLast(), u"52000"_s);
+#else
+    QSKIP("a child's writes can't be watched on Windows");
+#endif
 }
 
 void tst_AirSupervise::recordingsAreNumbered()
@@ -393,6 +612,34 @@ void tst_AirSupervise::recordingThatFails()
     QVERIFY2(call.said().endsWith("): " + why + " — a transmissão continua\n"), call.said().constData());
 }
 
+void tst_AirSupervise::failedRecordingIsClosed()
+{
+#ifdef Q_OS_UNIX
+    QStringList steps;
+    for (int i = 0; i < 25; ++i) // longer than it takes to notice that the file has gone
+        steps << u"stream=1000"_s << u"pause=100"_s;
+    Transmission call(steps);
+    const QString place = call.recordTo(call.filePath(u"c/removed"_s));
+    QVERIFY(QDir().mkpath(place));
+    call.start();
+    QVERIFY(call.waitFor("gravando"));
+    QVERIFY(QDir(place).removeRecursively());
+    QVERIFY(call.waitFor("interrompida"));
+
+    const QDir descriptors(u"/proc/%1/fd"_s.arg(call.process().processId()));
+    QVERIFY(waitUntil([&] {
+        const QFileInfoList all = descriptors.entryInfoList(QDir::AllEntries | QDir::System);
+        return std::none_of(all.begin(), all.end(), [&](const QFileInfo &each) {
+            return each.symLinkTarget().contains(place); // of the directory or of the file in it
+        });
+    }));
+    call.process().write("q");
+    QCOMPARE(call.exitCode(), 0);
+#else
+    QSKIP("a file that is written can't be removed on Windows");
+#endif
+}
+
 void tst_AirSupervise::fullDisk()
 {
 #ifdef Q_OS_UNIX
@@ -430,7 +677,7 @@ void tst_AirSupervise::blockedDisk()
     for (int i = 0; i < 10; ++i)
         steps << u"stream=5000"_s << u"pause=100"_s;
     Transmission call(steps << "stream="_L1 + bytes << step(u"stderr"_s, "[error] went on\n") << u"exit=2"_s);
-    call.blockDisk();
+    call.preload(QStringLiteral(CORVANE_BLOCKING_DISK)); // it hangs after a few bytes
     const QString file = call.recordTo(call.filePath(u"c"_s)) + "/corvane-0001.mkv"_L1;
 
     QCOMPARE(call.run(), 2);
@@ -461,7 +708,7 @@ void tst_AirSupervise::nameLookups()
 
 void tst_AirSupervise::nothingIsRecordedUnasked()
 {
-    Transmission call({u"stream=1"_s, u"exit=2"_s});
+    Transmission call({u"stream=40000000"_s, u"exit=2"_s}); // more than may wait for a disk
 
     QCOMPARE(call.run(), 2);
     QCOMPARE(call.said(), QByteArray());
