@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QTest>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -24,6 +25,8 @@ private Q_SLOTS:
     void argumentsThatAreNoText();
     void passesOverLinksAndPlainFiles_data();
     void passesOverLinksAndPlainFiles();
+    void companionOfAnotherVersion();
+    void emptyEntryIsTheWorkingFolder();
     void encoderThatCannotBeRun();
 };
 
@@ -113,6 +116,37 @@ void tst_AirCallPosix::passesOverLinksAndPlainFiles()
     QCOMPARE(call.run({u"fake:exit=3"_s}), exitCode);
     QCOMPARE(call.process().readAllStandardError(), exitCode == 127 ? noOtherEncoder() : QByteArray());
     QCOMPARE(call.process().readAllStandardOutput(), QByteArray());
+}
+
+void tst_AirCallPosix::companionOfAnotherVersion()
+{
+    AirCall call;
+    QVERIFY(QFile::copy(call.at(u"a"_s), call.at(u"b"_s)));
+    call.putEncoder(u"c"_s);
+    const auto identity = [&](const QString &folder) {
+        struct stat status
+        {
+        };
+        ::stat(QFile::encodeName(call.at(folder)).constData(), &status);
+        return u",%1:%2,"_s.arg(status.st_dev).arg(status.st_ino);
+    };
+    QProcessEnvironment environment = call.process().processEnvironment();
+    environment.insert(u"CORVANE_AIR_PASSED"_s, identity(u"b"_s)); // it has handed this call on
+    call.process().setProcessEnvironment(environment);
+
+    QCOMPARE(call.run({u"fake:variable=CORVANE_AIR_PASSED,exit=3"_s}), 3);
+
+    QCOMPARE(call.process().readAllStandardError(), (identity(u"b"_s) + identity(u"a"_s) + u'\n').toUtf8());
+}
+
+void tst_AirCallPosix::emptyEntryIsTheWorkingFolder()
+{
+    AirCall call;
+    call.putEncoder(u"b"_s);
+    call.setPath({u"a"_s, QString(), u"c"_s});
+    call.process().setWorkingDirectory(call.filePath(u"b"_s));
+
+    QCOMPARE(call.run({u"fake:exit=3"_s}), 3);
 }
 
 void tst_AirCallPosix::encoderThatCannotBeRun()

@@ -132,6 +132,7 @@ void tst_AirRules::recordingNames_data()
     QTest::newRow("short") << u"corvane-001.mkv"_s << 0;
     QTest::newRow("negative") << u"corvane--001.mkv"_s << 0;
     QTest::newRow("letters") << u"corvane-00a1.mkv"_s << 0;
+    QTest::newRow("letters behind a number") << u"corvane-0012a.mkv"_s << 0;
     QTest::newRow("more than a number holds") << u"corvane-99999999999.mkv"_s << 0;
     QTest::newRow("another program's") << u"other---0001.mkv"_s << 0;
     QTest::newRow("another kind") << u"corvane-0001.mp4"_s << 0;
@@ -158,6 +159,7 @@ void tst_AirRules::firstLine_data()
     QTest::newRow("with one") << u"/films\n/others\n"_s << u"/films"_s;
     QTest::newRow("with one of two bytes") << u"C:\\films\r\nD:\\\r\n"_s << u"C:\\films"_s;
     QTest::newRow("with blanks") << u" \t/my films \t \n"_s << u"/my films"_s;
+    QTest::newRow("rare characters at its ends") << u"~/films~"_s << u"~/films~"_s;
     QTest::newRow("blanks alone") << u" \t\r\n/films"_s << QString();
     QTest::newRow("empty") << QString() << QString();
 }

@@ -57,6 +57,7 @@ void tst_FfmpegWords::lines_data()
     QTest::newRow("a level inside the text")
         << u"a [error] b"_s << Level::None << QString() << u"a [error] b"_s << u"a [error] b"_s;
     QTest::newRow("an open bracket") << u"[info"_s << Level::None << QString() << u"[info"_s << u"[info"_s;
+    QTest::newRow("empty brackets") << u"[] a"_s << Level::None << QString() << u"[] a"_s << u"[] a"_s;
     QTest::newRow("empty") << QString() << Level::None << QString() << QString() << QString();
     QTest::newRow("a level and nothing else")
         << u"[info] "_s << Level::Silent << QString() << QString() << QString();
