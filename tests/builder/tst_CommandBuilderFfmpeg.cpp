@@ -1,40 +1,20 @@
 #include "builder/CommandBuilder.h"
+#include "tests/builder/FfmpegRun.h"
 #include "tests/support/Runner.h"
 
-#include <QProcess>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <functional>
 
 using namespace Qt::StringLiterals;
 using namespace corvane;
+using namespace corvane::test;
 
 namespace {
 
 using Edit = std::function<void(PipelineConfig &)>;
-
-/// Streams of a file by ffprobe: one line each, "h264,video,320,180" or "aac,audio".
-QStringList streamsOf(const QString &ffprobe, const QString &path)
-{
-    QProcess probe;
-    probe.start(ffprobe, {u"-v"_s, u"error"_s, u"-show_entries"_s,
-                          u"stream=codec_name,codec_type,width,height"_s, u"-of"_s, u"csv=p=0"_s, path});
-    if (!probe.waitForFinished(60000) || probe.exitStatus() != QProcess::NormalExit)
-        return {u"ffprobe did not answer"_s};
-    return QString::fromUtf8(probe.readAllStandardOutput()).split(u'\n', Qt::SkipEmptyParts);
-}
-
-/// Process that ends with the test, however that ends.
-class Ffmpeg : public QProcess
-{
-public:
-    ~Ffmpeg() override
-    {
-        kill();
-        waitForFinished();
-    }
-};
 
 } // namespace
 
@@ -114,23 +94,9 @@ void tst_CommandBuilderFfmpeg::acceptsTheList()
     const QString path = m_folder.filePath(file);
     config.outputs[0].url = path;
 
-    QByteArray said; // outlives the process, which may write until its last moment
-    Ffmpeg ffmpeg;
-    connect(&ffmpeg, &QProcess::readyReadStandardError, this, [&] { said += ffmpeg.readAllStandardError(); });
-    ffmpeg.start(m_ffmpeg, CommandBuilder::build(config, false));
-    QVERIFY2(ffmpeg.waitForStarted(), qPrintable(ffmpeg.errorString()));
-
-    // One picture at least has to be on its way before the end, or the file is empty. B-frames and the
-    // encoder's look-ahead hold the first ones back.
-    static const QRegularExpression progress(u"frame= *[1-9][0-9]* fps="_s);
-    const auto onAir = [&] { return progress.match(QString::fromUtf8(said)).hasMatch(); };
-    QTRY_VERIFY2_WITH_TIMEOUT(onAir() || ffmpeg.state() == QProcess::NotRunning, said.constData(), 60000);
-    QVERIFY2(onAir(), said.constData());
-
-    ffmpeg.write("q");
-    QTRY_VERIFY2_WITH_TIMEOUT(ffmpeg.state() == QProcess::NotRunning, said.constData(), 60000);
-    QVERIFY2(ffmpeg.exitStatus() == QProcess::NormalExit, said.constData());
-    QVERIFY2(ffmpeg.exitCode() == 0, said.constData());
+    const FfmpegRun run = runFfmpeg(m_ffmpeg, CommandBuilder::build(config, false));
+    QVERIFY2(run.onAir, run.said.constData());
+    QVERIFY2(run.clean, run.said.constData());
     QCOMPARE(streamsOf(m_ffprobe, path), streams);
 }
 

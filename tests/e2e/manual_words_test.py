@@ -15,7 +15,7 @@ FFMPEG = {
     "Connection refused", "Connection timed out", "Error while opening encoder", "Failed to resolve hostname …",
     "Failed to update header with correct duration", "… filesize", "Max Bitrate must be greater than Target Bitrate",
     "Network is unreachable", "No such file or directory", "Output file #0 does not contain any stream",
-    "The encoder 'opus' is experimental", "Unknown encoder '…'", "Unknown input format",
+    "The encoder 'opus' is experimental", "Unknown encoder '…'", "Unknown input format", "Unrecognized option 'low_delay'",
     "Unknown input format: 'dshow'", "Unknown input format: 'libndi_newtek'", "'decklink'",
     "Video codec hevc not compatible with flv", "failed to set option SRTO_PASSPHRASE",
     "rtmp://…: Input/output error", "srt://…: Input/output error",
