@@ -82,6 +82,9 @@ class Window:
         """Above all others, and the keyboard's: what a window manager does, where there is one."""
         _run("xdotool", "windowraise", str(self._id), "windowfocus", "--sync", str(self._id))
 
+    def resize(self, width, height):
+        _run("xdotool", "windowsize", "--sync", str(self._id), str(width), str(height))
+
     def press(self, role, name):
         wait_for(f"the {role} “{name}” to be pressed", lambda: self._pressed(self.control(role, name)))
 
@@ -118,12 +121,18 @@ class Window:
         self.type(text)
         wait_for(f"the text in “{field}”", lambda: self.text_of("text", field) == text)
 
+    def is_checked(self, box):
+        return self.control("check box", box).get_state_set().contains(Atspi.StateType.CHECKED)
+
+    def number_of(self, field):
+        return Atspi.Value.get_current_value(self.control("spin button", re.escape(field)))
+
     def set_number(self, field, number):
         box = ("spin button", re.escape(field))
         self.click(*box, times=2) # the digits are one word: they are replaced
         self.type(str(number))
         self.key("Return")
-        wait_for(f"{number} in “{field}”", lambda: Atspi.Value.get_current_value(self.control(*box)) == number)
+        wait_for(f"{number} in “{field}”", lambda: self.number_of(field) == number)
 
     def close(self):
         """Closes the window as the button of a window manager does; returns the exit code."""
