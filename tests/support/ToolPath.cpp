@@ -81,7 +81,9 @@ QString ToolPath::addFakeFfmpeg(const QByteArray &encoders, const QByteArray &pr
 
 QString machineTool(const QString &name)
 {
-    QStringList folders{u"/usr/bin"_s, u"/usr/local/bin"_s, u"/opt/homebrew/bin"_s};
+    // The second is where /usr/local/bin is seen by tests that have one of their own.
+    QStringList folders{u"/usr/bin"_s, qEnvironmentVariable("CORVANE_TEST_LOCAL", u"/usr/local/bin"_s),
+                        u"/usr/local/bin"_s, u"/opt/homebrew/bin"_s};
 #ifdef Q_OS_WIN
     static const QString path = qEnvironmentVariable("PATH"); // of the start: a test sets another
     folders = qEnvironmentVariable("CORVANE_TEST_TOOLS").split(u';', Qt::SkipEmptyParts) + path.split(u';');
