@@ -43,7 +43,7 @@ bool CrasherRun::die()
 {
     m_guardedAt = coarseSeconds();
     program.write("\n");
-    return program.waitForFinished(deathLimitMs + deathSlackMs);
+    return program.waitForFinished(deathPatienceMs);
 }
 
 QStringList CrasherRun::entries() const

@@ -21,7 +21,7 @@ public:
     /// True as soon as it is guarded and waits for its orders.
     [[nodiscard]] bool start();
 
-    /// True once it is dead; false if that takes longer than it may.
+    /// True once it is dead; false if it lives on.
     [[nodiscard]] bool die();
 
     /// Everything in the crash directory, with "<start>" for the second in which it was started.
@@ -41,8 +41,7 @@ private:
     qint64 m_guardedAt = 0;
 };
 
-// Limit for a death: two seconds, and the rest for a busy machine.
-inline constexpr int deathLimitMs = 2000;
-inline constexpr int deathSlackMs = 4000;
+// Patience with a death. A handler that hangs never ends; how quickly one works is the machine's matter.
+inline constexpr int deathPatienceMs = 20000;
 
 } // namespace corvane::test

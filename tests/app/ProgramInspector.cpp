@@ -5,7 +5,8 @@
 //   CORVANE_INSPECT_THEN=WORD     and then: "quit" ends the event loop, "exit-7" with that code; "throw" lets
 //                                 a standard exception leave a slot, "throw-other" one of another kind;
 //                                 "six-hours" has the time of the update timer pass, and quits with the check
-//                                 that follows
+//                                 that follows; "beats" adds a byte to PATH.beats after each turn of the
+//                                 heartbeat's timer
 
 #include "tests/app/SymbolExporter.h"
 
@@ -87,6 +88,16 @@ void passSixHours()
     qApp->findChild<QTimer *>(u"updateTimer"_s)->setInterval(0);
 }
 
+/// The program's own connection is the older one: its write has been tried by then.
+void countBeats()
+{
+    QObject::connect(qApp->findChild<QTimer *>(u"heartbeatTimer"_s), &QTimer::timeout, qApp, [] {
+        QFile beats(qEnvironmentVariable("CORVANE_INSPECT_REPORT") + ".beats"_L1);
+        if (beats.open(QIODevice::Append))
+            beats.putChar('.');
+    });
+}
+
 QJsonObject findings()
 {
     QJsonArray windows;
@@ -143,6 +154,8 @@ void inspect()
         QCoreApplication::exit(7);
     else if (then == "six-hours"_L1)
         passSixHours();
+    else if (then == "beats"_L1)
+        countBeats();
     else if (then == "throw"_L1)
         throw std::runtime_error("falha de propósito");
     else if (then == "throw-other"_L1)

@@ -128,7 +128,7 @@ void tst_CrashCapture::leavesAReportAndDiesOfItsSignal()
 
     CrasherRun crasher(death);
     QVERIFY(crasher.start());
-    QVERIFY2(crasher.die(), "dead within two seconds");
+    QVERIFY2(crasher.die(), "it lives on");
 
     QCOMPARE(crasher.program.exitStatus(), QProcess::CrashExit);
     QCOMPARE(crasher.program.exitCode(), signal);
@@ -182,7 +182,7 @@ void tst_CrashCapture::reportsWhatItIsSent()
     CrasherRun crasher({u"abort"_s});
     QVERIFY(crasher.start());
     sendSignal(crasher.program.processId(), signal);
-    QVERIFY(crasher.program.waitForFinished(deathLimitMs + deathSlackMs));
+    QVERIFY(crasher.program.waitForFinished(deathPatienceMs));
 
     QCOMPARE(crasher.program.exitStatus(), QProcess::CrashExit);
     QCOMPARE(crasher.program.exitCode(), signal);

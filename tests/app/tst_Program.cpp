@@ -1,3 +1,4 @@
+#include "tests/app/Inspection.h"
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/ProgramRun.h"
@@ -45,24 +46,13 @@ private Q_SLOTS:
     void endsWithoutAnInterface();
 
 private:
-    /// Has the plugin that inspects the program look at it, and do what `then` says.
-    static void inspect(ProgramSandbox &sandbox, const QString &then = {});
     [[nodiscard]] static QJsonObject report(const ProgramSandbox &sandbox)
     {
-        return QJsonDocument::fromJson(contentsOf(sandbox.path(u"report.json"_s))).object();
+        return QJsonDocument::fromJson(contentsOf(inspectionReport(sandbox))).object();
     }
 
     XServer m_display;
 };
-
-void tst_Program::inspect(ProgramSandbox &sandbox, const QString &then)
-{
-    QProcessEnvironment &environment = sandbox.environment();
-    environment.insert(u"QT_PLUGIN_PATH"_s, QStringLiteral(CORVANE_TEST_PLUGINS));
-    environment.insert(u"QT_QPA_GENERIC_PLUGINS"_s, u"corvane_inspector"_s);
-    environment.insert(u"CORVANE_INSPECT_REPORT"_s, sandbox.path(u"report.json"_s));
-    environment.insert(u"CORVANE_INSPECT_THEN"_s, then);
-}
 
 void tst_Program::initTestCase()
 {
@@ -156,7 +146,7 @@ void tst_Program::closesOnAir()
 void tst_Program::leavesWithTheCodeOfTheLoop()
 {
     ProgramSandbox sandbox;
-    inspect(sandbox, u"exit-7"_s);
+    inspectProgram(sandbox, u"exit-7"_s);
     ProgramRun run(sandbox, m_display);
 
     run.program.start();
@@ -170,7 +160,7 @@ void tst_Program::leavesWithTheCodeOfTheLoop()
 void tst_Program::timers()
 {
     ProgramSandbox sandbox;
-    inspect(sandbox, u"quit"_s);
+    inspectProgram(sandbox, u"quit"_s);
     ProgramRun run(sandbox, m_display);
 
     run.program.start();
@@ -185,7 +175,7 @@ void tst_Program::timers()
 void tst_Program::looksForUpdatesEverySixHours()
 {
     ProgramSandbox sandbox;
-    inspect(sandbox, u"six-hours"_s);
+    inspectProgram(sandbox, u"six-hours"_s);
     ProgramRun run(sandbox, m_display);
 
     run.program.start();
@@ -202,11 +192,12 @@ void tst_Program::startsWithoutAUsableRuntimeDirectory()
     ProgramSandbox sandbox;
     writeFile(sandbox.path(u"file"_s), "a file");
     sandbox.environment().insert(u"CORVANE_RUNTIME_DIR"_s, sandbox.path(u"file/runtime"_s));
+    inspectProgram(sandbox, u"beats"_s);
     ProgramRun run(sandbox, m_display);
 
     QVERIFY(run.start());
     // One beat is tried and skipped before the window is closed.
-    QVERIFY(waitUntil([&] { return QDateTime::currentMSecsSinceEpoch() > run.startedAtMs + 3000; }));
+    QVERIFY(waitUntil([&] { return !contentsOf(inspectedBeats(sandbox)).isEmpty(); }));
     QCOMPARE(run.close(), 0);
 
     QCOMPARE(contentsOf(sandbox.path(u"file"_s)), QByteArray("a file"));
@@ -236,7 +227,7 @@ void tst_Program::startsWithAnFfmpegThatHangs()
 {
     ProgramSandbox sandbox;
     sandbox.environment().insert(u"FAKE_FFMPEG_PROBE"_s, u"hang"_s);
-    inspect(sandbox);
+    inspectProgram(sandbox, {});
     ProgramRun run(sandbox, m_display);
     const QString sentinel = sandbox.runtimeDir() + "/crashes/.running"_L1;
 
@@ -270,7 +261,7 @@ void tst_Program::goesOnAfterAnException()
     QFETCH(const QString, warning);
 
     ProgramSandbox sandbox;
-    inspect(sandbox, thrown);
+    inspectProgram(sandbox, thrown);
     ProgramRun run(sandbox, m_display);
 
     QVERIFY(run.start());
