@@ -195,8 +195,7 @@ class Place:
         # Nothing on air, nothing to confirm.
         wait_for("all streams to stop", self._all_stopped)
         self.window.press("push button", "Iniciar todas as streams")
-        for stream in self.streams:
-            self.wait_on_air(stream, 40)
+        self.wait_all_on_air(40)
 
     def _all_stopped(self):
         if self.window.find("push button", "Parar tudo"):
@@ -308,6 +307,15 @@ class Place:
 
     def wait_on_air(self, stream, seconds=BACK_SECONDS):
         wait_for(f"“{stream.name}” to be on air", lambda: self.on_air(stream), seconds)
+
+    def wait_all_on_air(self, seconds=30):
+        def on_air():
+            before = [stream.received() for stream in self.streams]
+            time.sleep(FLOW_SECONDS)
+            return all(stream.received() > size and self.state(stream) == "running"
+                       for stream, size in zip(self.streams, before))
+
+        wait_for("all streams to be on air", on_air, seconds)
 
     def bring_back(self, stream):
         """Waits for the stream; where it doesn't come back by itself, the operator's stop and start. True: by itself."""
