@@ -3,7 +3,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QStorageInfo>
 #include <QTemporaryDir>
 
 #include <QTest>
@@ -21,7 +20,7 @@ private Q_SLOTS:
 
 void tst_ToolResolverPrefix::looksInUsrLocalBeforePath()
 {
-    if (QStorageInfo(u"/usr/local/bin"_s).device() != "corvane-test")
+    if (!QFileInfo::exists(u"/usr/local/bin/.corvane-test"_s))
         QSKIP("/usr/local/bin is the machine's: ctest gives the test one of its own where the system grants that");
     const QString name = u"corvane-test-tool"_s;
     QFile local(u"/usr/local/bin/"_s + name);

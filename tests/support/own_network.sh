@@ -16,6 +16,7 @@ script='
         mount -t tmpfs -o mode=755 corvane-test "$local"
         ln -s "$CORVANE_TEST_LOCAL"/* "$local"
         rm -f "$local/ffmpeg" "$local/srt-live-transmit" "$local/srtla_send" "$local/*"
+        : >"$local/.corvane-test" # a sign for the test that writes there
     fi
     exec "$@"'
 user="--user --map-current-user --keep-caps"
