@@ -128,6 +128,8 @@ class Soak:
         began = self._passed()
         try:
             words = fault.do(self._place, stream)
+            if not fault.silent and words not in self._place.log.lines:
+                raise DemoError(f"it left no line in the log: {words}")
             self._all_on_air()
             say(f"{clock(began)}  fault     {what}: {words} · over after {self._passed() - began:.1f} s")
         except DemoError as error:
