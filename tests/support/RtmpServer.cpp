@@ -31,6 +31,7 @@ pid %1/nginx.pid;
 error_log %1/error.log warn;
 events {}
 rtmp {
+    access_log off; # where it would go by itself, only root may write
     server {
         listen 127.0.0.1:%2;
         application live {
