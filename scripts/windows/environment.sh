@@ -18,22 +18,9 @@ root=$environment/debian
 suite=trixie
 older_suite=bookworm # a mirror may lack a source in the newer one
 
-say() { printf '%s\n' "$*"; }
-die() { printf 'windows: %s\n' "$*" >&2; exit 1; }
-
-quietly() {
-    local log
-    log=$(mktemp)
-    if "$@" >"$log" 2>&1; then
-        rm -f "$log"
-        return 0
-    fi
-    cat "$log" >&2
-    rm -f "$log"
-    die "failed: $*"
-}
-
-wanted_packages() { sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$@"; }
+purpose=windows
+# shellcheck source=scripts/debian-root.sh
+. "$tree/scripts/debian-root.sh"
 
 # The archive with Qt for Windows; a path that was given has to be right.
 qt_archive() {
@@ -59,56 +46,21 @@ HELP
     return 1
 }
 
-# Mirror from which this machine's own apt takes Debian's main archive.
-mirror() {
-    local codename
-    codename=$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release)
-    # shellcheck disable=SC2016 # apt's own variables
-    apt-get indextargets --format '$(SITE) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 2>/dev/null |
-        awk -v codename="$codename" '$2 == codename && $3 == "main" { print $1; exit }'
-}
-
 debian() {
-    if [ -e "$root/corvane-base" ] && [ ! -e "$root/corvane-installing" ]; then
-        return 0 # neither missing nor left in the middle of an installation
-    fi
-    local from
-    from=$(mirror)
-    [ -n "$from" ] || die "this machine's apt sources name no Debian archive to take Debian 13 from"
-    say "making a Debian 13 in $root"
-    if ! command -v debootstrap >/dev/null; then
-        quietly env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 apt-get install -y --no-install-recommends debootstrap
-    fi
-    rm -rf "$root"
-    mkdir -p "$root"
-    quietly debootstrap --variant=minbase "$suite" "$root" "$from"
-    # Unneeded files aren't unpacked, and a crash costs nothing but time.
-    cat >"$root/etc/dpkg/dpkg.cfg.d/corvane" <<'CONFIG'
-force-unsafe-io
+    debian_create "$root" "$suite"
+    [ -n "$created" ] || return 0
+    # Unneeded files aren't unpacked.
+    cat >>"$root/etc/dpkg/dpkg.cfg.d/corvane" <<'CONFIG'
 path-exclude=/usr/share/man/*
 path-exclude=/usr/share/info/*
 CONFIG
-    printf 'deb-src %s %s main\n' "$from" "$suite" "$from" "$older_suite" >"$root/etc/apt/sources.list.d/corvane.list"
-    touch "$root/corvane-base"
+    printf 'deb-src %s %s main\n' "$created" "$suite" "$created" "$older_suite" >"$root/etc/apt/sources.list.d/corvane.list"
 }
 
-# install <stamp> <list>...: the packages of the lists, once for every state of the lists.
-install() {
-    local stamp=$root/corvane-packages-$1 state
+install() { # <stamp> <list>...
+    local stamp=$1
     shift
-    state=$(wanted_packages "$@" | sha256sum)
-    [ "$(cat "$stamp" 2>/dev/null || true)" != "$state" ] || return 0
-    say "installing packages into it"
-    # Proxy of the machine, if it has one.
-    apt-config dump 2>/dev/null | grep -iE '^Acquire::(http|https)::Proxy' >"$root/etc/apt/apt.conf.d/corvane-proxy" || true
-    quietly inside apt-get update
-    touch "$root/corvane-installing"
-    # shellcheck disable=SC2046 # one word per package
-    quietly inside env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
-        apt-get install -y --no-install-recommends $(wanted_packages "$@")
-    rm "$root/corvane-installing"
-    quietly inside apt-get clean
-    printf '%s\n' "$state" >"$stamp"
+    debian_install "$root" "$stamp" inside "$@"
 }
 
 qt() {
@@ -143,34 +95,16 @@ libraries() {
     printf '%s\n' "$state" >"$stamp"
 }
 
-# Runs a command in the environment. Mounts and processes are in name spaces of their own and end with it.
+# Runs a command in the environment.
 inside() {
-    local folder
+    local folder mounts=("$tree:/corvane")
     for folder in qt libraries ccache downloads; do
-        mkdir -p "$environment/$folder" "$root/$folder"
+        mkdir -p "$environment/$folder"
+        mounts+=("$environment/$folder:/$folder")
     done
-    mkdir -p "$root/corvane"
-    cp /etc/resolv.conf /etc/hosts "$root/etc/"
-    # shellcheck disable=SC2016 # expanded by the inner shell
-    unshare --mount --pid --fork --kill-child bash -euc '
-        root=$1 tree=$2 environment=$3
-        shift 3
-        mount -t proc proc "$root/proc"
-        mount --rbind /sys "$root/sys"
-        mount --rbind /dev "$root/dev"
-        mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
-        mount --bind "$tree" "$root/corvane"
-        for folder in qt libraries ccache downloads; do
-            mount --bind "$environment/$folder" "$root/$folder"
-        done
-        if [ -d /tmp/.X11-unix ]; then
-            mkdir "$root/tmp/.X11-unix"
-            mount --bind /tmp/.X11-unix "$root/tmp/.X11-unix"
-        fi
-        exec env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
-            TERM="${TERM:-dumb}" DISPLAY="${DISPLAY:-}" CCACHE_DIR=/ccache CCACHE_MAXSIZE=2G \
-            chroot "$root" bash -euc '\''cd /corvane; exec "$@"'\'' bash "$@"
-    ' bash "$root" "$tree" "$environment" "$@"
+    [ ! -d /tmp/.X11-unix ] || mounts+=(/tmp/.X11-unix:/tmp/.X11-unix)
+    debian_enter "$root" /corvane "${mounts[@]}" -- \
+        DISPLAY="${DISPLAY:-}" CCACHE_DIR=/ccache CCACHE_MAXSIZE=2G "$@"
 }
 
 as_root() {
