@@ -48,6 +48,24 @@ qml() {
 
 python_checked() { git ls-files -co --exclude-standard -- '*.py' | xargs pyflakes3; }
 
+# What an installation gets, as configured for lint.
+desktop_entry() { desktop-file-validate build/lint/install/*.desktop; }
+metainfo() {
+    # The publisher's domain in the tree stands for another: its top level is one that nobody has.
+    local made
+    made=$(mktemp -d)
+    sed 's/example\.halvorndev\./com.halvorndev./' build/lint/install/*.metainfo.xml >"$made/com.halvorndev.corvane.metainfo.xml"
+    appstreamcli validate --strict --no-net --explain "$made"/*.xml || { rm -r "$made"; return 1; }
+    rm -r "$made"
+}
+man_pages() {
+    local page warnings
+    for page in build/lint/install/*.1; do
+        warnings=$(MANROFFSEQ='' MANWIDTH=80 man --warnings -E UTF-8 -l -Tutf8 -Z "$page" 2>&1 >/dev/null)
+        [ -z "$warnings" ] || { printf '%s\n' "$page: $warnings"; return 1; }
+    done
+}
+
 formatted() { sources | xargs clang-format --dry-run -Werror; }
 scripts_checked() { git ls-files -co --exclude-standard -- dev '*.sh' .ci/run | xargs shellcheck; }
 
@@ -58,4 +76,7 @@ check "file names" scripts/check-names.py
 check "folder dependencies" scripts/check-arrows.py
 check "clang-tidy" tidy "${1:-}"
 check "qmllint" qml
+check "desktop entry" desktop_entry
+check "AppStream metadata" metainfo
+check "man pages" man_pages
 exit "$failed"

@@ -1,9 +1,14 @@
 #!/usr/bin/env bash
 # The operator's manual as a page of its own: manual.html, which holds its pictures, and manual.pdf.
 #
-#   manual.sh [folder]    default out/manual
+#   manual.sh [--html] [folder]    default out/manual; --html: without the PDF
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+pdf=yes
+if [ "${1:-}" = --html ]; then
+    pdf=
+    shift
+fi
 folder=${1:-out/manual}
 mkdir -p "$folder"
 
@@ -21,5 +26,9 @@ if lost=$(comm -23 <(ids href '#') <(ids id '')) && [ -n "$lost" ]; then
     exit 1
 fi
 
+if [ -z "$pdf" ]; then
+    printf 'manual    %s/manual.html\n' "$folder"
+    exit
+fi
 weasyprint --quiet "$folder/manual.html" "$folder/manual.pdf"
 printf 'manual    %s/manual.html, %s/manual.pdf\n' "$folder" "$folder"

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Makes app/icon/corvane.ico of the drawing beside it: one picture per size that Windows asks for. And the pictures
 that the window itself brings along, for its bar and the task list: bare pixels, red, green, blue and alpha of a byte each.
+And packaging/linux/icons/, the pictures by which Linux desktops show the program.
 
 Run where rsvg-convert and ImageMagick's convert are.
 The result is kept in the tree, because a build on Windows itself has no such tool.
@@ -12,7 +13,9 @@ import subprocess
 
 SIZES = (16, 20, 24, 32, 40, 48, 64, 128, 256)
 WINDOW_SIZES = (16, 32, 48, 64)
-FOLDER = pathlib.Path(__file__).resolve().parents[2] / "app" / "icon"
+DESKTOP_SIZES = (16, 22, 24, 32, 48, 64, 128, 256, 512)
+TREE = pathlib.Path(__file__).resolve().parents[2]
+FOLDER = TREE / "app" / "icon"
 
 
 def picture(size):
@@ -43,3 +46,5 @@ def icon(pictures):
 (FOLDER / "corvane.ico").write_bytes(icon([(size, picture(size)) for size in SIZES]))
 for side in WINDOW_SIZES:
     (FOLDER / f"corvane-{side}.rgba").write_bytes(pixels(side))
+for side in DESKTOP_SIZES:
+    (TREE / f"packaging/linux/icons/corvane-{side}.png").write_bytes(picture(side))
