@@ -78,9 +78,10 @@ debian_install() {
     printf '%s\n' "$state" >"$stamp"
 }
 
-# debian_enter [--layer <folder>] <root> <folder> <what:where>... -- <VARIABLE=value>... <command>...: runs a command
+# debian_enter [--layer <folder>] [--beside] <root> <folder> <what:where>... -- <VARIABLE=value>... <command>...: runs a command
 # there, in that folder of it, with folders of the machine mounted where they are wanted. With a layer the system stays
-# as it is: what is changed goes to upper/ of that folder.
+# as it is: what is changed goes to upper/ of that folder. With --beside the command runs on the machine itself, and finds
+# the system in CORVANE_ROOT.
 debian_enter() {
     local layer=
     if [ "$1" = --layer ]; then
@@ -88,11 +89,16 @@ debian_enter() {
         shift 2
         mkdir -p "$layer/upper" "$layer/work" "$layer/merged"
     fi
+    local beside=
+    if [ "$1" = --beside ]; then
+        beside=yes
+        shift
+    fi
     cp /etc/resolv.conf /etc/hosts "$1/etc/"
     # shellcheck disable=SC2016 # expanded by the inner shell
     unshare --mount --pid --fork --kill-child bash -euc '
-        layer=$1 root=$2 folder=$3
-        shift 3
+        layer=$1 beside=$2 root=$3 folder=$4
+        shift 4
         if [ -n "$layer" ]; then
             mount -t overlay overlay -o "lowerdir=$root,upperdir=$layer/upper,workdir=$layer/work" "$layer/merged"
             root=$layer/merged
@@ -107,7 +113,11 @@ debian_enter() {
             shift
         done
         shift
+        if [ -n "$beside" ]; then
+            mount -t proc proc /proc # of the name space of processes that the command is in
+            exec env CORVANE_ROOT="$root" "$@"
+        fi
         exec env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
             TERM="${TERM:-dumb}" chroot "$root" bash -euc '\''cd "$1"; shift; exec env "$@"'\'' bash "$folder" "$@"
-    ' bash "$layer" "$@"
+    ' bash "$layer" "$beside" "$@"
 }

@@ -12,7 +12,7 @@ fi
 folder=${1:-out/manual}
 mkdir -p "$folder"
 
-version=$(sed -n 's/^project(corvane VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+version=$(head -n 1 VERSION 2>/dev/null || sed -n 's/^project(corvane VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 # The page stands alone: links to others, which don't come along, become text.
 sed -E 's/\[([^]]*)\]\([a-z-]+\.md\)/\1/g' docs/manual.md |
     pandoc --from gfm+implicit_figures --to html5 --standalone --self-contained --fail-if-warnings \

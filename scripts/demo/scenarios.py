@@ -150,6 +150,32 @@ def put_on_air(window, receiver):
     _wait_on_air(window, (NAME,), (receiver,))
 
 
+def define(window):
+    """A stream, without outputs, that the next start of the program has to know."""
+    window.press("push button", "Nova stream")
+    _rename(window, "Stream 1", NAME)
+
+
+def resume(stage, window, folder):
+    """the stream that an earlier start has left, over RTMP, to a real server"""
+    rtmp = RtmpServer(stage)
+    window.press("list item", NAME + ", stopped · 0 .*")
+    window.press("page tab", "Fonte")
+    window.set_number("Largura em pixels", 640)
+    window.set_number("Altura em pixels", 360)
+    window.press("page tab", "Saídas")
+    _add_output(window, "RTMP", rtmp.url)
+    window.control("list item", NAME + ", stopped · 1 .*")
+    window.press("page tab", "Preview")
+    window.press("push button", "Iniciar stream")
+    _wait_on_air(window, (NAME,), (rtmp,))
+    window.picture(folder / "running.png")
+    wait_received(window, (NAME,), (rtmp,), ON_AIR_SECONDS)
+    window.press("push button", "Parar stream")
+    window.control("list item", NAME + ", stopped .*")
+    _judge(window, (rtmp,), folder)
+
+
 def manual(stage, window, folder):
     """what the operator's manual says: what takes a stream off the air and what doesn't, Dante, the preview"""
     rtmp, srt = RtmpServer(stage), SrtListener(stage)
