@@ -40,6 +40,10 @@ void tst_AirRules::hang_data()
     QTest::newRow("many lines") << QList<int>{500, 1000, 1500, 5400} << none << 9400;
     QTest::newRow("a machine that stops for long")
         << QList<int>{500, 1000} << QList<int>{2000, 9000} << 12000;
+    QTest::newRow("a machine that stops for a second")
+        << QList<int>{500, 1000} << QList<int>{2000, 3000} << 6000;
+    QTest::newRow("a machine that stops behind the first question")
+        << QList<int>{500, 1000} << QList<int>{0, 9000} << 14000;
     QTest::newRow("a machine that stops for a moment")
         << QList<int>{500, 1000} << QList<int>{2000, 2900} << 5000;
 }

@@ -21,7 +21,8 @@ private Q_SLOTS:
 void tst_ToolResolverPrefix::looksInUsrLocalBeforePath()
 {
     if (!QFileInfo::exists(u"/usr/local/bin/.corvane-test"_s))
-        QSKIP("/usr/local/bin is the machine's: ctest gives the test one of its own where the system grants that");
+        QSKIP("/usr/local/bin is the machine's: ctest gives the test one of its own where the system grants "
+              "that");
     const QString name = u"corvane-test-tool"_s;
     QFile local(u"/usr/local/bin/"_s + name);
     QVERIFY2(local.open(QIODevice::WriteOnly | QIODevice::NewOnly), qPrintable(local.errorString()));

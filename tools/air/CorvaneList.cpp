@@ -103,8 +103,7 @@ bool hasOwnClock(const std::vector<std::string> &arguments)
 std::optional<CorvaneList> readCorvaneList(const std::vector<std::string> &arguments)
 {
     constexpr std::size_t outputSize = 3;
-    const auto firstEnd = std::next(arguments.begin(), std::min(head.size(), arguments.size()));
-    if (!std::equal(head.begin(), head.end(), arguments.begin(), firstEnd) ||
+    if (std::ranges::mismatch(head, arguments).in1 != head.end() ||
         std::find(arguments.begin(), arguments.end(), "-map") != arguments.end() ||
         std::find(arguments.begin(), arguments.end(), "-i") == arguments.end())
         return {};
