@@ -10,7 +10,7 @@ namespace corvane {
 struct RestartDecision
 {
     bool circuitOpen = false;       ///< too many failures in the window: no restart
-    qint64 delayMs = 0;             ///< pause before the restart
+    qint64 delayMs = 0;             ///< pause before the restart; 0 without one
     qsizetype failuresInWindow = 0; ///< this failure included
 };
 

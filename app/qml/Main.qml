@@ -1337,6 +1337,12 @@ ApplicationWindow {
                             text: bitrateAdviceTip.text
                             textFormat: Text.PlainText
                             font: bitrateAdviceTip.font
+
+                            // It lies over controls that an operator wants next.
+                            TapHandler {
+                                margin: bitrateAdviceTip.padding
+                                onTapped: bitrateAdviceTip.close()
+                            }
                         }
                     }
 

@@ -41,6 +41,10 @@ void tst_Capabilities::answersForWhatAPortBrings()
     setNdiRuntimeAvailable(true);
     QVERIFY(ndiRuntimeAvailable());
     QVERIFY(!decklinkRuntimeAvailable());
+    setNdiSourceScan([](int timeoutMs) { return QStringList{QString::number(timeoutMs)}; });
+    QCOMPARE(ndiSourceScan(1500), QStringList{QStringLiteral("1500")});
+    QCOMPARE(decklinkDeviceScan(), QStringList());
+    setNdiSourceScan({});
     setNdiRuntimeAvailable(false);
 
     setDecklinkRuntimeAvailable(true);

@@ -65,6 +65,7 @@ void tst_RestartGate::delaysOfARepeatedCrash()
 
     const RestartDecision seventh = gate.onFailure(policy, now, now);
     QCOMPARE(seventh.circuitOpen, true);
+    QCOMPARE(seventh.delayMs, 0);
     QCOMPARE(seventh.failuresInWindow, 7);
     QCOMPARE(gate.circuitOpened, true);
     QCOMPARE(gate.restartAttempts, 6);

@@ -21,6 +21,7 @@ private Q_SLOTS:
     void tipIsTheButtons();
     void timerHidesTheTip();
     void timeoutHidesTheTip();
+    void clickHidesTheTip();
     void adviceChangesNothing();
 };
 
@@ -192,6 +193,19 @@ void tst_EditorAdvice::timeoutHidesTheTip()
 
     ui.click(u"suggestButton"_s);
     QVERIFY(ui.value(u"bitrateAdviceTip"_s, u"visible"_s).toBool());
+    QTRY_VERIFY(!ui.value(u"bitrateAdviceTip"_s, u"visible"_s).toBool());
+    QCOMPARE(ui.warnings(), QStringList());
+}
+
+void tst_EditorAdvice::clickHidesTheTip()
+{
+    EditorBench ui;
+    openEncoderPage(ui);
+    ui.click(u"suggestButton"_s);
+    QTRY_VERIFY(ui.value(u"bitrateAdviceTip"_s, u"opened"_s).toBool());
+
+    ui.click(ui.value(u"bitrateAdviceTip"_s, u"contentItem"_s).value<QQuickItem *>());
+
     QTRY_VERIFY(!ui.value(u"bitrateAdviceTip"_s, u"visible"_s).toBool());
     QCOMPARE(ui.warnings(), QStringList());
 }
