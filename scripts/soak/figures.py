@@ -59,15 +59,16 @@ class Figures:
                    zombies=sum(map(_is_zombie, below)), children=len(below),
                    memory=_field(f"/proc/{pid}/smaps_rollup", "Anonymous"))
 
-    def more_than(self, before):
-        """What has grown beyond its allowance since `before`, in words; empty if nothing has."""
+    def more_than(self, before, settled):
+        """What has grown beyond its allowance since `before`, in words; empty if nothing has. Memory counts only if
+        everything had been used once by then (`settled`): what a first use takes stays."""
         grown = []
         for name, allowance in self.MORE.items():
             limit = getattr(before, name) + allowance if name != "zombies" else 0
             if getattr(self, name) > limit:
                 grown.append(f"{name}: {getattr(self, name)}, and at most {limit} were due")
         limit = max(before.memory + self.MEMORY_MORE, int(before.memory * self.MEMORY_FACTOR))
-        if self.memory > limit:
+        if settled and self.memory > limit:
             grown.append(f"memory: {self.memory} KiB, and at most {limit} were due")
         return grown
 
