@@ -70,7 +70,8 @@ scripts/linux/package.sh portable "$version" "$folder"
 
 if [ -n "$windows" ]; then
     scripts/windows/environment.sh setup
-    in=(scripts/windows/environment.sh run env "SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH")
+    # As in packaging/debian/rules, Qt's compiler for QML keeps to one order.
+    in=(scripts/windows/environment.sh run env "SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH" QT_HASH_SEED=0)
     build=build/release-windows
     log=$(mktemp)
     { "${in[@]}" cmake --preset windows -B "$build" -DBUILD_TESTING=OFF -DCORVANE_VERSION="$version" \

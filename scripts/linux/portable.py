@@ -36,7 +36,7 @@ TLS = ("tls/libqopensslbackend.so",)
 # Of the system, on every desktop: run-times, drivers, display, fonts, services.
 OF_THE_SYSTEM = re.compile(
     r"ld-linux.*|lib(c|m|dl|rt|pthread|resolv|util|gcc_s|stdc\+\+)\.so.*|lib(GL|EGL|GLX|OpenGL|GLdispatch|GLESv2|gbm|drm).*"
-    r"|libX.*|libxcb\.so.*|libxcb-(glx|render|shm|xfixes|randr|shape|sync|xkb)\.so.*|libwayland-.*|libICE.*|libSM.*"
+    r"|libX.*|libxcb\.so.*|libxcb-(glx|render|shm|xfixes|randr|shape|sync)\.so.*|libwayland-.*"
     r"|lib(fontconfig|freetype|harfbuzz|glib-2\.0|gthread-2\.0|png16|z|zstd|lzma|expat|uuid|bsd|md|brotli.*|graphite2"
     r"|dbus-1|systemd|udev|cap|gcrypt|gpg-error|lz4|ssl|crypto|gssapi_krb5|krb5|k5crypto|krb5support|com_err|keyutils|ffi"
     r"|gudev-1\.0|gobject-2\.0)\.so.*")

@@ -26,7 +26,8 @@ PACKAGES = "/tmp/packages" # in the systems
 # Files that packages of Debian leave behind when they are purged: their own, none of them CORVANE's.
 LEFT_BY_OTHERS = (
     r"/var/(lib/(apt|dpkg)|log|cache)/.*", r"/etc/.*-", r"/etc/ld\.so\.cache",
-    r"/etc/(passwd|group|shadow|gshadow|subuid|subgid)", r"/var/lib/(systemd|dbus|polkit-1|ucf|vim|xfonts|pam)(/.*)?",
+    r"/etc/(passwd|group|shadow|gshadow|subuid|subgid)", r"/root/\.ssh", r"/etc/(default/locale|vconsole\.conf)",
+    r"/var/lib/(systemd|private|dbus|polkit-1|ucf|vim|xfonts|pam)(/.*)?",
     r"/(etc|usr/share|usr/lib/x86_64-linux-gnu)/(fonts|mime|icons|applications|glib-2\.0|gdk-pixbuf.*)(/.*)?",
     r"/usr/local/share/fonts(/.*)?", r"/etc/(ssl|ca-certificates|machine-id|mtab|resolv\.conf|hosts|localtime|timezone)(/.*|\.conf)?",
 )
@@ -105,6 +106,10 @@ class System:
         shutil.copytree(out, results, dirs_exist_ok=True)
         check(done.returncode == 0, f"the window couldn't be operated ({act})")
 
+    def installed(self):
+        """Names of the packages, as apt takes them, also of those of which only settings are left."""
+        return set(self.run("dpkg-query", "-W", "-f", "${binary:Package}\n").splitlines())
+
     def files(self):
         listed = self.run("find", "/", "-xdev", "(", "-path", "/proc", "-o", "-path", "/sys", "-o", "-path", "/dev", "-o",
                           "-path", "/tmp", "-o", "-path", "/run", ")", "-prune", "-o", "-print")
@@ -149,6 +154,7 @@ def trial(system, deb, older, results):
     shutil.copy2(older, system.packages / "older.deb")
     system.run("apt-get", "update")
     before = system.files()
+    installed_before = system.installed()
     system.run("apt-get", "install", "-y", f"{PACKAGES}/older.deb")
     say("installed", system.run("dpkg-query", "-W", "corvane").strip())
     system.operate("define", results, "/usr/bin/corvane")
@@ -169,7 +175,8 @@ def trial(system, deb, older, results):
     left = [path for path in sorted(system.files() - before) if "corvane" in path.lower()
             and not path.startswith("/var/cache/apt/")]
     check(not left, f"left of CORVANE: {left}")
-    system.run("apt-get", "autoremove", "--purge", "-y")
+    # Whatever came along goes, also what apt would keep.
+    system.run("apt-get", "purge", "-y", "--allow-remove-essential", *sorted(system.installed() - installed_before))
     left = [path for path in sorted(system.files() - before)
             if not any(re.fullmatch(pattern, path) for pattern in LEFT_BY_OTHERS)]
     (results / "left.txt").write_text("\n".join(sorted(system.files() - before)) + "\n")
@@ -181,9 +188,9 @@ def trial(system, deb, older, results):
 
 def trial_unpacked(system, archive, results):
     system.run("apt-get", "update")
-    # GTK's libraries stand for those of any desktop.
+    # GTK's libraries and those of libglvnd stand for those of any desktop.
     gtk = "libgtk-3-0t64" if system.name == "trixie" else "libgtk-3-0"
-    system.run("apt-get", "install", "-y", "--no-install-recommends", gtk, "libgl1", "libegl1", "fonts-dejavu-core", "ffmpeg",
+    system.run("apt-get", "install", "-y", "--no-install-recommends", gtk, "libgl1", "libegl1", "libopengl0", "fonts-dejavu-core", "ffmpeg",
                "xz-utils")
     shutil.copy2(archive, system.packages)
     place = f"/home/{archive.name.removesuffix('.tar.xz')}"

@@ -82,8 +82,8 @@ def crashes_in_a_row(place, stream):
             break
         place.click(stream, "Iniciar stream")
         place.log.wait(crashed, r"ffmpeg rodando \(pid")
+    # An open breaker doesn't bar the restart that an earlier crash has still pending: the stream may be up again by now.
     line = place.log.wait(mark, r"FATAL: circuit breaker ABERTO: \d+ restarts em 120s")
-    wait_for(f"“{stream.name}” to stay down", lambda: place.state(stream) == "failed")
     place.restart(stream)
     return line
 
