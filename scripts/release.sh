@@ -70,12 +70,13 @@ scripts/linux/package.sh portable "$version" "$folder"
 
 if [ -n "$windows" ]; then
     scripts/windows/environment.sh setup
-    # As in packaging/debian/rules, Qt's compiler for QML keeps to one order.
-    in=(scripts/windows/environment.sh run env "SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH" QT_HASH_SEED=0)
+    in=(scripts/windows/environment.sh run env "SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH")
     build=build/release-windows
     log=$(mktemp)
     { "${in[@]}" cmake --preset windows -B "$build" -DBUILD_TESTING=OFF -DCORVANE_VERSION="$version" \
-        -DCORVANE_UPDATE_KEY="$public" -DCORVANE_UPDATE_FEED_URL="$url/latest.json" && "${in[@]}" cmake --build "$build"; } >"$log" 2>&1 ||
+        -DCORVANE_UPDATE_KEY="$public" -DCORVANE_UPDATE_FEED_URL="$url/latest.json" &&
+        # As in packaging/debian/rules.
+        "${in[@]}" setarch --addr-no-randomize cmake --build "$build"; } >"$log" 2>&1 ||
         { tail -n 40 "$log"; fail "no programs for Windows"; }
     rm "$log"
     scripts/manual.sh "$folder/manual" >/dev/null
