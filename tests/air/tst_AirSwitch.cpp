@@ -1,5 +1,5 @@
+#include "tests/air/AirInstallation.h"
 #include "tests/support/Files.h"
-#include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
@@ -10,19 +10,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#ifdef Q_OS_UNIX
-#include <fcntl.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-#endif
-
 using namespace Qt::StringLiterals;
 using namespace corvane::test;
 
 namespace {
-
-constexpr auto allWords = "attempt_recovery recover_any_error use_fifo hash cluster_time_limit";
 
 const QString wordsOfHelp = uR"(corvane-air on|off|status [pasta do corvane]
 
@@ -35,72 +26,6 @@ Sem a pasta vale a mais próxima acima desta ferramenta que tem um corvane.
 )"_s;
 const QString openAgain =
     u"Feche o CORVANE e abra-o de novo: as ferramentas são procuradas só no início.\n"_s;
-
-constexpr QFile::Permissions executable = QFile::ReadOwner | QFile::ExeOwner | QFile::ReadGroup |
-                                          QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
-
-/// A folder with the program and corvane-air in it, and an ffmpeg on PATH.
-class Installation
-{
-public:
-    /// `help` is what the ffmpeg on PATH answers to every question about a muxer; empty: there is none.
-    /// `tools` is the folder of corvane-air, `program` the program's file without its suffix; empty: there is
-    /// none.
-    explicit Installation(const QByteArray &help, const QString &tools = u"air/"_s,
-                          const QString &program = u"corvane"_s)
-        : m_help(help)
-        , m_tools(tools)
-    {
-        if (!program.isEmpty())
-            writeFile(path(executableName(program)), "program");
-        QDir().mkpath(path(tools));
-        QFile::copy(QStringLiteral(CORVANE_AIR), path(tools + executableName(u"ffmpeg"_s)));
-        QFile::copy(QStringLiteral(CORVANE_AIR_SWITCH), path(tools + executableName(u"corvane-air"_s)));
-        if (!help.isEmpty()) {
-            QDir().mkpath(path(u"bin"_s));
-            QFile::copy(fakeFfmpeg(), path(realFfmpeg));
-        }
-    }
-
-    [[nodiscard]] QString path(const QString &name) const { return m_dir.filePath(name); }
-    [[nodiscard]] QString native(const QString &name) const { return QDir::toNativeSeparators(path(name)); }
-
-    void start(QProcess &process, const QString &program, const QStringList &arguments) const
-    {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"PATH"_s, native(u"bin"_s));
-        environment.insert(u"FAKE_FFMPEG_HELP"_s, QString::fromUtf8(m_help));
-        environment.insert(u"FAKE_FFMPEG_ASKED"_s, asked);
-        process.setProcessEnvironment(environment);
-#ifdef Q_OS_UNIX
-        if (bound)
-            bindToPermissions(process);
-#endif
-        process.start(path(program), arguments);
-    }
-
-    int call(const QStringList &arguments)
-    {
-        QProcess process;
-        start(process, m_tools + u"corvane-air"_s, arguments);
-        process.waitForFinished();
-        output = QString::fromUtf8(process.readAllStandardOutput());
-        error = QString::fromUtf8(process.readAllStandardError());
-        return process.exitCode();
-    }
-
-    bool bound = false; ///< to the permissions of files, even as root
-    QString asked;      ///< file that the ffmpeg on PATH notes questions in
-    QString output;
-    QString error;
-
-    const QString realFfmpeg = u"bin/"_s + executableName(u"ffmpeg"_s);
-
-private:
-    QTemporaryDir m_dir;
-    QByteArray m_help;
-    QString m_tools;
-};
 
 } // namespace
 
@@ -122,17 +47,14 @@ private Q_SLOTS:
     void programFolder_data();
     void programFolder();
     void restOfAnEarlierCall();
-    void folderThatCannotBeWritten();
-    void fullDisk();
     void whileItRuns();
     void recordings();
-    void recordingsInNoPlainFile();
     void misuse();
 };
 
 void tst_AirSwitch::onAndOff()
 {
-    Installation here(allWords);
+    AirInstallation here(allWords);
     const QString place = here.native(u"ffmpeg"_s);
     const QString rest = "ffmpeg: "_L1 + here.native(here.realFfmpeg) + u"\ngravações: nenhuma ("_s +
                          here.native(u"recordings"_s) + u" não indica nenhuma pasta)\n"_s;
@@ -163,7 +85,7 @@ void tst_AirSwitch::onAndOff()
 
 void tst_AirSwitch::onTwice()
 {
-    Installation here(allWords);
+    AirInstallation here(allWords);
 
     QCOMPARE(here.call({u"on"_s}), 0);
     QCOMPARE(here.call({u"on"_s}), 0);
@@ -194,7 +116,7 @@ void tst_AirSwitch::refused()
 {
     QFETCH(const QByteArray, encoder);
     QFETCH(const QString, why);
-    Installation here(encoder);
+    AirInstallation here(encoder);
 
     QCOMPARE(here.call({u"on"_s}), 1);
 
@@ -207,7 +129,7 @@ void tst_AirSwitch::refused()
 
 void tst_AirSwitch::questionsToTheEncoder()
 {
-    Installation here(allWords);
+    AirInstallation here(allWords);
     here.asked = here.path(u"asked"_s);
 
     QCOMPARE(here.call({u"on"_s}), 0);
@@ -220,7 +142,7 @@ void tst_AirSwitch::questionsToTheEncoder()
 
 void tst_AirSwitch::anotherEncoderStays()
 {
-    Installation here(allWords);
+    AirInstallation here(allWords);
     writeFile(here.path(u"ffmpeg"_s), "another");
 
     const QString place = here.native(u"ffmpeg"_s);
@@ -254,7 +176,7 @@ void tst_AirSwitch::whatCountsAsACompanion()
     QFETCH(const QByteArray, bytes);
     QFETCH(const qint64, size);
     QFETCH(const bool, companion);
-    Installation here(allWords);
+    AirInstallation here(allWords);
     writeFile(here.path(u"ffmpeg"_s), bytes);
     QVERIFY(QFile::resize(here.path(u"ffmpeg"_s), size));
 
@@ -263,7 +185,7 @@ void tst_AirSwitch::whatCountsAsACompanion()
 
 void tst_AirSwitch::withoutTheCompanion()
 {
-    Installation here(allWords);
+    AirInstallation here(allWords);
     const QString companion = u"air/"_s + executableName(u"ffmpeg"_s);
     QVERIFY(QFile::remove(here.path(companion)));
 
@@ -288,7 +210,7 @@ void tst_AirSwitch::programFolder()
 {
     QFETCH(const QString, program);
     QFETCH(const QString, place);
-    Installation here(allWords, u"companions/air/"_s, program);
+    AirInstallation here(allWords, u"companions/air/"_s, program);
     if (program == "companions/corvane"_L1)
         writeFile(here.path(executableName(u"corvane"_s)), "further up");
 
@@ -302,7 +224,7 @@ void tst_AirSwitch::programFolder()
 
 void tst_AirSwitch::restOfAnEarlierCall()
 {
-    Installation here(allWords);
+    AirInstallation here(allWords);
     writeFile(here.path(u"ffmpeg.novo"_s), "half");
 
     QCOMPARE(here.call({u"on"_s}), 0);
@@ -311,51 +233,9 @@ void tst_AirSwitch::restOfAnEarlierCall()
     QCOMPARE(here.call({u"status"_s}), 0);
 }
 
-void tst_AirSwitch::folderThatCannotBeWritten()
-{
-#ifdef Q_OS_WIN
-    QSKIP("rights of folders are no permissions of files on Windows");
-#endif
-    Installation here(allWords);
-    QVERIFY(QFile::setPermissions(here.path(QString()), executable));
-    here.bound = true;
-
-    const QString why = here.native(u"ffmpeg"_s) + u": Permission denied\n"_s;
-
-    QCOMPARE(here.call({u"on"_s}), 1);
-    QCOMPARE(here.error, u"não foi ligado: "_s + why);
-
-    here.bound = false;
-    QCOMPARE(here.call({u"on"_s}), 0);
-    here.bound = true;
-    QCOMPARE(here.call({u"off"_s}), 1);
-    QCOMPARE(here.error, u"não foi desligado: "_s + why);
-}
-
-void tst_AirSwitch::fullDisk()
-{
-#ifdef Q_OS_UNIX
-    Installation here(allWords);
-    const QString folder = here.path(u"small"_s);
-    QVERIFY(QDir().mkpath(folder));
-    if (::mount("tmpfs", QFile::encodeName(folder).constData(), "tmpfs", 0, "size=64k") != 0)
-        QSKIP("this system lets the test mount no file system of its own");
-    writeFile(folder + "/corvane"_L1, "program");
-    const int code = here.call({u"on"_s, folder});
-    const QStringList left = entriesOf(folder);
-    ::umount(QFile::encodeName(folder).constData());
-
-    QCOMPARE(code, 1);
-    QVERIFY2(here.error.startsWith(u"não foi ligado: "_s + folder + u"/ffmpeg: "_s), qPrintable(here.error));
-    QCOMPARE(left, QStringList{u"corvane"_s});
-#else
-    QSKIP("a test can't mount a file system on Windows");
-#endif
-}
-
 void tst_AirSwitch::whileItRuns()
 {
-    Installation here(allWords);
+    AirInstallation here(allWords);
     QCOMPARE(here.call({u"on"_s}), 0);
     QProcess companion;
     here.start(companion, u"ffmpeg"_s, {u"fake:stderr=up"_s});
@@ -379,7 +259,7 @@ void tst_AirSwitch::whileItRuns()
 
 void tst_AirSwitch::recordings()
 {
-    Installation here(allWords);
+    AirInstallation here(allWords);
     writeFile(here.path(u"recordings"_s), "/films\n");
 
     here.call({u"status"_s});
@@ -387,27 +267,9 @@ void tst_AirSwitch::recordings()
     QVERIFY(here.output.endsWith(u"\ngravações: /films\n"_s));
 }
 
-void tst_AirSwitch::recordingsInNoPlainFile()
-{
-#ifdef Q_OS_UNIX
-    Installation here(allWords);
-    const QByteArray pipe = QFile::encodeName(here.path(u"recordings"_s));
-    QCOMPARE(::mkfifo(pipe.constData(), 0600), 0);
-    const int end = ::open(pipe.constData(), O_RDWR | O_CLOEXEC);
-    QCOMPARE(::write(end, "/films\n", 7), 7);
-
-    here.call({u"status"_s});
-    ::close(end);
-
-    QVERIFY2(here.output.contains(u"gravações: nenhuma ("_s), qPrintable(here.output));
-#else
-    QSKIP("there are no such pipes on Windows");
-#endif
-}
-
 void tst_AirSwitch::misuse()
 {
-    Installation here(allWords);
+    AirInstallation here(allWords);
 
     QCOMPARE(here.call({}), 2);
     QCOMPARE(here.call({u"maybe"_s}), 2);

@@ -74,6 +74,7 @@ private Q_SLOTS:
     void linesArePassedWhole();
     void endsOfTwoBytes_data();
     void endsOfTwoBytes();
+    void looksAtItsOwnBytesOnly();
     void onlyWarningsPass();
     void linesWithoutALevel();
     void progressWaitsForAConnection();
@@ -136,6 +137,7 @@ void tst_AirWatch::endsOfTwoBytes_data()
         << Pieces{"[error] a\r", "b", "\n"} << QStringList{u"a\r"_s, u"b\n"_s};
     QTest::newRow("an empty line behind one")
         << Pieces{"[error] a\r", "\n", "\n"} << QStringList{u"a\r"_s, u"\n"_s};
+    QTest::newRow("behind its line") << Pieces{"[error] a", "\r\n"} << QStringList{u"a\r\n"_s};
     QTest::newRow("half of one alone") << Pieces{"[error] a\r[error] b\n"} << QStringList{u"a\r"_s, u"b\n"_s};
 }
 
@@ -148,6 +150,16 @@ void tst_AirWatch::endsOfTwoBytes()
         watch.onErrorBytes(piece.toStdString(), 0);
 
     QTEST(printed(watch), "shown");
+}
+
+void tst_AirWatch::looksAtItsOwnBytesOnly()
+{
+    air::AirWatch watch(listOf({urlA}));
+    const std::string_view buffer = "[error] a\r\n";
+
+    watch.onErrorBytes(buffer.substr(0, buffer.size() - 1), 0);
+
+    QCOMPARE(printed(watch), QStringList{u"a\r"_s});
 }
 
 void tst_AirWatch::onlyWarningsPass()
@@ -269,6 +281,9 @@ void tst_AirWatch::lostAndBack()
     QCOMPARE(saidOf(watch, connectedBytes + queueSays("[info] Recovery successful"), 30499),
              QStringList{u"[air] destino h:1935 de volta após 20 s\n"_s});
     QCOMPARE(saidOf(watch, queueSays("[info] Recovery successful"), 31000), QStringList());
+    saidOf(watch, errorOpening(urlA), 40000);
+    QCOMPARE(saidOf(watch, connectedBytes + queueSays("[info] Recovery successful"), 60500),
+             QStringList{u"[air] destino h:1935 de volta após 21 s\n"_s});
     QCOMPARE(verdictOf(watch), -1);
 }
 
@@ -384,6 +399,7 @@ void tst_AirWatch::endOfALiveSource()
 {
     air::AirWatch watch(listOf({urlA}));
 
+    watch.onEnding(0);
     watch.onEnding(0);
 
     QCOMPARE(printed(watch),

@@ -188,6 +188,7 @@ void tst_CorvaneList::hostAndPort_data()
     QTest::newRow("an address in brackets") << u"srt://[::1]:9000"_s << u"[::1]:9000"_s;
     QTest::newRow("an address in brackets, usual port") << u"rtmp://[::1]/live"_s << u"[::1]:1935"_s;
     QTest::newRow("a host with a rare character") << u"srt://h~1:9000"_s << u"h~1:9000"_s;
+    QTest::newRow("a port with a rare character") << u"rtmp://h:1~"_s << u"h:1~"_s;
     QTest::newRow("no port is usual") << u"srt://h?latency=1"_s << u"h"_s;
     QTest::newRow("no host") << u"srt://:9000?mode=listener"_s << u"?"_s;
     QTest::newRow("nothing") << u"rtmp://"_s << u"?"_s;

@@ -4,6 +4,7 @@
 #include "tests/support/Recording.h"
 #include "tests/support/RtmpServer.h"
 #include "tests/support/Runner.h"
+#include "tests/support/SmallDisk.h"
 #include "tests/support/SrtListener.h"
 #include "tests/support/TestSupport.h"
 
@@ -16,8 +17,6 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
-
-#include <sys/mount.h>
 
 #include <algorithm>
 #include <array>
@@ -329,11 +328,8 @@ void tst_LineThatComesBack::recordingLostAlone()
     const auto disk = [&](qsizetype at) { return disks.filePath(faults[at]); };
     for (qsizetype at = 0; at < faults.size(); ++at)
         QVERIFY(QDir().mkpath(disk(at)));
-    const bool fillsUp = ::mount("tmpfs", qUtf8Printable(disk(2)), "tmpfs", 0, "size=128k") == 0;
-    const auto unmount = qScopeGuard([&] {
-        if (fillsUp)
-            ::umount(qUtf8Printable(disk(2)));
-    });
+    const SmallDisk smallDisk(disk(2), 128);
+    const bool fillsUp = smallDisk.isMounted();
     const QString setting = QCoreApplication::applicationDirPath() + "/recordings"_L1;
     const auto switchOff = qScopeGuard([&] { QFile::remove(setting); });
     RtmpServer server;
