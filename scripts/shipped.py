@@ -48,9 +48,9 @@ def copy_module(folder, modules, target):
         shutil.copyfile(file, place)
 
 
-def licence():
+def licence(tree=TREE):
     """SPDX name of the program's own licence: the first line of LICENSE."""
-    first = (TREE / "LICENSE").read_text(encoding="utf-8").splitlines()[0]
+    first = (tree / "LICENSE").read_text(encoding="utf-8").splitlines()[0]
     return first.removeprefix("SPDX-License-Identifier: ")
 
 

@@ -15,9 +15,11 @@ import sys
 import tempfile
 import time
 
-from faults import FAULTS, Place
-from receiver import NEVER
-from systems import SYSTEMS, WATCHING, command_of, end
+sys.path[:0] = [str(pathlib.Path(__file__).resolve().parents[1])]
+
+from faults import FAULTS, Place # noqa: E402 (the path comes first)
+from receiver import NEVER # noqa: E402
+from systems import SYSTEMS, WATCHING, command_of, end # noqa: E402
 
 HERE = pathlib.Path(__file__).resolve().parent
 LOGS = HERE.parents[1] / "out/bench-air" # what the systems print

@@ -6,6 +6,7 @@ import signal
 import subprocess
 
 from network import RECEIVER
+from processes import descendants
 
 SOURCE_PORT = 9000
 SYSTEMS = ("companion", "program", "shell loop", "supervisord")
@@ -16,17 +17,9 @@ _ENCODING = ["-c:v", "libx264", "-b:v", "2500k", "-g", "60", "-pix_fmt", "yuv420
             "-tune", "zerolatency", "-c:a", "aac"]
 
 
-def _descendants(pid):
-    children = []
-    for thread in pathlib.Path(f"/proc/{pid}/task").glob("*/children"):
-        with contextlib.suppress(OSError):
-            children += [int(child) for child in thread.read_text().split()]
-    return children + [below for child in children for below in _descendants(child)]
-
-
 def encoder_of(pid, real):
     """The real ffmpeg below a process, or that process itself."""
-    for each in [pid, *_descendants(pid)]:
+    for each in [pid, *descendants(pid)]:
         with contextlib.suppress(OSError):
             if os.path.samefile(os.readlink(f"/proc/{each}/exe"), real):
                 return each
@@ -34,7 +27,7 @@ def encoder_of(pid, real):
 
 
 def end(process):
-    for each in [process.pid, *_descendants(process.pid)]:
+    for each in [process.pid, *descendants(process.pid)]:
         with contextlib.suppress(OSError):
             os.kill(each, signal.SIGKILL)
     process.wait()

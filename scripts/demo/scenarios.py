@@ -136,9 +136,19 @@ def _judge_film(film, received):
 
 def put_on_air(window, receiver):
     """A stream of the test pattern, small enough to leave the machine time for other things."""
+    define(window)
+    _send_to(window, receiver)
+
+
+def define(window):
+    """A stream, without outputs, that the next start of the program has to know."""
     window.press("push button", "Nova stream")
     _rename(window, "Stream 1", NAME)
-    window.press("list item", NAME + ", .*")
+
+
+def _send_to(window, receiver):
+    """The stream without outputs goes on air."""
+    window.press("list item", NAME + ", stopped · 0 .*")
     window.press("page tab", "Fonte")
     window.set_number("Largura em pixels", 640)
     window.set_number("Altura em pixels", 360)
@@ -150,25 +160,10 @@ def put_on_air(window, receiver):
     _wait_on_air(window, (NAME,), (receiver,))
 
 
-def define(window):
-    """A stream, without outputs, that the next start of the program has to know."""
-    window.press("push button", "Nova stream")
-    _rename(window, "Stream 1", NAME)
-
-
 def resume(stage, window, folder):
     """the stream that an earlier start has left, over RTMP, to a real server"""
     rtmp = RtmpServer(stage)
-    window.press("list item", NAME + ", stopped · 0 .*")
-    window.press("page tab", "Fonte")
-    window.set_number("Largura em pixels", 640)
-    window.set_number("Altura em pixels", 360)
-    window.press("page tab", "Saídas")
-    _add_output(window, "RTMP", rtmp.url)
-    window.control("list item", NAME + ", stopped · 1 .*")
-    window.press("page tab", "Preview")
-    window.press("push button", "Iniciar stream")
-    _wait_on_air(window, (NAME,), (rtmp,))
+    _send_to(window, rtmp)
     window.picture(folder / "running.png")
     wait_received(window, (NAME,), (rtmp,), ON_AIR_SECONDS)
     window.press("push button", "Parar stream")

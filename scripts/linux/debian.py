@@ -13,6 +13,10 @@ import re
 import shutil
 import sys
 
+sys.path[:0] = [str(pathlib.Path(__file__).resolve().parents[1])]
+
+import shipped # noqa: E402 (the path comes first)
+
 HEADING = re.compile(r"^## (\S+), (.+)$")
 
 
@@ -57,15 +61,14 @@ def fold(text, width=79):
     return "\n".join(lines)
 
 
-def copyright_file(licence, web):
+def copyright_file(tree, web):
     """DEP-5: one licence for everything, its text that of LICENSE."""
-    first, _, text = licence.partition("\n")
-    name = first.removeprefix("SPDX-License-Identifier: ")
+    text = (tree / "LICENSE").read_text(encoding="utf-8").partition("\n")[2]
     owner = re.search(r"^Copyright \(C\) (.+?)\.?( All rights reserved\.)?$", text, re.M)[1]
     body = "\n".join(" " + (line or ".") for line in text.strip().splitlines())
     return ("Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/\n"
             f"Upstream-Name: CORVANE\nSource: {web}\n\n"
-            f"Files: *\nCopyright: {owner}\nLicense: {name}\n{body}\n")
+            f"Files: *\nCopyright: {owner}\nLicense: {shipped.licence(tree)}\n{body}\n")
 
 
 def main():
@@ -81,8 +84,7 @@ def main():
             encoding="utf-8")
     except EntryError as error:
         sys.exit(f"debian: {error}")
-    (debian / "copyright").write_text(copyright_file((tree / "LICENSE").read_text(encoding="utf-8"), web),
-                                      encoding="utf-8")
+    (debian / "copyright").write_text(copyright_file(tree, web), encoding="utf-8")
 
 
 if __name__ == "__main__":

@@ -43,7 +43,8 @@ deb() { # <version> <folder>
     tar -xJf "$folder/corvane-$version.tar.xz" -C "$work/build"
     scripts/linux/debian.py "$work/build/corvane-$version" "$version" "$seconds" \
         "${CORVANE_WEB_ADDRESS:-https://halvorndev.example/corvane}"
-    local ccache=${CORVANE_DEBIAN_SYSTEMS:-${XDG_CACHE_HOME:-$HOME/.cache}/corvane/debian}/ccache
+    local ccache
+    ccache=$(scripts/linux/systems.sh folder)/ccache
     mkdir -p "$ccache"
     # shellcheck disable=SC2016 # expanded in the environment
     scripts/linux/systems.sh run build "$work/layer" "$work/build:/build" "$ccache:/ccache" -- \

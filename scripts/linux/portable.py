@@ -28,11 +28,9 @@ import shipped # noqa: E402 (the path comes first)
 ROOT = pathlib.Path(os.environ["CORVANE_ROOT"])
 LIBRARIES = "usr/lib/x86_64-linux-gnu"
 QT = ROOT / LIBRARIES / "qt6"
-PLUGINS = ("platforms/libqxcb.so", "platforms/libqoffscreen.so", "platforms/libqwayland-generic.so",
-           "platforms/libqwayland-egl.so", "wayland-shell-integration/libxdg-shell.so",
-           "xcbglintegrations/libqxcb-egl-integration.so", "xcbglintegrations/libqxcb-glx-integration.so",
-           "tls/libqopensslbackend.so")
-TLS = ("tls/libqopensslbackend.so",)
+TLS = "tls/libqopensslbackend.so"
+PLUGINS = ("platforms/libqxcb.so", "platforms/libqoffscreen.so", "xcbglintegrations/libqxcb-egl-integration.so",
+           "xcbglintegrations/libqxcb-glx-integration.so", TLS)
 # Of the system, on every desktop: run-times, drivers, display, fonts, services.
 OF_THE_SYSTEM = re.compile(
     r"ld-linux.*|lib(c|m|dl|rt|pthread|resolv|util|gcc_s|stdc\+\+)\.so.*|lib(GL|EGL|GLX|OpenGL|GLdispatch|GLESv2|gbm|drm).*"
@@ -104,8 +102,6 @@ def gather(folder, extra=()):
 
 def copy_plugins(folder, *names):
     for name in names:
-        if not (QT / "plugins" / name).exists():
-            continue # Wayland's, in a system without
         place = folder / "plugins" / name
         place.parent.mkdir(parents=True, exist_ok=True)
         shutil.copyfile(QT / "plugins" / name, place)
@@ -135,7 +131,7 @@ def fill(target, deb, version):
          f"/{LIBRARIES}/qt6/qml"], check=True, stdout=subprocess.PIPE, text=True).stdout
     for folder in shipped.qml_modules(scanned):
         shipped.copy_module(ROOT / str(folder).lstrip("/"), QT / "qml", program)
-    copy_plugins(companions, *TLS)
+    copy_plugins(companions, TLS)
     libraries = set(gather(program)) | set(gather(companions, ("libzip.so.4",)))
     packages = {}
     for library in sorted(libraries):

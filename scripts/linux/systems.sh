@@ -2,8 +2,9 @@
 # The Debian systems in which packages are built and tried: a clean Debian 12 with what a build needs, and the smallest
 # Debian 12 and 13. Each is made once and kept; what is done in one goes to a layer that is thrown away.
 #
+#   systems.sh folder                             say where they are
 #   systems.sh setup build|bookworm|trixie        create it, or bring it up to date
-#   systems.sh run|beside <system> <layer> [<what:where>...] -- [<VARIABLE=value>...] <command>...
+#   systems.sh run <system> <layer> [<what:where>...] -- [<VARIABLE=value>...] <command>...
 #                                                 run a command in it, at its root; changes go to the folder <layer>
 #   systems.sh beside <system> <layer> [<what:where>...] -- [<VARIABLE=value>...] <command>...
 #                                                 run a command on the machine, with the system's root in CORVANE_ROOT
@@ -16,8 +17,6 @@ systems=${CORVANE_DEBIAN_SYSTEMS:-${XDG_CACHE_HOME:-$HOME/.cache}/corvane/debian
 purpose=package
 # shellcheck source=scripts/debian-root.sh
 . "$here/../debian-root.sh"
-
-[ "$(id -u)" = 0 ] || die "only root can make and enter Debian systems (sudo ./dev package)"
 
 in_build() { debian_enter "$systems/build" / -- "$@"; }
 
@@ -33,6 +32,7 @@ set_up() {
 }
 
 case "${1:-}:${2:-}" in
+folder:) printf '%s\n' "$systems" ;;
 setup:build | setup:bookworm | setup:trixie) set_up "$2" ;;
 run:build | run:bookworm | run:trixie | beside:build | beside:bookworm | beside:trixie)
     where=()
@@ -41,5 +41,5 @@ run:build | run:bookworm | run:trixie | beside:build | beside:bookworm | beside:
     shift 3
     debian_enter --layer "$layer" "${where[@]}" "$systems/$system" / "$@"
     ;;
-*) die "usage: systems.sh setup build|bookworm|trixie | run|beside <system> <layer> [<what:where>...] -- <command>..." ;;
+*) die "usage: systems.sh folder | setup build|bookworm|trixie | run|beside <system> <layer> [<what:where>...] -- <command>..." ;;
 esac

@@ -18,9 +18,10 @@ import subprocess
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "demo"))
+SCRIPTS = pathlib.Path(__file__).resolve().parents[1]
+sys.path[:0] = [str(SCRIPTS), str(SCRIPTS / "demo")]
 
-from faults import FAULTS  # noqa: E402 (the demonstration's modules come first)
+from faults import FAULTS  # noqa: E402 (the path comes first)
 from figures import Figures  # noqa: E402
 from place import SCREEN, Place, clock_library  # noqa: E402
 from stage import DemoError, Stage  # noqa: E402

@@ -9,8 +9,8 @@ import subprocess
 import threading
 import time
 
-from figures import children, command_of
 from log import Log
+from processes import children, command_of
 from receivers import RtmpServer, SrtListener
 from stage import DemoError, wait_for
 
