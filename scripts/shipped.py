@@ -48,6 +48,14 @@ def copy_module(folder, modules, target):
         shutil.copyfile(file, place)
 
 
+def copy_plugins(plugins, target, *names):
+    """Of Qt's folder `plugins` into that of a program."""
+    for name in names:
+        place = target / "plugins" / name
+        place.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(plugins / name, place)
+
+
 def licence(tree=TREE):
     """SPDX name of the program's own licence: the first line of LICENSE."""
     first = (tree / "LICENSE").read_text(encoding="utf-8").splitlines()[0]

@@ -1,7 +1,6 @@
 """What sends: the systems that are compared, the encoder below them, and a camera as their source."""
 import contextlib
 import os
-import pathlib
 import signal
 import subprocess
 

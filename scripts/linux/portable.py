@@ -100,13 +100,6 @@ def gather(folder, extra=()):
     return sorted(seen)
 
 
-def copy_plugins(folder, *names):
-    for name in names:
-        place = folder / "plugins" / name
-        place.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copyfile(QT / "plugins" / name, place)
-
-
 def owner(library):
     """(package, version) that a library of the system is from."""
     for path in (f"/{LIBRARIES}/{library}", f"/lib/x86_64-linux-gnu/{library}"):
@@ -125,13 +118,13 @@ def fill(target, deb, version):
     private = unpacked / LIBRARIES / "corvane"
     shutil.copytree(private, target)
     program, companions = target / "corvane", target / "companions"
-    copy_plugins(program, *PLUGINS)
+    shipped.copy_plugins(QT / "plugins", program, *PLUGINS)
     scanned = subprocess.run(
         ["chroot", ROOT, "/usr/lib/qt6/libexec/qmlimportscanner", "-rootPath", "/tmp/interface", "-importPath",
          f"/{LIBRARIES}/qt6/qml"], check=True, stdout=subprocess.PIPE, text=True).stdout
     for folder in shipped.qml_modules(scanned):
         shipped.copy_module(ROOT / str(folder).lstrip("/"), QT / "qml", program)
-    copy_plugins(companions, TLS)
+    shipped.copy_plugins(QT / "plugins", companions, TLS)
     libraries = set(gather(program)) | set(gather(companions, ("libzip.so.4",)))
     packages = {}
     for library in sorted(libraries):

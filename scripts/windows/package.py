@@ -124,13 +124,6 @@ def copy_programs(build, target, *names):
         shutil.copyfile(build / name, target / name)
 
 
-def copy_plugins(target, *names):
-    for name in names:
-        place = target / "plugins" / name
-        place.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copyfile(QT / "plugins" / name, place)
-
-
 def finish(target):
     """Libraries that the files of a folder need besides themselves."""
     copy_libraries(target)
@@ -144,7 +137,7 @@ def fill(build, target, version):
         shutil.rmtree(target)
     program = target / PROGRAM_FOLDER
     copy_programs(build, program, "corvane.exe")
-    copy_plugins(program, WINDOW, TLS)
+    shipped.copy_plugins(QT / "plugins", program, WINDOW, TLS)
     for folder in qml_modules():
         shipped.copy_module(folder, QT / "qml", program)
     finish(program)
@@ -153,7 +146,7 @@ def fill(build, target, version):
     companions = target / COMPANIONS_FOLDER
     copy_programs(build, companions, *COMPANIONS)
     copy_programs(build / "tools/air", companions / AIR_FOLDER, *AIR)
-    copy_plugins(companions, TLS)
+    shipped.copy_plugins(QT / "plugins", companions, TLS)
     finish(companions)
 
 

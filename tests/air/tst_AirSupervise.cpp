@@ -1,5 +1,5 @@
-#include "tests/air/Transmission.h"
 #include "tests/air/Lists.h"
+#include "tests/air/Transmission.h"
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"

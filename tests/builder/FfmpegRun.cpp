@@ -4,6 +4,7 @@
 #include "tests/support/TestSupport.h"
 
 #include <QRegularExpression>
+#include <QStandardPaths>
 
 namespace corvane::test {
 
@@ -14,6 +15,15 @@ namespace {
 constexpr int patienceMs = 60000;
 
 } // namespace
+
+std::optional<FfmpegTools> ffmpegOnPath()
+{
+    FfmpegTools tools{QStandardPaths::findExecutable(u"ffmpeg"_s),
+                      QStandardPaths::findExecutable(u"ffprobe"_s)};
+    if (tools.ffmpeg.isEmpty() || tools.ffprobe.isEmpty())
+        return std::nullopt;
+    return tools;
+}
 
 FfmpegRun runFfmpeg(const QString &ffmpeg, const QStringList &arguments)
 {

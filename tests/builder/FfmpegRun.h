@@ -4,8 +4,20 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 /// Runs of the machine's real ffmpeg with argument lists of the builder.
 namespace corvane::test {
+
+/// Paths of the two programs.
+struct FfmpegTools
+{
+    QString ffmpeg;
+    QString ffprobe;
+};
+
+/// Those on the search path; nothing unless both are there.
+[[nodiscard]] std::optional<FfmpegTools> ffmpegOnPath();
 
 /// One run from start to end.
 struct FfmpegRun

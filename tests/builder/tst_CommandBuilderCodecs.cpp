@@ -5,7 +5,6 @@
 
 #include <QNetworkDatagram>
 #include <QRegularExpression>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUdpSocket>
@@ -184,19 +183,18 @@ private Q_SLOTS:
 private:
     void addRows(const QString &encoder, int family, int codec);
 
-    QString m_ffmpeg;
-    QString m_ffprobe;
+    FfmpegTools m_tools;
     int m_version = 0;
     QTemporaryDir m_folder;
 };
 
 void tst_CommandBuilderCodecs::initTestCase()
 {
-    m_ffmpeg = QStandardPaths::findExecutable(u"ffmpeg"_s);
-    m_ffprobe = QStandardPaths::findExecutable(u"ffprobe"_s);
-    if (m_ffmpeg.isEmpty() || m_ffprobe.isEmpty())
+    const auto tools = ffmpegOnPath();
+    if (!tools)
         QSKIP("ffmpeg and ffprobe are not both on this machine's search path");
-    m_version = versionOf(m_ffmpeg);
+    m_tools = *tools;
+    m_version = versionOf(m_tools.ffmpeg);
     QVERIFY2(m_folder.isValid(), qPrintable(m_folder.errorString()));
 }
 
@@ -223,7 +221,7 @@ void tst_CommandBuilderCodecs::encodes_data()
     QTest::addColumn<bool>("lowLatency");
     QTest::addColumn<QString>("video");
 
-    const QString listing = answerOf(m_ffmpeg, u"-encoders"_s);
+    const QString listing = answerOf(m_tools.ffmpeg, u"-encoders"_s);
     for (const int family :
          {HwAccel::X264, HwAccel::Nvenc, HwAccel::Qsv, HwAccel::Amf, HwAccel::VideoToolbox}) {
         for (const int codec : {VideoCodec::H264, VideoCodec::Hevc, VideoCodec::Av1}) {
@@ -275,11 +273,11 @@ void tst_CommandBuilderCodecs::encodes()
         config.outputs[0].localPort = bridge->port();
     }
 
-    const FfmpegRun run = runFfmpeg(m_ffmpeg, CommandBuilder::build(config, false));
+    const FfmpegRun run = runFfmpeg(m_tools.ffmpeg, CommandBuilder::build(config, false));
     if (bridge)
         bridge->close();
     const QStringList wanted{video, audioCodec == "copy"_L1 ? u"pcm_u8,audio"_s : audioCodec + u",audio"_s};
-    const QStringList received = run.onAir ? streamsOf(m_ffprobe, path) : QStringList();
+    const QStringList received = run.onAir ? streamsOf(m_tools.ffprobe, path) : QStringList();
     const bool arrived = run.onAir && run.clean && received == wanted;
 
     if (const KnownFailure *known = knownFailure(encoder, carrier, lowLatency, m_version, run.said)) {

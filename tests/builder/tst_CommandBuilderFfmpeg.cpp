@@ -2,7 +2,6 @@
 #include "tests/builder/FfmpegRun.h"
 #include "tests/support/Runner.h"
 
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -30,17 +29,16 @@ private Q_SLOTS:
     void acceptsTheList();
 
 private:
-    QString m_ffmpeg;
-    QString m_ffprobe;
+    FfmpegTools m_tools;
     QTemporaryDir m_folder;
 };
 
 void tst_CommandBuilderFfmpeg::initTestCase()
 {
-    m_ffmpeg = QStandardPaths::findExecutable(u"ffmpeg"_s);
-    m_ffprobe = QStandardPaths::findExecutable(u"ffprobe"_s);
-    if (m_ffmpeg.isEmpty() || m_ffprobe.isEmpty())
+    const auto tools = ffmpegOnPath();
+    if (!tools)
         QSKIP("ffmpeg and ffprobe are not both on this machine's search path");
+    m_tools = *tools;
     QVERIFY2(m_folder.isValid(), qPrintable(m_folder.errorString()));
 }
 
@@ -94,10 +92,10 @@ void tst_CommandBuilderFfmpeg::acceptsTheList()
     const QString path = m_folder.filePath(file);
     config.outputs[0].url = path;
 
-    const FfmpegRun run = runFfmpeg(m_ffmpeg, CommandBuilder::build(config, false));
+    const FfmpegRun run = runFfmpeg(m_tools.ffmpeg, CommandBuilder::build(config, false));
     QVERIFY2(run.onAir, run.said.constData());
     QVERIFY2(run.clean, run.said.constData());
-    QCOMPARE(streamsOf(m_ffprobe, path), streams);
+    QCOMPARE(streamsOf(m_tools.ffprobe, path), streams);
 }
 
 CORVANE_TEST(tst_CommandBuilderFfmpeg, QCoreApplication)

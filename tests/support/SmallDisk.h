@@ -4,8 +4,8 @@
 
 namespace corvane::test {
 
-/// A file system of its own in memory, mounted at a directory for its lifetime where the system lets a test do
-/// so. Unix only.
+/// A file system of its own in memory, mounted at a directory for its lifetime where the system lets a test
+/// do so. Unix only.
 class SmallDisk
 {
 public:
