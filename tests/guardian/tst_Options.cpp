@@ -1,5 +1,6 @@
 #include "tests/support/Files.h"
 #include "tests/support/Runner.h"
+#include "tests/support/ToolPath.h"
 #include "tools/guardian/FileNames.h"
 #include "tools/guardian/Options.h"
 
@@ -82,7 +83,7 @@ void tst_Options::nothingButThePlace()
     const Options options = read({u"--install-dir"_s, path(u"app"_s)});
     QVERIFY2(options.settings, qPrintable(options.text));
     QCOMPARE(options.settings->installation.directory, path(u"app"_s));
-    QCOMPARE(options.settings->installation.program, programFileName());
+    QCOMPARE(options.settings->installation.program, corvane::test::executableName(u"corvane"_s));
     QCOMPARE(options.settings->installation.own(), path(u"app.guardian"_s));
     QCOMPARE(options.settings->runtimeDirectory, path(u"marks"_s));
     QCOMPARE(options.settings->arguments, QStringList());

@@ -26,9 +26,11 @@ QString moveFolder(const QString &from, const QString &to)
     // Not rename(): that would replace an empty folder without a word.
     if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0)
         return {};
-    if ((errno == EINVAL || errno == ENOSYS) && !QFile::exists(to) &&
-        ::rename(source.constData(), target.constData()) == 0) {
-        return {};
+    if (errno == EINVAL || errno == ENOSYS) {
+        if (QFile::exists(to))
+            errno = EEXIST;
+        else if (::rename(source.constData(), target.constData()) == 0)
+            return {};
     }
     return qt_error_string(errno);
 }
