@@ -5,6 +5,7 @@
 #include "tools/guardian/Supervisor.h"
 
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -158,6 +159,12 @@ void tst_Supervisor::aProgramThatCantBeStarted()
     QVERIFY(waitUntil([&] { return !m_finished->isEmpty(); }));
     QCOMPARE(m_finished->first().first().toInt(), 1);
     QCOMPARE(m_folder->starts(), QStringList());
+    QProcess start;
+    start.setProcessEnvironment(QProcessEnvironment::systemEnvironment()); // as the guardian does
+    start.start(settings.installation.programPath(), QStringList());
+    QVERIFY(!start.waitForStarted());
+    const QString line = "the program ended: it can't be started: "_L1 + start.errorString();
+    QVERIFY2(lines().count(line) == 3, qPrintable(line));
 }
 
 void tst_Supervisor::attachesToARun()
