@@ -56,9 +56,9 @@ def copy_plugins(plugins, target, *names):
         shutil.copyfile(plugins / name, place)
 
 
-def licence(tree=TREE):
-    """SPDX name of the program's own licence: the first line of LICENSE."""
-    first = (tree / "LICENSE").read_text(encoding="utf-8").splitlines()[0]
+def licence(tree=None):
+    """SPDX name of the program's own licence: the first line of LICENSE, in this tree or another."""
+    first = ((tree or TREE) / "LICENSE").read_text(encoding="utf-8").splitlines()[0]
     return first.removeprefix("SPDX-License-Identifier: ")
 
 

@@ -62,11 +62,15 @@ if [ "$(id -u)" = 0 ]; then
     mkdir "$own/disk/upper" "$own/disk/work"
     mount -t overlay -o "lowerdir=$build,upperdir=$own/disk/upper,workdir=$own/disk/work" strange "$build"
     find "$build" -type d -exec chown nobody {} +
-    for written in Testing tests/home; do
-        [ ! -d "$build/$written" ] || chown -R nobody "$build/$written"
+    for written in "$build"/{Testing,install_manifest.txt} "$build"/tests/{home,e2e/Demo*}; do
+        [ ! -e "$written" ] || chown -R nobody "$written"
     done
     chown nobody "$own/home"
     user=(setpriv --reuid=nobody --regid="$(id -g nobody)" --clear-groups --)
+    if ! reason=$("${user[@]}" id -un 2>&1); then
+        say "not possible here: nobody may run no program: $reason" >&2
+        exit 77
+    fi
 fi
 
 # --- The load

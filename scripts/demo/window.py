@@ -70,10 +70,14 @@ class Window:
         text = Atspi.Text.get_text(self.control(role, name), 0, -1)
         return text.replace("\u2029", "\n").replace("\u2028", "\n") # how Qt separates lines here
 
+    def snapshot(self, path):
+        """A screenshot of this moment."""
+        _run("import", "-window", str(self._id), str(path))
+
     def picture(self, path):
         """A screenshot, once all movement has ended, and beside it the layout that it shows."""
         wait_for("the window to come to rest", self._at_rest, 60) # two streams on air add four lines a second
-        _run("import", "-window", str(self._id), str(path))
+        self.snapshot(path)
         layout.write(wait_for("the layout to come to rest", self._layout_at_rest), path.with_suffix(layout.SUFFIX))
 
     # --- Operations

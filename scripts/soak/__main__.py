@@ -189,12 +189,12 @@ def soak(options, stage, seed):
             place.wait_on_air(stream, 60)
         say(f"00:00  on air    {', '.join(stream.name for stream in place.streams)}; {options.minutes:g} minutes, CORVANE_SOAK_SEED={seed}")
         run.run()
-        place.window.picture(options.folder / "window.png")
+        place.window.snapshot(options.folder / "window.png")
         place.leave()
     except DemoError as error:
         run.off.append(str(error))
         if place.process.poll() is None:
-            place.window.picture(options.folder / "failed.png")
+            place.window.snapshot(options.folder / "failed.png")
     finally:
         (options.folder / "log.txt").write_text("\n".join(place.log.lines) + "\n", encoding="utf-8")
         shutil.copy(stage.path("corvane.log"), options.folder / "printed.txt")

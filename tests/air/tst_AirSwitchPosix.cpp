@@ -29,7 +29,8 @@ private Q_SLOTS:
 void tst_AirSwitchPosix::folderThatCannotBeWritten()
 {
     AirInstallation here(allWords);
-    QVERIFY(QFile::setPermissions(here.path(QString()), QFile::ReadOwner | QFile::ExeOwner));
+    constexpr QFile::Permissions readable = QFile::ReadOwner | QFile::ExeOwner;
+    QVERIFY(QFile::setPermissions(here.path(QString()), readable));
     here.bound = true;
 
     const QString why = here.native(u"ffmpeg"_s) + u": Permission denied\n"_s;
@@ -37,11 +38,12 @@ void tst_AirSwitchPosix::folderThatCannotBeWritten()
     QCOMPARE(here.call({u"on"_s}), 1);
     QCOMPARE(here.error, u"não foi ligado: "_s + why);
 
-    here.bound = false;
+    QVERIFY(QFile::setPermissions(here.path(QString()), readable | QFile::WriteOwner));
     QCOMPARE(here.call({u"on"_s}), 0);
-    here.bound = true;
+    QVERIFY(QFile::setPermissions(here.path(QString()), readable));
     QCOMPARE(here.call({u"off"_s}), 1);
     QCOMPARE(here.error, u"não foi desligado: "_s + why);
+    QVERIFY(QFile::setPermissions(here.path(QString()), readable | QFile::WriteOwner)); // removable
 }
 
 void tst_AirSwitchPosix::fullDisk()

@@ -101,6 +101,8 @@ private Q_SLOTS:
     void nothingIsSaidAfterTheStop();
     void exitCode_data();
     void exitCode();
+    void endWithoutASign();
+    void endWithASign();
 };
 
 void tst_AirWatch::linesArePassedWhole()
@@ -372,14 +374,14 @@ void tst_AirWatch::neverTheKey()
 void tst_AirWatch::hang()
 {
     air::AirWatch watch(listOf({urlA}));
-    watch.onErrorBytes(connectedBytes + progressBytes + progressBytes, 0);
+    watch.onErrorBytes(connectedBytes + progressBytes + progressBytes, 9000);
     printed(watch);
-    for (int now = 0; now < 4000; now += 500)
+    for (int now = 9000; now < 13000; now += 500)
         watch.onTick(now);
     QCOMPARE(verdictOf(watch), -1);
 
-    watch.onTick(4000);
-    watch.onTick(4500);
+    watch.onTick(13000);
+    watch.onTick(13500);
 
     QCOMPARE(printed(watch), QStringList{u"[air] ffmpeg sem progresso há 4 s — encerrando com code=1\n"_s});
     QCOMPARE(verdictOf(watch), 1);
@@ -420,6 +422,12 @@ void tst_AirWatch::endOfAFile()
     QCOMPARE(verdictOf(watch), 0);
     QVERIFY(!watch.letsThrough()); // no goodbye
     QCOMPARE(printed(watch), QStringList());
+
+    air::AirWatch atOnce(listOf({urlA}, false));
+    atOnce.onEnding(0);
+    atOnce.onEnding(500);
+    atOnce.onTick(1000);
+    QCOMPARE(verdictOf(atOnce), 0);
 }
 
 void tst_AirWatch::stop()
@@ -491,6 +499,27 @@ void tst_AirWatch::exitCode()
         watch.onInput("q", 0);
 
     QTEST(watch.exitCodeFor(code), "result");
+}
+
+void tst_AirWatch::endWithoutASign()
+{
+    air::AirWatch watch(listOf({urlA}));
+
+    QCOMPARE(watch.exitCodeFor(0), 1);
+
+    QCOMPARE(printed(watch),
+             QStringList{u"[air] o ffmpeg terminou sem pedido de parada — saindo com code=1\n"_s});
+}
+
+void tst_AirWatch::endWithASign()
+{
+    air::AirWatch watch(listOf({urlA}));
+    watch.onEnding(0);
+    printed(watch);
+
+    QCOMPARE(watch.exitCodeFor(0), 1);
+
+    QCOMPARE(printed(watch), QStringList()); // it has been said
 }
 
 CORVANE_TEST(tst_AirWatch, QCoreApplication)

@@ -35,7 +35,7 @@ def one_line_changes_the_licence(folder):
     shutil.copytree(TREE / "docs", folder / "docs", ignore=shutil.ignore_patterns("images"))
     text = (TREE / "LICENSE").read_text(encoding="utf-8")
     (folder / "LICENSE").write_text(text.replace("LicenseRef-proprietary", "MIT"), encoding="utf-8")
-    assert "\nLicense: MIT\n" in debian.copyright_file((folder / "LICENSE").read_text(encoding="utf-8"), "https://x")
+    assert "\nLicense: MIT\n" in debian.copyright_file(folder, "https://x")
     shipped.TREE = folder
     try:
         assert shipped.licence() == "MIT"

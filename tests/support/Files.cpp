@@ -7,6 +7,10 @@
 
 #include <ctime>
 
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
+
 namespace corvane::test {
 
 QByteArray contentsOf(const QString &path)
@@ -33,6 +37,17 @@ void createFile(const QString &path)
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         qFatal("no file can be made at %s", qPrintable(path));
+}
+
+bool giveAway([[maybe_unused]] const QString &path)
+{
+#ifdef Q_OS_UNIX
+    constexpr uid_t nobody = 65534;
+    const uid_t other = ::geteuid() == nobody ? nobody - 1 : nobody;
+    return ::chown(QFile::encodeName(path).constData(), other, static_cast<gid_t>(-1)) == 0;
+#else
+    return false;
+#endif
 }
 
 QStringList entriesOf(const QString &path)

@@ -18,6 +18,10 @@ void writeFile(const QString &path, const QByteArray &bytes);
 /// Creates the file at `path`, empty: the sign that the step "await" of a fake child waits for.
 void createFile(const QString &path);
 
+/// Makes another user the owner of `path`. False where the system refuses, as to all but root, or has no such
+/// call.
+[[nodiscard]] bool giveAway(const QString &path);
+
 /// Second since the epoch by the clock that names the crash files: a tick behind QDateTime's.
 [[nodiscard]] qint64 coarseSeconds();
 
