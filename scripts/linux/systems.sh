@@ -18,6 +18,12 @@ purpose=package
 # shellcheck source=scripts/debian-root.sh
 . "$here/../debian-root.sh"
 
+if [ "${1:-}" = folder ]; then
+    printf '%s\n' "$systems"
+    exit
+fi
+[ "$(id -u)" = 0 ] || die "only root can make and enter Debian systems (sudo ./dev package)"
+
 in_build() { debian_enter "$systems/build" / -- "$@"; }
 
 set_up() {
@@ -32,7 +38,6 @@ set_up() {
 }
 
 case "${1:-}:${2:-}" in
-folder:) printf '%s\n' "$systems" ;;
 setup:build | setup:bookworm | setup:trixie) set_up "$2" ;;
 run:build | run:bookworm | run:trixie | beside:build | beside:bookworm | beside:trixie)
     where=()

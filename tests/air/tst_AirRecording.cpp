@@ -85,7 +85,7 @@ void tst_AirRecording::noDirectory()
 {
     QFETCH(const QString, what);
     QFETCH(const QByteArray, why);
-    Transmission call({u"stream=1000"_s, u"exit=2"_s});
+    Transmission call({u"stream=40000000"_s, u"exit=2"_s}); // more than may wait for a disk
     createFile(call.filePath(u"c/file"_s));
     const QString place = call.recordTo(call.filePath(u"c/"_s + what));
 
