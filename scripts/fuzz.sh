@@ -2,7 +2,6 @@
 # Runs fuzz targets, as many at once as the machine has processors. Inputs that lead further are kept in
 # out/fuzz/<target>/ for the next run, beside the seeds of tests/fuzz/seeds/<target>/; one that breaks something goes to
 # out/fuzz/<target>-… and its run's output is printed.
-# CORVANE_FUZZ_SEED: of libFuzzer's random numbers, for runs that are alike; else each run is another.
 # Usage: scripts/fuzz.sh <build folder> <seconds> [<target>...]. Exit code 0: nothing was found.
 set -eu
 
@@ -27,7 +26,7 @@ printf '%s\n' "$@" | xargs -P "$(nproc)" -I '{}' sh -c '
     target=$1
     found=out/fuzz/$target
     mkdir -p "$found"
-    if "$build/fuzz_$target" -seed="${CORVANE_FUZZ_SEED:-0}" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=1024 \
+    if "$build/fuzz_$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=1024 \
         -artifact_prefix="$found-" "$found" "tests/fuzz/seeds/$target" >"$found.log" 2>&1; then
         printf "fuzz: %-16s %s\n" "$target" "$(sed -n "s/^Done /clean after /p" "$found.log")"
     else
