@@ -1,7 +1,6 @@
 #include "tests/bench/AirFigures.h"
 
 #include "tests/bench/TurnClock.h"
-#include "tests/bench/Usage.h"
 
 #include <QCoreApplication>
 #include <QEvent>
@@ -95,8 +94,7 @@ void AirFigures::measure()
     connect(&m_engine, SIGNAL(logChanged()), this, SLOT(countLogChange()));
     connect(&m_engine, SIGNAL(pipelinesChanged()), this, SLOT(countListChange()));
     connect(&m_window, &QQuickWindow::frameSwapped, this, [this] { ++m_frames; });
-    m_cpuBefore = processCpuNs();
-    m_timeBefore = monotonicNs();
+    m_share.emplace();
     m_turns = new TurnClock(this);
     QTimer::singleShot(qEnvironmentVariableIntValue("CORVANE_MEASURE_SECONDS") * 1000, this,
                        &AirFigures::finish);
@@ -104,9 +102,8 @@ void AirFigures::measure()
 
 void AirFigures::finish()
 {
-    const double share = double(processCpuNs() - m_cpuBefore) / double(monotonicNs() - m_timeBefore);
     Q_EMIT taken({
-        {u"cpuShare"_s, share},
+        {u"cpuShare"_s, m_share->value()},
         {u"longestTurnNs"_s, double(m_turns->longestNs())},
         {u"turns"_s, m_turns->turns()},
         {u"frames"_s, m_frames},

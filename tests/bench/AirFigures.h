@@ -1,8 +1,12 @@
 #pragma once
 
+#include "tests/bench/Usage.h"
+
 #include <QJsonObject>
 #include <QObject>
 #include <QStringList>
+
+#include <optional>
 
 class QQuickWindow;
 
@@ -43,8 +47,7 @@ private:
     QQuickWindow &m_window;
     QObject &m_engine;
     TurnClock *m_turns = nullptr;
-    qint64 m_cpuBefore = 0;
-    qint64 m_timeBefore = 0;
+    std::optional<CoreShare> m_share;
     int m_frames = 0;
     int m_logChanges = 0;
     int m_listChanges = 0;

@@ -37,6 +37,20 @@ namespace corvane::bench {
     return nanoseconds(CLOCK_PROCESS_CPUTIME_ID);
 }
 
+/// Share of one core that this process has used since the object was made.
+class CoreShare
+{
+public:
+    [[nodiscard]] double value() const
+    {
+        return double(processCpuNs() - m_cpuBefore) / double(monotonicNs() - m_before);
+    }
+
+private:
+    qint64 m_cpuBefore = processCpuNs();
+    qint64 m_before = monotonicNs();
+};
+
 /// Processor time of the threads of these names, as far as they still run.
 [[nodiscard]] inline qint64 threadsCpuNs(const QByteArrayList &names)
 {

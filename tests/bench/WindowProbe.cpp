@@ -6,9 +6,11 @@
 //   CORVANE_MEASURE=start         the start: up to the first frame, to the whole window, to the rest after it
 //   CORVANE_MEASURE=editor        the start, then the first pipeline that is added and selected
 //   CORVANE_MEASURE=air           the start, then what AirFigures measures
+//   CORVANE_MEASURE=lines         the start, then what LineFigures measures
 //   CORVANE_MEASURE=log           the start, then what LogFigures measures
 
 #include "tests/bench/AirFigures.h"
+#include "tests/bench/LineFigures.h"
 #include "tests/bench/LogFigures.h"
 #include "tests/bench/TurnClock.h"
 #include "tests/bench/Usage.h"
@@ -122,6 +124,8 @@ private:
             auto *air = new AirFigures(*m_window, *engineOf(m_window), this);
             connect(air, &AirFigures::taken, this, &WindowProbe::finish);
             air->start();
+        } else if (what == "lines"_L1) {
+            takeLineFigures(*m_window, [this](const QJsonObject &figures) { finish(figures); });
         } else if (what == "log"_L1) {
             finish(logFigures(*m_window, *engineOf(m_window)));
         } else if (what == "editor"_L1) {
