@@ -1,6 +1,7 @@
 #include "tests/engine/StoreTestSupport.h"
 #include "tests/support/Files.h"
 #include "tests/support/Runner.h"
+#include "tests/support/SmallDisk.h"
 #include "tests/support/TestSupport.h"
 
 #include <QDir>
@@ -10,75 +11,11 @@
 
 #include <QTest>
 
-#ifdef Q_OS_LINUX
-#include <sys/mount.h>
-#endif
-
 using namespace Qt::StringLiterals;
 using namespace corvane;
 using namespace corvane::test;
 
 namespace {
-
-/// A small file system of its own; `mounted` is false where the process may not have one.
-class SmallDisk
-{
-public:
-    SmallDisk()
-    {
-#ifdef Q_OS_LINUX
-        mounted = mount("tmpfs", path(), "tmpfs", 0, "size=64k") == 0;
-#endif
-    }
-    ~SmallDisk()
-    {
-#ifdef Q_OS_LINUX
-        if (mounted)
-            umount2(path(), MNT_DETACH);
-#endif
-    }
-    Q_DISABLE_COPY_MOVE(SmallDisk)
-
-    [[nodiscard]] QString directory() const
-    {
-        return m_directory.path();
-    }
-
-    /// Takes every byte that is left.
-    [[nodiscard]] bool fill() const
-    {
-        QFile file(m_directory.filePath(u"filling"_s));
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
-            return false;
-        while (file.write(QByteArray(4096, 'x')) > 0) {
-        }
-        return file.error() != QFileDevice::NoError;
-    }
-
-    [[nodiscard]] bool makeReadOnly() const
-    {
-#ifdef Q_OS_LINUX
-        return mount(nullptr, path(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
-#else
-        return false;
-#endif
-    }
-
-    bool mounted = false;
-
-private:
-    [[nodiscard]] QByteArray name() const
-    {
-        return QFile::encodeName(m_directory.path());
-    }
-    [[nodiscard]] const char *path() const
-    {
-        return m_name.constData();
-    }
-
-    QTemporaryDir m_directory;
-    QByteArray m_name = name();
-};
 
 /// Directory of the user's settings while the object lives.
 class SettingsPlace
@@ -163,10 +100,11 @@ void tst_EngineStoreFailing::goesOnWithoutAPlace()
 
 void tst_EngineStoreFailing::goesOnOnAFullDisk()
 {
-    const SmallDisk disk;
-    if (!disk.mounted)
+    const QTemporaryDir directory;
+    const SmallDisk disk(directory.path(), 64);
+    if (!disk.isMounted())
         QSKIP("this process may not mount a file system");
-    const SettingsPlace settings(disk.directory());
+    const SettingsPlace settings(directory.path());
     StoreBench bench;
     bench.start();
     bench->addPipeline(u"antes"_s);
@@ -179,7 +117,7 @@ void tst_EngineStoreFailing::goesOnOnAFullDisk()
     QCOMPARE(bench.column(u"name"_s), QStringList({u"antes"_s, u"b"_s}));
 
     // Space is free again: the next edit writes everything.
-    QVERIFY(QFile::remove(disk.directory() + u"/filling"_s));
+    QVERIFY(QFile::remove(directory.filePath(u"filling"_s)));
     bench->addPipeline(u"depois"_s);
     bench.start();
     QCOMPARE(bench.column(u"name"_s), QStringList({u"antes"_s, u"b"_s, u"depois"_s}));
@@ -187,10 +125,11 @@ void tst_EngineStoreFailing::goesOnOnAFullDisk()
 
 void tst_EngineStoreFailing::goesOnOnAReadOnlyDisk()
 {
-    const SmallDisk disk;
-    if (!disk.mounted)
+    const QTemporaryDir directory;
+    const SmallDisk disk(directory.path(), 64);
+    if (!disk.isMounted())
         QSKIP("this process may not mount a file system");
-    const SettingsPlace settings(disk.directory());
+    const SettingsPlace settings(directory.path());
     StoreBench bench;
     bench.start();
     bench->addPipeline(u"antes"_s);

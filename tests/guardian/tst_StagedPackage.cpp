@@ -1,6 +1,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
+#include "tests/support/SmallDisk.h"
 #include "tools/guardian/StagedPackage.h"
 
 #include <QCryptographicHash>
@@ -31,6 +32,8 @@ private Q_SLOTS:
     void copiesAndHashes();
     void theOwnersAlone();
     void aNewFileOrNone();
+    void fullDisk_data();
+    void fullDisk();
     void whatIsNoPackage_data();
     void whatIsNoPackage();
 
@@ -100,6 +103,28 @@ void tst_StagedPackage::aNewFileOrNone()
 #else
     QSKIP("whoever may write a file here may remove it");
 #endif
+}
+
+void tst_StagedPackage::fullDisk_data()
+{
+    QTest::addColumn<qsizetype>("size");
+    QTest::newRow("large") << qsizetype(200'000);
+    QTest::newRow("small, as would wait in a buffer") << qsizetype(5000);
+}
+
+void tst_StagedPackage::fullDisk()
+{
+    QFETCH(const qsizetype, size);
+    writeFile(path(u"staged"_s), QByteArray(size, 'p'));
+    QVERIFY(QDir().mkpath(path(u"own"_s)));
+    const corvane::test::SmallDisk disk(path(u"own"_s), 64);
+    if (!disk.isMounted())
+        QSKIP("this system lets the test mount no file system of its own");
+    QVERIFY(disk.fill());
+
+    QCOMPARE(copyPackage(path(u"staged"_s), path(u"own/copy"_s), 1'000'000).error,
+             u"the package can't be copied to %1: No space left on device"_s.arg(path(u"own/copy"_s)));
+    QCOMPARE(QDir(path(u"own"_s)).entryList(QDir::Files), QStringList{u"filling"_s});
 }
 
 void tst_StagedPackage::whatIsNoPackage_data()

@@ -1,5 +1,6 @@
 #include "tests/support/Files.h"
 #include "tests/support/Runner.h"
+#include "tests/support/SmallDisk.h"
 #include "tools/publish/PublishKey.h"
 #include "update/UpdateSignature.h"
 
@@ -38,6 +39,7 @@ private Q_SLOTS:
     void nothingIsOverwritten_data();
     void nothingIsOverwritten();
     void aFailureLeavesNothingBehind();
+    void onAFullDiskNothingIsLeft();
     void weakKeys_data();
     void weakKeys();
     void whatIsNoKeyIsRefused_data();
@@ -159,6 +161,19 @@ void tst_PublishKey::aFailureLeavesNothingBehind()
     QVERIFY(!QFile::exists(folder.filePath(u"nowhere/x"_s)));
 }
 
+void tst_PublishKey::onAFullDiskNothingIsLeft()
+{
+    const QTemporaryDir folder;
+    const SmallDisk disk(folder.path(), 64);
+    if (!disk.isMounted())
+        QSKIP("this system lets the test mount no file system of its own");
+    QVERIFY(disk.fill());
+    QString error;
+    QVERIFY(!PublishKey::generate().save(folder.filePath(u"key"_s), error));
+    QCOMPARE(error, u"can't write %1: No space left on device"_s.arg(folder.filePath(u"key"_s)));
+    QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{u"filling"_s});
+}
+
 void tst_PublishKey::weakKeys_data()
 {
     QTest::addColumn<QByteArray>("key");
@@ -197,6 +212,7 @@ void tst_PublishKey::whatIsNoKeyIsRefused_data()
     QTest::newRow("another heading") << "corvane private key v2\n" + digits + '\n';
     QTest::newRow("a digit short") << "corvane private key v1\n" + digits.chopped(1) + '\n';
     QTest::newRow("a digit long") << "corvane private key v1\n" + digits + "a\n";
+    QTest::newRow("more behind it") << "corvane private key v1\n" + digits + "\r\nb";
     QTest::newRow("no digits") << "corvane private key v1\n" + QByteArray(64, 'x') + '\n';
     QTest::newRow("a cut heading") << QByteArray("corvane priv");
 }

@@ -112,6 +112,8 @@ void tst_SignedManifest::versions_data()
     for (const char *bad : {"", "rc1", "1.", ".1", "1..2", "1/2", "1\\2", "../1", "C:1", "1.0-", "1.0 ",
                             "1.0\n", "1.0-é", "1.2.0+build.7", "1.2.3.4", "1.9999999999"})
         QTest::newRow(qPrintable("bad: "_L1 + QString::fromUtf8(bad))) << QString::fromUtf8(bad) << false;
+    QTest::newRow("64 characters") << "1-"_L1 + QString(62, u'a') << true;
+    QTest::newRow("bad: 65 characters") << "1-"_L1 + QString(63, u'a') << false;
     QTest::newRow("bad: 5,000 digits") << QString(5000, u'1') << false;
 }
 

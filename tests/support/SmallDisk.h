@@ -5,7 +5,7 @@
 namespace corvane::test {
 
 /// A file system of its own in memory, mounted at a directory for its lifetime where the system lets a test
-/// do so. Unix only.
+/// do so.
 class SmallDisk
 {
 public:
@@ -16,6 +16,11 @@ public:
     SmallDisk &operator=(const SmallDisk &) = delete;
 
     [[nodiscard]] bool isMounted() const { return m_mounted; }
+
+    /// Takes every byte that is left, with a file "filling".
+    [[nodiscard]] bool fill() const;
+
+    [[nodiscard]] bool makeReadOnly() const;
 
 private:
     QString m_directory;

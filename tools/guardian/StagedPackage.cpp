@@ -31,8 +31,6 @@ QString copyAndHash(QFile &source, QFile &copy, qint64 largest, Sha256 &hash)
         if (copy.write(piece.constData(), count) != count)
             return u"the package can't be copied to %1: %2"_s.arg(copy.fileName(), copy.errorString());
     }
-    if (!copy.flush())
-        return u"the package can't be copied to %1: %2"_s.arg(copy.fileName(), copy.errorString());
     return {};
 }
 
@@ -45,7 +43,9 @@ CopiedPackage copyPackage(const QString &from, const QString &to, quint64 larges
         return {{}, u"the package can't be read: %1"_s.arg(source.error)};
     QFile::remove(to);
     QFile copy(to);
-    if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly, QFile::ReadOwner | QFile::WriteOwner))
+    // Unbuffered: a full disk shows at the write, and nothing is left that would keep remove() from it.
+    if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered,
+                   QFile::ReadOwner | QFile::WriteOwner))
         return {{}, u"the package can't be copied to %1: %2"_s.arg(to, copy.errorString())};
 
     Sha256 hash;

@@ -20,6 +20,7 @@ namespace {
 constexpr QByteArrayView heading("corvane private key v1\n");
 constexpr qsizetype seedSize = 32;
 constexpr qsizetype secretKeySize = 64;
+constexpr qint64 longestFile = 1024; ///< that is looked into for a key
 
 std::uint8_t *bytes(QByteArray &array)
 {
@@ -41,12 +42,13 @@ void wipe(QByteArray &secret)
 bool writeNew(const QString &path, const QByteArray &content, QFile::Permissions permissions, QString &error)
 {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly, permissions)) {
+    // Unbuffered: a full disk shows at the write, and nothing is left that would keep remove() from it.
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered, permissions)) {
         error = QFile::exists(path) ? u"%1 exists, and keys aren't overwritten"_s.arg(path)
                                     : u"can't make %1: %2"_s.arg(path, file.errorString());
         return false;
     }
-    if (file.write(content) != content.size() || !file.flush()) {
+    if (file.write(content) != content.size()) {
         error = u"can't write %1: %2"_s.arg(path, file.errorString());
         file.remove();
         return false;
@@ -90,7 +92,7 @@ std::optional<PublishKey> PublishKey::load(const QString &path, QString &error)
                 path);
         return std::nullopt;
     }
-    QByteArray text = file.read(heading.size() + 2 * seedSize + 2);
+    QByteArray text = file.read(longestFile);
     QByteArray digits = text.sliced(qMin(heading.size(), text.size())).trimmed();
     QByteArray seed = QByteArray::fromHex(digits);
     std::optional<PublishKey> key;
