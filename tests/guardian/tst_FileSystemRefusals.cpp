@@ -1,11 +1,13 @@
-// Folders where the file system refuses: one, or a kernel, that knows none of renameat2()'s flags, and one
-// that can't be opened.
+// Where the file system refuses: one, or a kernel, that knows none of renameat2()'s flags, a folder that
+// can't be opened, a file that can't be brought to the disk.
 
+#include "tests/guardian/ZipMaker.h"
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Runner.h"
 #include "tools/guardian/DirectoryMoves.h"
 #include "tools/guardian/DiskSync.h"
+#include "tools/guardian/Unpack.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,20 +17,32 @@
 #include <cerrno>
 #include <memory>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 using namespace corvane::guardian;
 using namespace corvane::test;
 
 namespace {
 
-int refusal = 0; ///< value of errno with which renameat2() fails
+int refusal = 0;     ///< value of errno with which renameat2() fails
+int syncRefusal = 0; ///< with which fsync() does; 0: it doesn't
 
 } // namespace
 
-// Replacement: a program's symbols come before those of the system's library.
+// Replacements: a program's symbols come before those of the system's library.
 extern "C" int renameat2(int, const char *, int, const char *, unsigned int) noexcept
 {
     errno = refusal;
+    return -1;
+}
+
+extern "C" int fsync(int descriptor)
+{
+    if (syncRefusal == 0)
+        return static_cast<int>(::syscall(SYS_fsync, descriptor));
+    errno = syncRefusal;
     return -1;
 }
 
@@ -44,6 +58,7 @@ private Q_SLOTS:
     void move();
     void nothingIsReplaced();
     void folderThatCannotBeSynced();
+    void fileThatCannotBeSynced();
 
 private:
     [[nodiscard]] QString path(const QString &name) const { return m_dir->filePath(name); }
@@ -53,6 +68,7 @@ private:
 
 void tst_FileSystemRefusals::init()
 {
+    syncRefusal = 0;
     m_dir = std::make_unique<QTemporaryDir>();
     writeFile(path(u"one/file"_s), "one");
 }
@@ -123,6 +139,17 @@ void tst_FileSystemRefusals::folderThatCannotBeSynced()
     QVERIFY(!syncFolders(path(u"one"_s)));
 
     QVERIFY(QFile::setPermissions(below, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+}
+
+/// After a power cut it might be empty.
+void tst_FileSystemRefusals::fileThatCannotBeSynced()
+{
+    QVERIFY(writeZip(path(u"p.zip"_s), {{"corvane", "x", 0100755}}));
+    syncRefusal = EIO;
+
+    QCOMPARE(unpack(path(u"p.zip"_s), path(u"next"_s), u"corvane"_s),
+             u"its entry “corvane” can't be written: Input/output error"_s);
+    QVERIFY(!QFile::exists(path(u"next"_s)));
 }
 
 CORVANE_TEST(tst_FileSystemRefusals, QCoreApplication)

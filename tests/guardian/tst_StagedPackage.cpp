@@ -107,24 +107,25 @@ void tst_StagedPackage::aNewFileOrNone()
 
 void tst_StagedPackage::fullDisk_data()
 {
-    QTest::addColumn<qsizetype>("size");
-    QTest::newRow("large") << qsizetype(200'000);
-    QTest::newRow("small, as would wait in a buffer") << qsizetype(5000);
+    QTest::addColumn<bool>("isFull");
+    QTest::newRow("before the first byte") << true;
+    QTest::newRow("after the first bytes") << false;
 }
 
 void tst_StagedPackage::fullDisk()
 {
-    QFETCH(const qsizetype, size);
-    writeFile(path(u"staged"_s), QByteArray(size, 'p'));
+    QFETCH(const bool, isFull);
+    writeFile(path(u"staged"_s), QByteArray(100'000, 'p'));
     QVERIFY(QDir().mkpath(path(u"own"_s)));
     const corvane::test::SmallDisk disk(path(u"own"_s), 64);
     if (!disk.isMounted())
         QSKIP("this system lets the test mount no file system of its own");
-    QVERIFY(disk.fill());
+    if (isFull)
+        QVERIFY(disk.fill());
 
     QCOMPARE(copyPackage(path(u"staged"_s), path(u"own/copy"_s), 1'000'000).error,
              u"the package can't be copied to %1: No space left on device"_s.arg(path(u"own/copy"_s)));
-    QCOMPARE(QDir(path(u"own"_s)).entryList(QDir::Files), QStringList{u"filling"_s});
+    QVERIFY(!QFile::exists(path(u"own/copy"_s)));
 }
 
 void tst_StagedPackage::whatIsNoPackage_data()

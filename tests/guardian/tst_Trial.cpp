@@ -31,6 +31,7 @@ private Q_SLOTS:
     void aCrashLoopOfWhatIsProven();
     void aCrashLoopAfterAnotherGuardiansUpdate();
     void noWayBackWithoutAFormerVersion();
+    void theFormerVersionVanishes();
     void toolsBesideTheProgram();
     void noDowngrade_data();
     void noDowngrade();
@@ -167,6 +168,25 @@ void tst_Trial::noWayBackWithoutAFormerVersion()
     m_bench->guard(settings);
     QVERIFY(m_bench->waitForFinish());
     QCOMPARE(m_bench->exitCode(), 1);
+    QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
+}
+
+/// Removed by somebody when it is to be put back.
+void tst_Trial::theFormerVersionVanishes()
+{
+    const QString former = m_bench->installation().previous();
+    m_bench->stageAndRequest("0.2.0", "falls");
+    m_bench->onLine = [&](const QString &line) {
+        if (line.contains("goes back"_L1))
+            QDir(former).removeRecursively();
+    };
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForLine("the former installation can't be put back: "
+                                 "there is no former installation in "_L1 +
+                                 former));
+    QVERIFY(m_bench->waitForFinish());
+    QCOMPARE(m_bench->exitCode(), 1);
+    QCOMPARE(m_bench->starts().size(), 3);
     QCOMPARE(m_bench->installed(), QByteArray("0.2.0"));
 }
 

@@ -1,6 +1,7 @@
 #include "tests/guardian/ZipMaker.h"
 #include "tests/support/Files.h"
 #include "tests/support/Runner.h"
+#include "tests/support/SmallDisk.h"
 #include "tools/guardian/Unpack.h"
 
 #include <QDir>
@@ -37,6 +38,7 @@ private Q_SLOTS:
     void init();
     void contentAndFolders();
     void permissions();
+    void fullDisk();
     void hostileEntries_data();
     void hostileEntries();
     void whatIsNoZip_data();
@@ -109,6 +111,18 @@ void tst_Unpack::permissions()
     QCOMPARE(permissionsOf(u"tool"_s), executable);
     QCOMPARE(permissionsOf(u"data"_s), plain);
     QCOMPARE(permissionsOf(u"plain"_s), plain);
+}
+
+void tst_Unpack::fullDisk()
+{
+    QVERIFY(writeZip(path(u"p.zip"_s), {program(), {"lib/a.dll", QByteArray(200'000, 'x')}}));
+    QVERIFY(QDir().mkpath(path(u"in"_s)));
+    const corvane::test::SmallDisk disk(path(u"in"_s), 8); // holds the program
+    if (!disk.isMounted())
+        QSKIP("this system lets the test mount no file system of its own");
+    QCOMPARE(unpack(path(u"p.zip"_s), path(u"in/next"_s), u"corvane"_s),
+             u"its entry “lib/a.dll” can't be written: No space left on device"_s);
+    QCOMPARE(left(), QStringList{u"in"_s});
 }
 
 void tst_Unpack::hostileEntries_data()

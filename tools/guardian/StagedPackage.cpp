@@ -1,6 +1,7 @@
 #include "tools/guardian/StagedPackage.h"
 
 #include "tools/guardian/RegularFile.h"
+#include "tools/guardian/WriteAll.h"
 #include "update/Sha256.h"
 
 #include <QByteArray>
@@ -27,9 +28,10 @@ QString copyAndHash(QFile &source, QFile &copy, qint64 largest, Sha256 &hash)
         all += count;
         if (all > largest)
             return u"the package grows while it is copied"_s;
-        hash.add(QByteArrayView(piece).first(count));
-        if (copy.write(piece.constData(), count) != count)
-            return u"the package can't be copied to %1: %2"_s.arg(copy.fileName(), copy.errorString());
+        const auto bytes = QByteArrayView(piece).first(count);
+        hash.add(bytes);
+        if (const QString error = writeAll(copy, bytes); !error.isEmpty())
+            return u"the package can't be copied to %1: %2"_s.arg(copy.fileName(), error);
     }
     return {};
 }
@@ -43,7 +45,7 @@ CopiedPackage copyPackage(const QString &from, const QString &to, quint64 larges
         return {{}, u"the package can't be read: %1"_s.arg(source.error)};
     QFile::remove(to);
     QFile copy(to);
-    // Unbuffered: a full disk shows at the write, and nothing is left that would keep remove() from it.
+    // Without a buffer, whose rest would keep remove() from it on a full disk.
     if (!copy.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered,
                    QFile::ReadOwner | QFile::WriteOwner))
         return {{}, u"the package can't be copied to %1: %2"_s.arg(to, copy.errorString())};

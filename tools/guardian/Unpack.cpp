@@ -4,6 +4,7 @@
 #include "tools/guardian/FolderRemoval.h"
 #include "tools/guardian/PackageArchive.h"
 #include "tools/guardian/PrintableText.h"
+#include "tools/guardian/WriteAll.h"
 
 #include <QDir>
 #include <QFile>
@@ -19,16 +20,15 @@ namespace {
 QString writeContent(const PackageArchive &archive, qsizetype index, const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
         return u"can't be written: %1"_s.arg(file.errorString());
     QString problem = archive.read(index, [&file](QByteArrayView piece) {
-        return file.write(piece.data(), piece.size()) == piece.size()
-                   ? QString()
-                   : u"can't be written: %1"_s.arg(file.errorString());
+        const QString error = writeAll(file, piece);
+        return error.isEmpty() ? QString() : u"can't be written: %1"_s.arg(error);
     });
-    if (!problem.isEmpty())
-        return problem;
-    return file.flush() && syncFile(file) ? QString() : u"can't be written: %1"_s.arg(file.errorString());
+    if (problem.isEmpty() && !syncFile(file))
+        problem = u"can't be written: %1"_s.arg(qt_error_string());
+    return problem;
 }
 
 /// Nobody but the installation's owner writes to it; what else a packer has set (set-user-id, sticky) is

@@ -1,5 +1,6 @@
 #include "tools/publish/PublishKey.h"
 
+#include "tools/guardian/WriteAll.h"
 #include "tools/publish/FilePrivacy.h"
 #include "update/UpdateSignature.h"
 
@@ -42,14 +43,14 @@ void wipe(QByteArray &secret)
 bool writeNew(const QString &path, const QByteArray &content, QFile::Permissions permissions, QString &error)
 {
     QFile file(path);
-    // Unbuffered: a full disk shows at the write, and nothing is left that would keep remove() from it.
+    // Without a buffer, whose rest would keep remove() from it on a full disk.
     if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered, permissions)) {
         error = QFile::exists(path) ? u"%1 exists, and keys aren't overwritten"_s.arg(path)
                                     : u"can't make %1: %2"_s.arg(path, file.errorString());
         return false;
     }
-    if (file.write(content) != content.size()) {
-        error = u"can't write %1: %2"_s.arg(path, file.errorString());
+    if (const QString problem = guardian::writeAll(file, content); !problem.isEmpty()) {
+        error = u"can't write %1: %2"_s.arg(path, problem);
         file.remove();
         return false;
     }
