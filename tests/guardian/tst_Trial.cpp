@@ -47,6 +47,8 @@ void tst_Trial::twoBeatsNotOne()
     m_bench->stageAndRequest("0.2.0", "once");
     m_bench->guard(settings);
     QVERIFY(m_bench->waitForLine(u"version 0.2.0 didn't come up: one heartbeat, and none for"_s));
+    QVERIFY(m_bench->lines().contains("version 0.2.0 is in place, the former installation in "_L1 +
+                                      settings.installation.previous()));
     QVERIFY(m_bench->waitForLine(u"rolled back"_s));
     QVERIFY(m_bench->lines().filter(u"is up"_s).isEmpty());
     QVERIFY(m_bench->waitForStarts(2));
