@@ -24,6 +24,7 @@ class tst_Trial : public GuardianBenchTest
 
 private Q_SLOTS:
     void twoBeatsNotOne();
+    void aSecondRunProvesNothing();
     void closedBeforeABeat();
     void closedAfterABeat();
     void aRequestThatHasBeenGranted();
@@ -54,6 +55,22 @@ void tst_Trial::twoBeatsNotOne()
     QVERIFY(m_bench->waitForStarts(2));
     QCOMPARE(m_bench->installed(), QByteArray("0.1.0"));
     QCOMPARE(m_bench->record().result, u"rolled back"_s);
+}
+
+/// Nobody knows whose beats they are.
+void tst_Trial::aSecondRunProvesNothing()
+{
+    m_bench->stageAndRequest("0.2.0", "once");
+    m_bench->guard(m_bench->settings());
+    QVERIFY(m_bench->waitForStarts(1));
+    QVERIFY(m_bench->waitForBeats());
+    const QByteArray firstBeat = test::contentsOf(m_bench->runtimeDir() + "/.heartbeat"_L1);
+    m_bench->startBySomebody(m_bench->runtimeDir());
+    QVERIFY(test::waitUntil(
+        [&] { return test::contentsOf(m_bench->runtimeDir() + "/.heartbeat"_L1) != firstBeat; }));
+    test::passTimersOf(4 * static_cast<int>(m_bench->settings().lookInterval.count()));
+    QVERIFY(m_bench->lines().filter(u"is up"_s).isEmpty());
+    QVERIFY(m_bench->record().result != "applied"_L1);
 }
 
 /// It may be the operator's hand; the third time it isn't.
