@@ -142,6 +142,8 @@ void tst_QualityLadder::judgement_data()
         [](Telemetry &t) { t.linkCapacity = 10, t.sendRate = 9; });
     row("sending above nine tenths of the link", true,
         [](Telemetry &t) { t.linkCapacity = 10, t.sendRate = 9.01; });
+    row("sending more than a thin link carries", true,
+        [](Telemetry &t) { t.linkCapacity = 0.5, t.sendRate = 0.6; });
     row("link not known", false, [](Telemetry &t) { t.linkCapacity = 0, t.sendRate = 100; });
     row("negative link", false, [](Telemetry &t) { t.linkCapacity = -1, t.sendRate = 100; });
     row("rate not known", false, [](Telemetry &t) { t.linkCapacity = 10, t.sendRate = 0; });
