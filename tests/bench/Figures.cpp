@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 
@@ -51,6 +52,14 @@ void Figures::row(const std::string &name, double measured, const char *sign, do
     std::printf("%s\t%.*g %s\t%s %.10g %s\t%s\n", name.c_str(), measured < 1e4 ? 4 : 10, measured,
                 unit.c_str(), sign, limit, unit.c_str(), kept ? "ok" : "FAIL");
     std::fflush(stdout);
+}
+
+double median(QList<double> values)
+{
+    if (values.isEmpty())
+        return std::numeric_limits<double>::quiet_NaN();
+    std::sort(values.begin(), values.end());
+    return values.at(values.size() / 2);
 }
 
 double medianNanoseconds(const std::string &benchmark)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QList>
+
 #include <string>
 
 namespace corvane::bench {
@@ -25,6 +27,9 @@ private:
 
     bool m_allKept = true;
 };
+
+/// NaN, which keeps no limit, for no values.
+[[nodiscard]] double median(QList<double> values);
 
 /// Runs the registered benchmark functions, each several times over; the median of its CPU time per
 /// iteration, in nanoseconds, by the function's name. Prints nothing.

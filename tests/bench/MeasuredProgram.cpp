@@ -9,9 +9,7 @@
 #include <QJsonDocument>
 #include <QProcess>
 
-#include <algorithm>
 #include <cstdio>
-#include <limits>
 #include <numeric>
 
 namespace corvane::bench {
@@ -62,14 +60,6 @@ QJsonObject measuredRun(const QString &program, const test::XServer &display,
 QString emptyWindowProgram()
 {
     return QStringLiteral(CORVANE_EMPTY_WINDOW);
-}
-
-double median(QList<double> values)
-{
-    if (values.isEmpty())
-        return std::numeric_limits<double>::quiet_NaN();
-    std::sort(values.begin(), values.end());
-    return values.at(values.size() / 2);
 }
 
 double mean(const QList<double> &values)

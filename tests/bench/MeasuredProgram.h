@@ -24,7 +24,6 @@ enum class Renderer { Software, OpenGl };
 
 [[nodiscard]] QString emptyWindowProgram(); ///< path of the program that shows an empty window
 
-[[nodiscard]] double median(QList<double> values);            ///< NaN, which keeps no limit, for no values
 [[nodiscard]] QList<double> numbers(const QJsonValue &array); ///< of an array
 [[nodiscard]] double mean(const QList<double> &values);
 

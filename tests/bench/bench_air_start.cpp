@@ -12,7 +12,6 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <vector>
 
@@ -44,12 +43,6 @@ double run(const QByteArray &program)
     return static_cast<double>(timer.nsecsElapsed()) / 1e6;
 }
 
-double median(QList<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.at(values.size() / 2);
-}
-
 } // namespace
 
 int main()
@@ -75,8 +68,8 @@ int main()
     }
 
     bench::Figures figures;
-    figures.note("companion: direct call, median", median(direct), "ms");
-    figures.atMost("companion: longer than the direct call, median", median(through) - median(direct), 10,
-                   "ms");
+    figures.note("companion: direct call, median", bench::median(direct), "ms");
+    figures.atMost("companion: longer than the direct call, median",
+                   bench::median(through) - bench::median(direct), 10, "ms");
     return figures.exitCode();
 }

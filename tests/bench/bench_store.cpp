@@ -34,12 +34,6 @@ double milliseconds(const std::function<void()> &work)
     return static_cast<double>(timer.nsecsElapsed()) / 1e6;
 }
 
-double median(QList<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.at(values.size() / 2);
-}
-
 /// Time that the constructor takes; ends the program unless it restores `restored` pipelines.
 double startOnce(int restored)
 {
@@ -89,7 +83,7 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "edit with %d pipelines: least %.2f ms, most %.2f ms\n", pipelines,
                      *std::min_element(saves.begin(), saves.end()),
                      *std::max_element(saves.begin(), saves.end()));
-        figures.atMost("store: edit and save with 50 pipelines, median", median(saves), 5, "ms");
+        figures.atMost("store: edit and save with 50 pipelines, median", bench::median(saves), 5, "ms");
     }
 
     // Turn by turn, so that both kinds of start see the same machine; the differences of neighbours count.
@@ -105,7 +99,8 @@ int main(int argc, char *argv[])
         ageSettings(file, i);
         differences << startOnce(pipelines) - without;
     }
-    figures.note("store: start with an empty store, median", median(empty), "ms");
-    figures.atMost("store: what 50 stored pipelines add to a start, median", median(differences), 10, "ms");
+    figures.note("store: start with an empty store, median", bench::median(empty), "ms");
+    figures.atMost("store: what 50 stored pipelines add to a start, median", bench::median(differences), 10,
+                   "ms");
     return figures.exitCode();
 }

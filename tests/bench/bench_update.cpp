@@ -76,12 +76,6 @@ double memory(const QByteArray &name)
     return 0;
 }
 
-double median(QList<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.at(values.size() / 2);
-}
-
 double milliseconds(const QElapsedTimer &timer)
 {
     return static_cast<double>(timer.nsecsElapsed()) / 1e6;
@@ -141,7 +135,7 @@ bool checking(bench::Figures &figures, const QString &feed, const QTemporaryDir 
         times << took;
     }
     figures.atMost("update: first check of a process, call to answer", times.takeFirst(), 20, "ms");
-    figures.atMost("update: check, call to answer, median", median(times), 20, "ms");
+    figures.atMost("update: check, call to answer, median", bench::median(times), 20, "ms");
     return true;
 }
 

@@ -16,14 +16,14 @@ using namespace corvane;
 
 namespace {
 
-constexpr int seconds = 15;
+constexpr int runSeconds = 15;
 
 QJsonObject onAir(const test::XServer &display, bench::Renderer renderer, int pipelines, bool refreshed)
 {
     QList<std::pair<QString, QString>> settings{{u""_s, u"air"_s},
                                                 {u"_PIPELINES"_s, QString::number(pipelines)},
                                                 {u"_OUTPUT"_s, u"fake:pace=500"_s},
-                                                {u"_SECONDS"_s, QString::number(seconds)}};
+                                                {u"_SECONDS"_s, QString::number(runSeconds)}};
     if (refreshed)
         settings << std::pair(u"_REFRESH"_s, u"1"_s);
     return bench::measuredRun(test::corvaneProgram(), display, settings, renderer);
@@ -34,7 +34,7 @@ QJsonObject plainLines(const test::XServer &display, bench::Renderer renderer, i
     return bench::measuredRun(bench::emptyWindowProgram(), display,
                               {{u""_s, u"lines"_s},
                                {u"_PIPELINES"_s, QString::number(lines)},
-                               {u"_SECONDS"_s, QString::number(seconds)}},
+                               {u"_SECONDS"_s, QString::number(runSeconds)}},
                               renderer);
 }
 
@@ -47,7 +47,7 @@ double share(const QJsonObject &run)
 /// `name` of a run, for each second.
 double rate(const QJsonObject &run, QLatin1StringView name)
 {
-    return run.value(name).toDouble(qQNaN()) / seconds;
+    return run.value(name).toDouble(qQNaN()) / runSeconds;
 }
 
 /// `plain`: the run of the plain window with sixteen lines.
