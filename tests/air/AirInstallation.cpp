@@ -2,8 +2,10 @@
 
 #include "tests/support/Files.h"
 #include "tests/support/Processes.h"
+#include "tests/support/TestSupport.h"
 #include "tests/support/ToolPath.h"
 
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 
