@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Runs clang-tidy, as many at once as the machine has cores; prints what it finds.
 
-    tidy.py <build folder with compile_commands.json>             every unit of sources that the build compiles at once
+    tidy.py <build folder with compile_commands.json>             every unit of sources that the build compiles at once;
+                                                                  programs of one source, a folder's together
     tidy.py <build folder with compile_commands.json> <file>...   these sources of the tree, each by itself
 
 What was found clean stays clean until it changes, with anything that it includes, or clang-tidy or its
@@ -23,6 +24,7 @@ import time
 KEPT_FOR_S = 30 * 24 * 3600
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "corvane" / "tidy"
 TREE = pathlib.Path.cwd()
+ENTRIES = ("main", "LLVMFuzzerTestOneInput") # what every program has
 
 
 @dataclasses.dataclass
@@ -39,6 +41,15 @@ def in_tree(path, build):
     return path.is_relative_to(TREE) and not path.is_relative_to(build)
 
 
+def unified(build, name, text):
+    """Path of a new file that includes sources. clang's analyzer takes functions of included files for a header's, which
+    it doesn't follow path by path, unless the including file's path has this word in it."""
+    file = build / "UnifiedSource" / f"{name}.cpp"
+    file.parent.mkdir(exist_ok=True)
+    file.write_text(text, encoding="utf-8")
+    return str(file)
+
+
 def units(build):
     seen = []
     for entry in json.loads((build / "compile_commands.json").read_text(encoding="utf-8")):
@@ -50,7 +61,9 @@ def units(build):
         file = entry["file"]
         read = [file]
         if re.search(r"/Unity/unity_\d+_cxx\.cxx$", file):
-            read = re.findall(r'^#include "(.+)"', pathlib.Path(file).read_text(encoding="utf-8"), re.M)
+            text = pathlib.Path(file).read_text(encoding="utf-8")
+            read = re.findall(r'^#include "(.+)"', text, re.M)
+            file = unified(build, pathlib.Path(file).relative_to(build).as_posix().replace("/", "_"), text)
         sources = [source for source in read if in_tree(source, build)]
         if not all(map(os.path.exists, read)):
             # A generated part that only a build makes: the sources by themselves.
@@ -61,6 +74,39 @@ def units(build):
         if sources and sources not in seen:
             seen.append(sources)
             yield Unit(file, entry["directory"], arguments, sources)
+
+
+def merged_arguments(units):
+    """The arguments of all of them, each once. Raises ValueError if a macro has two values."""
+    found = {}
+    for unit in units:
+        arguments = iter(unit.arguments)
+        for argument in arguments:
+            pair = (argument, next(arguments)) if argument in ("-isystem", "-I", "-include") else (argument,)
+            macro = argument.startswith("-D") and argument[2:].partition("=")[0]
+            if found.setdefault(macro or pair, pair) != pair:
+                raise ValueError(f"{macro} has two values: {unit.file}")
+    return [argument for pair in found.values() for argument in pair]
+
+
+def together(units, build):
+    """The units, with those of Qt that are one source each read as one per folder: most of what clang-tidy looks at is
+    Qt's headers, which are read once then. What several of them define bears their names."""
+    single = {}
+    for unit in units:
+        if len(unit.sources) == 1 and "-DQT_CORE_LIB" in unit.arguments:
+            single.setdefault(pathlib.Path(unit.sources[0]).parent, []).append(unit)
+        else:
+            yield unit
+    for folder, alone in single.items():
+        text = ""
+        for source in (unit.sources[0] for unit in alone):
+            name = re.sub(r"\W", "_", pathlib.Path(source).stem)
+            text += "".join(f"#undef {entry}\n#define {entry} {entry}_{name}\n" for entry in ENTRIES) + f'#include "{source}"\n'
+        file = unified(build, folder.relative_to(TREE).as_posix().replace("/", "_"), text)
+        # A local name may hide one of another program; each by itself has been compiled with the warning.
+        arguments = [*merged_arguments(alone), "-Wno-shadow"]
+        yield Unit(file, alone[0].folder, arguments, [unit.sources[0] for unit in alone])
 
 
 def output(*command, **options):
@@ -79,6 +125,9 @@ class Tidy:
             return ""
         # The whole configuration: it is searched beside the unit's file otherwise, which does nothing but include sources.
         configuration = output("clang-tidy", "--dump-config", unit.sources[0], "--", text=True)
+        # main() too, under the names that together() gives it.
+        mains = ",".join(re.findall(r"^#define main (\w+)", pathlib.Path(unit.file).read_text(encoding="utf-8"), re.M))
+        configuration = re.sub(r"(FunctionsThatShouldNotThrow\n +value: +)''", rf"\1'{mains}'", configuration)
         in_folders = re.search(r"^HeaderFilterRegex: '(.+)'", configuration, re.M)[1]
         run = subprocess.run(["clang-tidy", f"--config={configuration}", "--checks=-bugprone-suspicious-include",
                               f"--header-filter=^{re.escape(str(TREE))}{in_folders}", # not what is generated
@@ -104,7 +153,7 @@ class Tidy:
             return None
         configured = (folder / ".clang-tidy" for folder in pathlib.Path(unit.sources[0]).parents)
         key = hashlib.sha256(self._version)
-        for part in (text, *(os.path.relpath(source, TREE).encode() for source in unit.sources),
+        for part in (text, *(os.path.relpath(source, TREE).encode() for source in [unit.file, *unit.sources]),
                      *(path.read_bytes() for path in configured if path.exists())):
             key.update(hashlib.sha256(part).digest())
         return CACHE / key.hexdigest()
@@ -129,7 +178,7 @@ def chosen(found, files):
 
 def main():
     build = (TREE / sys.argv[1]).resolve()
-    found = list(units(build))
+    found = list(together(units(build), build))
     # The largest first, so that none of them is left for the end.
     todo = list(chosen(found, sys.argv[2:])) if sys.argv[2:] else sorted(
         found, key=lambda unit: -sum(os.path.getsize(source) for source in unit.sources))
