@@ -19,16 +19,13 @@ endfunction()
 # corvane_precompiled(<target> <name>)
 #
 # For targets that link what <name> does, corvane_compiler and corvane_warnings. An include that they lack shows in
-# `./dev lint` alone, which goes without.
+# `./dev lint` and in `./dev test dev --no-unity` alone, which go without.
 function(corvane_precompiled target name)
     if(CORVANE_PRECOMPILED_HEADERS)
         target_precompile_headers(${target} REUSE_FROM ${name})
         if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
             target_compile_options(${target} PRIVATE -fpch-preprocess) # ccache wants it
         endif()
-        # Usually empty.
-        set_source_files_properties("${CMAKE_CURRENT_BINARY_DIR}/${target}_autogen/mocs_compilation.cpp"
-            PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
     endif()
 endfunction()
 
