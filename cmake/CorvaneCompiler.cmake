@@ -41,8 +41,8 @@ endif()
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    # Settings without which ccache passes over files that use precompiled headers, and preprocesses every file that it
-    # doesn't know yet.
-    set(CMAKE_CXX_COMPILER_LAUNCHER
-        "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros CCACHE_DEPEND=1 "${CCACHE_PROGRAM}")
+    # Settings without which ccache passes over files that use precompiled headers, preprocesses every file that it
+    # doesn't know yet, and reads the precompiled headers again for each.
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros CCACHE_DEPEND=1
+        CCACHE_INODECACHE=1 "${CCACHE_PROGRAM}")
 endif()

@@ -29,4 +29,7 @@ function(corvane_precompiled target name)
     endif()
 endfunction()
 
-corvane_precompile(corvane_headers HEADERS <QtCore> LINK Qt6::Core)
+# What most sources include and nothing more: each one reads all of it.
+corvane_precompile(corvane_headers
+    HEADERS <QByteArray> <QCoreApplication> <QDir> <QFile> <QFileInfo> <QList> <QObject> <QString> <QStringList> <QUrl>
+    LINK Qt6::Core)
