@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace corvane::test {
 
@@ -28,7 +29,7 @@ struct PipeReader::State
     bool ended = false;
     qsizetype frames = 0;
     QByteArray part;
-    QList<FrameRun> runs;
+    std::vector<FrameRun> runs; // one that isn't shared: a reader's copy is its own
     std::thread thread;
 
     void read(QFile &pipe)
@@ -57,9 +58,9 @@ struct PipeReader::State
         const QByteArray frame = part.first(frameSize);
         part.remove(0, frameSize);
         ++frames;
-        if (runs.isEmpty() || runs.constLast().frame != frame)
-            runs << FrameRun{frame, 0};
-        ++runs.last().count;
+        if (runs.empty() || runs.back().frame != frame)
+            runs.push_back({frame, 0});
+        ++runs.back().count;
     }
 };
 
@@ -129,13 +130,13 @@ qsizetype PipeReader::leftover() const
 QList<FrameRun> PipeReader::runs() const
 {
     const std::lock_guard lock(m_state->mutex);
-    return m_state->runs;
+    return {m_state->runs.cbegin(), m_state->runs.cend()};
 }
 
 QByteArray PipeReader::lastFrame() const
 {
     const std::lock_guard lock(m_state->mutex);
-    return m_state->runs.isEmpty() ? QByteArray() : m_state->runs.constLast().frame;
+    return m_state->runs.empty() ? QByteArray() : m_state->runs.back().frame;
 }
 
 } // namespace corvane::test
